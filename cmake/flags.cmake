@@ -1,0 +1,28 @@
+# Flags of all our own targets, as one interface library.
+add_library(tessary_flags INTERFACE)
+target_include_directories(tessary_flags INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_features(tessary_flags INTERFACE cxx_std_20)
+if(MSVC)
+  target_compile_options(tessary_flags INTERFACE /W4 /WX /fp:precise)
+else()
+  # Table builders need the same floats everywhere: no contraction into fused operations.
+  target_compile_options(tessary_flags INTERFACE -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Werror
+                                                 -ffp-contract=off)
+endif()
+if(TESSARY_SANITIZE)
+  add_compile_options(-fsanitize=${TESSARY_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${TESSARY_SANITIZE})
+  if(TESSARY_SANITIZE MATCHES undefined)
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+  if(TESSARY_SANITIZE MATCHES undefined AND CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    add_compile_options(-fsanitize=float-cast-overflow)
+  endif()
+endif()
+if(TESSARY_FAULT_INJECTION)
+  target_compile_definitions(tessary_flags INTERFACE TESSARY_FAULT_INJECTION)
+endif()
+if(WIN32)
+  target_compile_definitions(tessary_flags INTERFACE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
+                                                     _WIN32_WINNT=0x0601)
+endif()

@@ -1,0 +1,33 @@
+# Linux programs: the renderer for the command line, the writer of samples, benchmarks and fuzz targets.
+find_package(PNG REQUIRED)
+add_executable(psdrender tools/psdrender.cpp)
+target_link_libraries(psdrender PRIVATE codec_core PNG::PNG)
+
+add_executable(make_samples tools/make_samples.cpp)
+target_link_libraries(make_samples PRIVATE document_builder)
+add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/samples/stamp
+                   COMMAND make_samples ${PROJECT_BINARY_DIR}/samples
+                   COMMAND ${CMAKE_COMMAND} -E touch ${PROJECT_BINARY_DIR}/samples/stamp
+                   DEPENDS make_samples)
+add_custom_target(samples ALL DEPENDS ${PROJECT_BINARY_DIR}/samples/stamp)
+
+if(TESSARY_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+  file(GLOB bench_sources CONFIGURE_DEPENDS bench/*.cpp)
+  foreach(source ${bench_sources})
+    get_filename_component(name ${source} NAME_WE)
+    add_executable(${name} ${source})
+    target_link_libraries(${name} PRIVATE document_builder benchmark::benchmark)
+  endforeach()
+endif()
+
+if(TESSARY_FUZZ)
+  file(GLOB fuzz_sources CONFIGURE_DEPENDS fuzz/*_fuzzer.cpp)
+  foreach(source ${fuzz_sources})
+    get_filename_component(name ${source} NAME_WE)
+    add_executable(${name} ${source})
+    target_link_libraries(${name} PRIVATE document_builder)
+    target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  endforeach()
+endif()

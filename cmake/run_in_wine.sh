@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Runs a Windows program in the Wine prefix of the cross build: run_in_wine.sh PROGRAM.exe [ARGUMENT]...
+# WINEPREFIX, when set, names another prefix. Makes the prefix when there is none.
+set -eu
+here=$(cd "$(dirname "$0")/.." && pwd)
+export WINEPREFIX=${WINEPREFIX:-$here/build/windows/wine-prefix}
+export WINEDEBUG=${WINEDEBUG:--all}
+export DISPLAY=
+wine=$(command -v wine64 || command -v wine || echo /usr/lib/wine/wine64)
+if [ ! -e "$WINEPREFIX/system.reg" ]; then
+    mkdir -p "$WINEPREFIX"
+    "$wine" wineboot -i >/dev/null 2>&1
+    wineserver -w
+fi
+exec "$wine" "$@"

@@ -1,0 +1,51 @@
+// Channel data to planes: raw, PackBits, zlib, and prediction. Works on memory only.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "document/psd_result.h"
+
+namespace tessary {
+
+enum ChannelCompression : uint16_t {
+    kCompressionRaw = 0,
+    kCompressionPackBits = 1,
+    kCompressionZip = 2,
+    kCompressionZipPrediction = 3,
+};
+
+// The planes of a block of data: equal planes one after another.
+struct PlaneShape {
+    uint32_t width = 0;   // samples
+    uint32_t height = 0;  // rows
+    uint32_t depth = 8;   // bits a sample
+    uint32_t planeCount = 1;
+};
+
+// How many bytes one stored byte can become; 0 for a code that does not exist.
+uint32_t CompressionExpansion(uint16_t compression);
+
+// Decodes `input` (behind the compression code) into `planes`, planeCount x height rows. Bytes that the input
+// does not reach are 0 afterwards. kBadCompression, kInflateSetup, kInflateFailed.
+//   input   PackBits: the row count table first, planeCount x height 16-bit counts
+//   planes  at least planeCount x height x PlaneRowBytes bytes, zero-filled by the caller
+PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input, const PlaneShape& shape,
+                           std::span<uint8_t> planes);
+
+// Unpacks one PackBits row.
+//   input    the compressed bytes of this row only
+//   output   one plane row; bytes that the input does not reach stay as they are
+// A run that would pass the end of the row is cut there. Returns the bytes written.
+size_t UnpackBits(std::span<const uint8_t> input, std::span<uint8_t> output);
+
+// Inflates one zlib stream. A stream that ends before `output` is full leaves the rest as it is, one that
+// goes on is cut; corrupt or truncated data is kInflateFailed.
+PsdReadResult InflateAll(std::span<const uint8_t> input, std::span<uint8_t> output);
+
+// Adds up the differences of each row in place. 32-bit samples are treated one by one, as this format's
+// readers do.
+void UndoPrediction(uint8_t* planes, uint32_t width, uint64_t rows, uint32_t depth);
+
+}  // namespace tessary

@@ -1,0 +1,53 @@
+#include "document/platform.h"
+
+#include <cstdlib>
+
+#if !defined(_WIN32)
+#include <chrono>
+#endif
+
+namespace tessary {
+
+uint64_t SystemTimeSeed() {
+#if defined(_WIN32)
+    FILETIME time;
+    GetSystemTimeAsFileTime(&time);
+    return static_cast<uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+#else
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count() / 100);
+#endif
+}
+
+#if defined(TESSARY_FAULT_INJECTION)
+namespace {
+uint64_t g_allocations = 0;
+uint64_t g_failAt = 0;
+bool g_failLater = false;
+
+bool AllocationFails() {
+    ++g_allocations;
+    return g_failAt != 0 && (g_allocations == g_failAt || (g_failLater && g_allocations > g_failAt));
+}
+}  // namespace
+
+void FailAllocationNumber(uint64_t n, bool andAllLater) {
+    g_allocations = 0;
+    g_failAt = n;
+    g_failLater = andAllLater;
+}
+
+uint64_t AllocationCount() { return g_allocations; }
+#else
+namespace {
+constexpr bool AllocationFails() { return false; }
+}  // namespace
+#endif
+
+void* AllocateZeroedBytes(size_t bytes) {
+    return AllocationFails() ? nullptr : std::calloc(bytes ? bytes : 1, 1);
+}
+
+void FreeBytes(void* memory) { std::free(memory); }
+
+}  // namespace tessary

@@ -1,0 +1,13 @@
+// Draws layer effects in two passes around the layer's own pixels.
+#pragma once
+
+#include "document/psd_document.h"
+
+namespace tessary {
+
+// Both draw inside `area` (canvas coordinates, clipped to the canvas). An effect that finds no memory is not
+// drawn.
+void DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area);
+void DrawEffectsAbove(PsdDocument& document, PsdLayer& layer, const Rect& area);
+
+}  // namespace tessary

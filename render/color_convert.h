@@ -1,0 +1,50 @@
+// Planes of any colour mode and depth to pixels, and single colours to pixels. Knows no document.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace tessary {
+
+// The planes of one image. Each plane is height rows of PlaneRowBytes(width, depth) bytes, samples as the
+// file stores them: 1 bit (most significant bit first), 8 bits, 16 bits or 32-bit floats big-endian.
+struct PlaneBlock {
+    uint32_t colorMode = 0;  // PsdColorMode
+    uint32_t depth = 8;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    const uint8_t* alpha = nullptr;          // transparency plane; null = opaque
+    const uint8_t* color[4] = {};            // colour planes in the mode's order; null = all samples 0
+    uint32_t planeCount = 0;                 // planes the image has, transparency included
+    std::span<const uint32_t> palette = {};  // ARGB; empty = none
+    int32_t transparencyIndex = -1;          // palette entry that is drawn with alpha 0; -1 = none
+};
+
+// Bytes of one row of a plane; 64 bits, so that any width fits. 0 for a depth that does not exist.
+uint64_t PlaneRowBytes(uint64_t width, uint32_t depth);
+
+// How many planes an image of this mode has when one of them is its transparency plane: 2, 4 or 5; 0 for
+// modes that have none. Any other count means that the image is opaque.
+uint32_t PlanesWithTransparency(uint32_t colorMode);
+
+// Colour planes that the conversion of a mode looks at: 1, 3 or 4.
+uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount);
+
+// Converts rows [firstRow, firstRow + rowCount) of the block. `pixels` is the whole image, width x height
+// words. Combinations of mode and depth that have no conversion leave the pixels as they are.
+void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount, uint32_t* pixels);
+
+// Reduces a mask plane of 8, 16 or 32 bits to one byte a sample; other depths leave `mask` as it is.
+// `samples` is width x height, and so is `mask`, which may be the same memory.
+void ReduceMaskPlane(const uint8_t* samples, uint32_t depth, size_t count, uint8_t* mask);
+
+// Single colours, each one opaque unless `alpha` says otherwise.
+//   lightness 0..100, a and b around 0
+uint32_t LabToArgb(uint32_t alpha, int32_t lightness, int32_t a, int32_t b);
+//   fractions of ink
+uint32_t CmykToArgb(double cyan, double magenta, double yellow, double black);
+//   hue in degrees, saturation and brightness as fractions; brightness is taken as lightness
+uint32_t HsbToArgb(uint32_t alpha, int32_t hue, double saturation, double brightness);
+
+}  // namespace tessary

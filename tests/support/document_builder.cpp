@@ -1,0 +1,328 @@
+#include "tests/support/document_builder.h"
+
+#include <zlib.h>
+
+#include <bit>
+#include <cmath>
+#include <stdexcept>
+
+#include "document/channel_codec.h"
+#include "tests/support/memory_stream.h"
+
+namespace tessary::test {
+
+ByteWriter& ByteWriter::Number(uint64_t value, int size) {
+    for (int shift = 8 * (size - 1); shift >= 0; shift -= 8)
+        m_bytes.push_back(static_cast<uint8_t>(value >> shift));
+    return *this;
+}
+
+ByteWriter& ByteWriter::Fixed(double value) { return I32(static_cast<int32_t>(std::lround(value * 65536))); }
+ByteWriter& ByteWriter::F32(float value) { return U32(std::bit_cast<uint32_t>(value)); }
+ByteWriter& ByteWriter::F64(double value) { return Number(std::bit_cast<uint64_t>(value), 8); }
+
+ByteWriter& ByteWriter::Text(std::string_view text) {
+    m_bytes.insert(m_bytes.end(), text.begin(), text.end());
+    return *this;
+}
+
+ByteWriter& ByteWriter::Raw(const Bytes& bytes) {
+    m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
+    return *this;
+}
+
+ByteWriter& ByteWriter::Zeros(size_t count) {
+    m_bytes.resize(m_bytes.size() + count);
+    return *this;
+}
+
+ByteWriter& ByteWriter::RectTlbr(const Rect& rect) {
+    return I32(rect.top).I32(rect.left).I32(rect.bottom).I32(rect.right);
+}
+
+ByteWriter& ByteWriter::Pascal(std::string_view text, size_t alignment) {
+    U8(static_cast<uint32_t>(text.size())).Text(text);
+    return Zeros((alignment - (1 + text.size()) % alignment) % alignment);
+}
+
+ByteWriter& ByteWriter::Unicode(std::u16string_view text) {
+    U32(static_cast<uint32_t>(text.size()));
+    for (const char16_t unit : text) U16(unit);
+    return *this;
+}
+
+ByteWriter& ByteWriter::Counted(const Bytes& bytes) {
+    return U32(static_cast<uint32_t>(bytes.size())).Raw(bytes);
+}
+
+ByteWriter& ByteWriter::Id(std::string_view key) {
+    return U32(key.size() == 4 ? 0 : static_cast<uint32_t>(key.size())).Text(key);
+}
+
+ByteWriter& ByteWriter::ClassName(std::string_view classId) { return Unicode(u"").Id(classId); }
+
+ByteWriter& ByteWriter::ColorItem(std::string_view key, double red, double green, double blue) {
+    return ItemHead(key, "Objc")
+        .ClassName("RGBC")
+        .U32(3)
+        .Double("Rd  ", red)
+        .Double("Grn ", green)
+        .Double("Bl  ", blue);
+}
+
+Bytes PackBits(const Bytes& row) {
+    Bytes packed;
+    for (size_t i = 0; i < row.size();) {
+        size_t run = 1;
+        while (i + run < row.size() && run < 128 && row[i + run] == row[i]) ++run;
+        if (run > 2) {
+            packed.push_back(static_cast<uint8_t>(257 - run));
+            packed.push_back(row[i]);
+            i += run;
+            continue;
+        }
+        size_t end = i;
+        while (end < row.size() && end - i < 128 &&
+               !(end + 2 < row.size() && row[end] == row[end + 1] && row[end] == row[end + 2])) {
+            ++end;
+        }
+        packed.push_back(static_cast<uint8_t>(end - i - 1));
+        packed.insert(packed.end(), row.begin() + static_cast<std::ptrdiff_t>(i),
+                      row.begin() + static_cast<std::ptrdiff_t>(end));
+        i = end;
+    }
+    return packed;
+}
+
+Bytes Zip(const Bytes& data) {
+    uLongf size = compressBound(static_cast<uLong>(data.size()));
+    Bytes packed(size);
+    if (compress(packed.data(), &size, data.data(), static_cast<uLong>(data.size())) != Z_OK) {
+        throw std::runtime_error("zlib cannot compress");
+    }
+    packed.resize(size);
+    return packed;
+}
+
+Bytes Predict(const Bytes& planes, size_t rowBytes, uint32_t depth) {
+    Bytes result = planes;
+    const size_t step = depth / 8;
+    for (size_t row = 0; rowBytes != 0 && row + rowBytes <= planes.size(); row += rowBytes) {
+        for (size_t i = rowBytes - step; i >= step; i -= step) {
+            uint32_t here = 0, before = 0;
+            for (size_t k = 0; k < step; ++k) {
+                here = here << 8 | planes[row + i + k];
+                before = before << 8 | planes[row + i - step + k];
+            }
+            const uint32_t difference = here - before;
+            for (size_t k = 0; k < step; ++k) {
+                result[row + i + k] = static_cast<uint8_t>(difference >> (8 * (step - 1 - k)));
+            }
+        }
+    }
+    return result;
+}
+
+Bytes EncodePlanes(uint16_t compression, const Bytes& planes, size_t rowBytes, uint32_t depth) {
+    ByteWriter out;
+    out.U16(compression);
+    if (compression == kCompressionPackBits) {
+        ByteWriter rows;
+        for (size_t at = 0; rowBytes != 0 && at + rowBytes <= planes.size(); at += rowBytes) {
+            const Bytes row = PackBits(Bytes(planes.begin() + static_cast<std::ptrdiff_t>(at),
+                                             planes.begin() + static_cast<std::ptrdiff_t>(at + rowBytes)));
+            out.U16(static_cast<uint32_t>(row.size()));
+            rows.Raw(row);
+        }
+        return out.Raw(rows.bytes());
+    }
+    if (compression == kCompressionZip) return out.Raw(Zip(planes));
+    if (compression == kCompressionZipPrediction) return out.Raw(Zip(Predict(planes, rowBytes, depth)));
+    return out.Raw(planes);
+}
+
+namespace {
+
+size_t RowBytes(int64_t width, uint32_t depth) {
+    return width < 1 ? 0 : (static_cast<size_t>(width) * depth + 7) / 8;
+}
+
+}  // namespace
+
+LayerBuilder& LayerBuilder::Channel(int16_t id, Bytes samples, uint16_t compression) {
+    m_channels.push_back({id, std::move(samples), false, compression, {}});
+    return *this;
+}
+
+LayerBuilder& LayerBuilder::ChannelData(int16_t id, Bytes data, std::optional<uint32_t> claimedLength) {
+    m_channels.push_back({id, std::move(data), true, 0, claimedLength});
+    return *this;
+}
+
+LayerBuilder& LayerBuilder::Solid(uint32_t argb) {
+    const size_t count = m_bounds.IsEmpty() ? 0 : static_cast<size_t>(m_bounds.Width() * m_bounds.Height());
+    return Pixels(std::vector<uint32_t>(count, argb));
+}
+
+LayerBuilder& LayerBuilder::Pixels(const std::vector<uint32_t>& pixels, uint16_t compression) {
+    const std::pair<int16_t, int> planes[] = {
+        {int16_t{-1}, 24}, {int16_t{0}, 16}, {int16_t{1}, 8}, {int16_t{2}, 0}};
+    for (const auto& [id, shift] : planes) {
+        Bytes plane;
+        for (const uint32_t pixel : pixels) plane.push_back(static_cast<uint8_t>(pixel >> shift));
+        Channel(id, std::move(plane), compression);
+    }
+    return *this;
+}
+
+LayerBuilder& LayerBuilder::Mask(const Rect& rect, uint8_t defaultColor, uint8_t maskFlags,
+                                 std::optional<Bytes> samples) {
+    m_maskRect = m_userMaskRect = rect;
+    m_maskBytes = ByteWriter().RectTlbr(rect).U8(defaultColor).U8(maskFlags).U16(0);
+    if (samples) Channel(-2, std::move(*samples));
+    return *this;
+}
+
+LayerBuilder& LayerBuilder::RealMask(const Rect& rect, uint8_t defaultColor, uint8_t maskFlags,
+                                     const Rect& realRect, uint8_t realColor, uint8_t realFlags) {
+    m_userMaskRect = rect;
+    m_maskRect = realRect;
+    m_maskBytes = ByteWriter()
+                      .RectTlbr(rect)
+                      .U8(defaultColor)
+                      .U8(maskFlags)
+                      .U8(realFlags)
+                      .U8(realColor)
+                      .RectTlbr(realRect);
+    return *this;
+}
+
+LayerBuilder& LayerBuilder::Block(std::string_view key, const Bytes& data, std::string_view signature) {
+    ByteWriter block;
+    block.Text(signature).Text(key).Counted(data).Zeros(data.size() % 2);
+    m_blocks.insert(m_blocks.end(), block.bytes().begin(), block.bytes().end());
+    return *this;
+}
+
+Bytes LayerBuilder::Encoded(const ChannelEntry& channel, uint32_t sampleDepth) const {
+    if (channel.encoded) return channel.data;
+    const Rect& rect = channel.id == -3 ? m_maskRect : channel.id == -2 ? m_userMaskRect : m_bounds;
+    return EncodePlanes(channel.compression, channel.data, RowBytes(rect.Width(), sampleDepth), sampleDepth);
+}
+
+Bytes LayerBuilder::Record() const {
+    ByteWriter extra;
+    extra.Counted(m_maskBytes).Counted(m_ranges).Pascal(m_name, 4).Raw(m_blocks);
+    ByteWriter record;
+    record.RectTlbr(m_bounds).U16(m_channelCount.value_or(static_cast<uint16_t>(m_channels.size())));
+    for (const ChannelEntry& channel : m_channels) {
+        const uint32_t length = static_cast<uint32_t>(Encoded(channel, m_depth).size());
+        record.I16(channel.id).U32(channel.claimedLength.value_or(length));
+    }
+    record.Text(m_blendSignature).Text(m_modeKey).U8(m_opacity).U8(m_clipping).U8(m_flags).U8(m_filler);
+    record.U32(m_extraLength.value_or(static_cast<uint32_t>(extra.size()))).Raw(extra.bytes());
+    return record;
+}
+
+Bytes LayerBuilder::ChannelImageData(uint32_t sampleDepth) const {
+    ByteWriter data;
+    for (const ChannelEntry& channel : m_channels) data.Raw(Encoded(channel, sampleDepth));
+    return data;
+}
+
+namespace {
+
+// Writers give every record, group markers too, the four channels of an empty layer.
+LayerBuilder EmptyLayer() {
+    LayerBuilder layer({0, 0, 0, 0});
+    layer.Solid(0);
+    return layer;
+}
+
+}  // namespace
+
+LayerBuilder GroupEnd() { return EmptyLayer().Name("</Layer group>").Block("lsct", ByteWriter().U32(3)); }
+
+LayerBuilder GroupHead(std::string_view recordKey, std::string_view dividerKey) {
+    ByteWriter divider;
+    divider.U32(1);
+    if (!dividerKey.empty()) divider.Text("8BIM").Text(dividerKey);
+    return EmptyLayer().Name("group").Mode(recordKey).Block("lsct", divider);
+}
+
+DocumentBuilder& DocumentBuilder::Resource(uint16_t id, const Bytes& data, std::string_view name,
+                                           std::string_view resourceSignature) {
+    m_resources.Text(resourceSignature).U16(id).Pascal(name, 2).Counted(data).Zeros(data.size() % 2);
+    return *this;
+}
+
+DocumentBuilder& DocumentBuilder::HasRealMergedData(bool value) {
+    return Resource(1057, ByteWriter().U32(1).U8(value).Unicode(u"writer").Unicode(u"reader").U32(1));
+}
+
+DocumentBuilder& DocumentBuilder::Resolution(double perUnit, uint16_t unit) {
+    return Resource(1005, ByteWriter().Fixed(perUnit).U16(unit).U16(1).Fixed(perUnit).U16(unit).U16(1));
+}
+
+DocumentBuilder& DocumentBuilder::DocumentBlock(std::string_view key, const Bytes& data) {
+    m_documentBlocks.Text("8BIM").Text(key).Counted(data);
+    return *this;
+}
+
+DocumentBuilder& DocumentBuilder::Merged(Bytes planes, uint16_t compression) {
+    return MergedData(EncodePlanes(compression, planes, RowBytes(m_width, m_depth), m_depth));
+}
+
+Bytes DocumentBuilder::LayerInfo() const {
+    ByteWriter info;
+    info.I16(m_layerCount.value_or(static_cast<int16_t>(m_layers.size())));
+    for (const LayerBuilder& layer : m_layers) {
+        layer.m_depth = m_depth;
+        info.Raw(layer.Record());
+    }
+    for (const LayerBuilder& layer : m_layers) info.Raw(layer.ChannelImageData(m_depth));
+    return info.Zeros(info.size() % 2);
+}
+
+Bytes DocumentBuilder::Build() const {
+    ByteWriter file;
+    file.Text(m_signature)
+        .U16(m_version)
+        .Zeros(6)
+        .U16(m_channels)
+        .U32(m_height)
+        .U32(m_width)
+        .U16(m_depth)
+        .U16(m_colorMode);
+    file.Counted(m_colorModeData).Counted(m_resources.bytes());
+
+    ByteWriter section;
+    const bool hasLayers = !m_layers.empty() || m_layerCount;
+    if (hasLayers && m_layerBlock.empty()) {
+        section.Counted(LayerInfo());
+    } else if (hasLayers || m_documentBlocks.size() || !m_globalMask.empty()) {
+        section.U32(0);
+    }
+    if (section.size()) section.Counted(m_globalMask);
+    if (hasLayers && !m_layerBlock.empty()) {
+        // The length of the block is the length of the layer info.
+        section.Text("8BIM").Text(m_layerBlock).Counted(LayerInfo());
+    }
+    section.Raw(m_documentBlocks.bytes());
+    file.Counted(section.bytes());
+
+    const uint64_t planeBytes = uint64_t{RowBytes(m_width, m_depth)} * m_height;
+    if (m_mergedData) return file.Raw(*m_mergedData);
+    if (planeBytes * m_channels > 1u << 28)
+        throw std::length_error("give a document of this size its merged data");
+    return file.U16(0).Zeros(static_cast<size_t>(planeBytes * m_channels));
+}
+
+Opened OpenBytes(const Bytes& file, uint32_t mode) {
+    MemoryStream stream(file);
+    Opened opened;
+    opened.result = OpenDocument(opened.document, &stream, mode);
+    return opened;
+}
+
+}  // namespace tessary::test

@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Builds everything both ways and runs all tests: style and include checks, the native tests with sanitizers, the
+# Windows tests under Wine. Ends on ctest's own summary.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+tools/install_packages.sh
+
+git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+python3 tools/check_includes.py
+
+for preset in native windows; do
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset"
+done
+
+# One test directory over both builds, so that one summary counts everything.
+mkdir -p build/all
+printf 'subdirs("../native" "../windows")\n' > build/all/CTestTestfile.cmake
+status=0
+ctest --test-dir build/all --output-on-failure -j "$(nproc)" || status=$?
+exit $status
