@@ -14,9 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "document/psd_document.h"
+#include "document/psd_result.h"
 #include "frontend/document_pixels.h"
-#include "render/render.h"
 #include "tools/file_stream.h"
 
 namespace tessary::tools {
@@ -81,25 +80,9 @@ const char* NameOf(PsdReadResult result) {
 struct Options {
     const char* input = nullptr;
     const char* output = nullptr;
-    int runs = 0;         // 0: no measurement
-    bool layers = false;  // composite even where the merged image is trusted
+    int runs = 0;  // 0: no measurement
+    PictureChoice choice = PictureChoice::kAsTheFileSays;
 };
-
-// The layers on an empty canvas, whatever the document says about its merged image.
-PsdReadResult CompositeDocument(IStream* stream, DocumentPixels& picture) {
-    Owned<PsdDocument> document;
-    PsdReadResult result = OpenDocument(document, stream, kReadEverything);
-    if (result != PsdReadResult::kOk) return result;
-    const auto side = [](uint32_t length) { return static_cast<int32_t>(std::min(length, 0x7FFFFFFFu)); };
-    result = Render(document.get(), 0, 0, side(document->width), side(document->height));
-    if (result != PsdReadResult::kOk) return result;
-    picture = {std::move(document->canvas), document->width, document->height};
-    return result;
-}
-
-PsdReadResult Decode(const Options& options, IStream* stream, DocumentPixels& picture) {
-    return options.layers ? CompositeDocument(stream, picture) : DecodeDocumentPixels(stream, picture);
-}
 
 PsdReadResult Measure(const Options& options, DocumentPixels& picture) {
     std::vector<uint8_t> bytes;
@@ -119,7 +102,7 @@ PsdReadResult Measure(const Options& options, DocumentPixels& picture) {
         picture = {};
         ByteStream stream(bytes);
         const auto start = std::chrono::steady_clock::now();
-        const PsdReadResult result = Decode(options, &stream, picture);
+        const PsdReadResult result = DecodeDocumentPixels(&stream, picture, options.choice);
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
         if (result != PsdReadResult::kOk) return result;
         milliseconds.push_back(elapsed.count());
@@ -180,7 +163,7 @@ std::optional<Options> ParseArguments(int count, char** arguments) {
     for (int i = 1; i < count; ++i) {
         const std::string_view text = arguments[i];
         if (text == "--layers") {
-            options.layers = true;
+            options.choice = PictureChoice::kAlwaysLayers;
         } else if (text == "--time") {
             options.runs = kDefaultRuns;
         } else if (text.starts_with("--time=")) {
@@ -216,7 +199,7 @@ int Run(int count, char** arguments) {
     }
     DocumentPixels picture;
     const PsdReadResult result =
-        options->runs ? Measure(*options, picture) : Decode(*options, &stream, picture);
+        options->runs ? Measure(*options, picture) : DecodeDocumentPixels(&stream, picture, options->choice);
     if (result != PsdReadResult::kOk) {
         std::fprintf(stderr, "psdrender: cannot decode %s: %s (%d)\n", options->input, NameOf(result),
                      static_cast<int>(result));
