@@ -46,7 +46,8 @@ struct ITessaryBitmapFrameDecodePrivate : public IUnknown {
                                                  IWICComponentFactory* componentFactory,
                                                  REFGUID containerFormat, UINT width, UINT height, UINT dpiX,
                                                  UINT dpiY, BYTE hasColorProfile, BYTE hasThumbnail,
-                                                 IUnknown* thumbnailSource, BYTE hasExif, BYTE hasXmp) = 0;
+                                                 IWICBitmapSource* thumbnailSource, BYTE hasExif,
+                                                 BYTE hasXmp) = 0;
 };
 
 struct IBufferedStreamInit : public IUnknown {
