@@ -84,7 +84,8 @@ struct BlendColorDodge {
 struct BlendVividLight {
     static constexpr int32_t Blend(int32_t s, int32_t d) {
         // One quotient at its limit is enough for white, which is also the answer where a divisor is 0.
-        return (LimitedQuotient(s * s, 255 - d, 511.0f) + LimitedQuotient(d * d, 255 - s, 511.0f)) >> 1;
+        const int32_t sum = LimitedQuotient(s * s, 255 - d, 511.0f) + LimitedQuotient(d * d, 255 - s, 511.0f);
+        return sum < 511 ? sum >> 1 : 255;
     }
 };
 struct BlendLinearLight {
