@@ -11,8 +11,6 @@
 
 namespace tessary {
 
-constexpr int32_t ClampToByte(int32_t value) { return value < 0 ? 0 : value > 255 ? 255 : value; }
-
 // Hue, saturation and lightness. All that depends on a pixel's hue alone is summed up beforehand.
 class HueMap {
 public:

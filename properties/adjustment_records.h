@@ -11,6 +11,8 @@ namespace tessary {
 
 using ByteTable = std::array<uint8_t, 256>;
 
+constexpr int32_t ClampToByte(int32_t value) { return value < 0 ? 0 : value > 255 ? 255 : value; }
+
 // One table a channel.
 struct ChannelTables {
     ByteTable red{};

@@ -11,7 +11,7 @@
 namespace tessary {
 namespace {
 
-constexpr uint8_t ClampToByte(int32_t value) { return static_cast<uint8_t>(std::clamp(value, 0, 255)); }
+constexpr uint8_t ToByte(int32_t value) { return static_cast<uint8_t>(ClampToByte(value)); }
 
 // NaN becomes 0.
 uint8_t TruncateToByte(double value) {
@@ -50,7 +50,7 @@ uint8_t LevelInput(const LevelRecord& level, int32_t value) {
 
 uint8_t LevelOutput(const LevelRecord& level, int32_t value) {
     if (level.outputFloor == 0 && level.outputCeiling == 255) return static_cast<uint8_t>(value);
-    return ClampToByte(level.outputFloor + (128 + value * (level.outputCeiling - level.outputFloor)) / 255);
+    return ToByte(level.outputFloor + (128 + value * (level.outputCeiling - level.outputFloor)) / 255);
 }
 
 ByteTable LevelMap(const LevelRecord& level) {
@@ -86,7 +86,7 @@ struct SplineWalk {
         second += third;
     }
 
-    uint8_t Rounded() const { return ClampToByte(TruncateToInt32(value + 0.5)); }
+    uint8_t Rounded() const { return ToByte(TruncateToInt32(value + 0.5)); }
 };
 
 void DrawSegment(ByteTable& table, const CurvePoint& a, const CurvePoint& b, const CurvePoint& c,
@@ -114,13 +114,13 @@ void DrawCurve(ByteTable& table, const CurveRecord& curve) {
         points[i].input = std::min<uint16_t>(points[i].input, 255);
     }
     const size_t last = count - 1;
-    std::fill_n(table.begin(), points[0].input, ClampToByte(points[0].output));
-    std::fill(table.begin() + points[last].input, table.end(), ClampToByte(points[last].output));
+    std::fill_n(table.begin(), points[0].input, ToByte(points[0].output));
+    std::fill(table.begin() + points[last].input, table.end(), ToByte(points[last].output));
     for (size_t i = 0; i < last; ++i) {
         DrawSegment(table, points[i > 0 ? i - 1 : 0], points[i], points[i + 1],
                     points[std::min(i + 2, last)]);
     }
-    for (size_t i = 0; i < count; ++i) table[points[i].input] = ClampToByte(points[i].output);
+    for (size_t i = 0; i < count; ++i) table[points[i].input] = ToByte(points[i].output);
 }
 
 // --- colour balance
