@@ -1,7 +1,46 @@
 #include "frontend/document_pixels.h"
 
-namespace tessary {
+#include <utility>
 
-PsdReadResult DecodeDocumentPixels(IStream*, DocumentPixels&) { return PsdReadResult::kNoStream; }
+#include "frontend/stream_position.h"
+#include "render/render.h"
+
+namespace tessary {
+namespace {
+
+// Hands the image over; the document keeps nothing of it.
+PsdReadResult TakeImage(PsdDocument& document, Owned<uint32_t>& image, DocumentPixels& picture) {
+    if (!image) return PsdReadResult::kShortRead;
+    picture.width = document.width;
+    picture.height = document.height;
+    picture.pixels = std::move(image);
+    return PsdReadResult::kOk;
+}
+
+PsdReadResult TakeLayers(IStream* stream, DocumentPixels& picture) {
+    Owned<PsdDocument> document;
+    PsdReadResult result = OpenDocument(document, stream, kReadEverything);
+    if (result != PsdReadResult::kOk) return result;
+    result = Render(document.get(), 0, 0, static_cast<int32_t>(document->width),
+                    static_cast<int32_t>(document->height));
+    if (result != PsdReadResult::kOk) return result;
+    return TakeImage(*document, document->canvas ? document->canvas : document->mergedPixels, picture);
+}
+
+}  // namespace
+
+PsdReadResult DecodeDocumentPixels(IStream* stream, DocumentPixels& picture, PictureChoice choice) {
+    picture = DocumentPixels();
+    if (!stream) return PsdReadResult::kNoStream;
+    if (choice == PictureChoice::kAsTheFileSays) {
+        const StreamPositionScope keep(stream);
+        Owned<PsdDocument> document;
+        const PsdReadResult result = OpenDocument(document, stream, kReadMerged);
+        if (result != PsdReadResult::kOk) return result;
+        if (document->resources.versionInfo.hasRealMergedData)
+            return TakeImage(*document, document->mergedPixels, picture);
+    }
+    return TakeLayers(stream, picture);
+}
 
 }  // namespace tessary

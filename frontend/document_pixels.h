@@ -13,8 +13,16 @@ struct DocumentPixels {
     uint32_t height = 0;
 };
 
-// Reads the document from the start of `stream` and gives out its picture. Leaves the stream wherever reading
-// ended; reads it a second time when the layers are needed. On failure `picture` is empty.
-PsdReadResult DecodeDocumentPixels(IStream* stream, DocumentPixels& picture);
+enum class PictureChoice {
+    kAsTheFileSays,
+    kAlwaysLayers,  // as if the file did not vouch for its merged image
+};
+
+// Reads the document from the start of `stream` and gives out its picture. The stream is put back where it
+// was, unless the layers are needed: then it is read a second time and stays where that ended.
+// On failure `picture` is empty. kShortRead also stands for a document without any picture. A failure to
+// composite is a failure, whether or not there is a merged image: the file does not vouch for that one.
+PsdReadResult DecodeDocumentPixels(IStream* stream, DocumentPixels& picture,
+                                   PictureChoice choice = PictureChoice::kAsTheFileSays);
 
 }  // namespace tessary

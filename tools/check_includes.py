@@ -15,7 +15,7 @@ LEAVES = {
 }
 BASE = {"psd_document", "byte_reader"}
 CORE = {"codec_result", "document_pixels", "exif_graft", "header_probe", "pixel_copy", "read_ahead", "registry_script",
-        "thumbnail_image"}
+        "stream_position", "thumbnail_image"}
 EXCEPTIONS = {("document/tagged_blocks.cpp", "properties/property_readers.h")}
 STANDARD = re.compile(r"^[a-z_0-9]+$")
 
