@@ -153,7 +153,9 @@ struct PsdLayerMask {
     bool relativeToLayer = false;
     bool disabled = true;
     bool inverted = false;
-    Owned<uint8_t> data;  // width x height bytes, or null
+    bool hasReal = false;  // the record has a user mask and a real one; all of the above is the real one's
+    Rect userBounds;       // of the user mask, channel -2
+    Owned<uint8_t> data;   // width x height bytes, or null
 };
 
 // Four 16-bit values of a blending range: two of a split black point, two of a split white point. Only the

@@ -1,9 +1,343 @@
 #include "render/color_convert.h"
 
-namespace tessary {
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <limits>
 
-uint32_t LabToArgb(uint32_t, int32_t, int32_t, int32_t) { return 0; }
-uint32_t CmykToArgb(double, double, double, double) { return 0; }
-uint32_t HsbToArgb(uint32_t, int32_t, double, double) { return 0; }
+#include "document/big_endian.h"
+#include "document/checked_math.h"
+#include "render/pixel.h"
+
+namespace tessary {
+namespace {
+
+// The numbers of the file header; this file knows no document.
+constexpr uint32_t kBitmap = 0, kGrayscale = 1, kIndexed = 2, kRgb = 3, kCmyk = 4, kMultichannel = 7,
+                   kDuotone = 8, kLab = 9;
+
+constexpr uint32_t kBeyondPalette = 0xFFFEFEFE;
+
+// Samples of every depth become bytes in pieces of this many, so that each mode needs one loop only.
+constexpr size_t kChunk = 1024;
+
+constexpr auto kAbsentSamples = std::array<uint8_t, kChunk>{};
+constexpr auto kOpaqueSamples = [] {
+    std::array<uint8_t, kChunk> samples{};
+    samples.fill(255);
+    return samples;
+}();
+
+// Values above 1 and below 0 wrap. The product of a float and 255 is exact in double precision.
+uint8_t ReduceFloat(const uint8_t* sample) {
+    return static_cast<uint8_t>(TruncateToInt32(LoadFloat(sample) * 255.0));
+}
+
+// `reduced` may begin where `samples` begins: no byte is overwritten before it is read.
+void ReduceSamples(const uint8_t* samples, uint32_t depth, uint8_t* reduced, size_t count) {
+    if (depth == 16) {
+        for (size_t i = 0; i < count; ++i) reduced[i] = samples[2 * i];
+    } else {
+        for (size_t i = 0; i < count; ++i) reduced[i] = ReduceFloat(samples + 4 * i);
+    }
+}
+
+// One piece of an image, every sample a byte. None of the pointers is null.
+struct Chunk {
+    const uint8_t* alpha;
+    const uint8_t* color[4];
+    const uint32_t* palette;  // 256 entries
+};
+
+void GrayChunk(const Chunk& in, uint32_t* pixels, size_t count) {
+    const uint8_t* alpha = in.alpha;
+    const uint8_t* gray = in.color[0];
+    for (size_t i = 0; i < count; ++i) pixels[i] = PackPixel(alpha[i], gray[i], gray[i], gray[i]);
+}
+
+void IndexedChunk(const Chunk& in, uint32_t* pixels, size_t count) {
+    const uint8_t* index = in.color[0];
+    const uint32_t* palette = in.palette;
+    for (size_t i = 0; i < count; ++i) pixels[i] = palette[index[i]];
+}
+
+void RgbChunk(const Chunk& in, uint32_t* pixels, size_t count) {
+    const uint8_t* alpha = in.alpha;
+    const uint8_t* red = in.color[0];
+    const uint8_t* green = in.color[1];
+    const uint8_t* blue = in.color[2];
+    for (size_t i = 0; i < count; ++i) pixels[i] = PackPixel(alpha[i], red[i], green[i], blue[i]);
+}
+
+// Both bytes are stored as 255 - ink. Equals (65535 - (255 - x) * k - 256 * (255 - k)) >> 8, so full ink
+// without black is 1, not 0.
+constexpr uint32_t InkToByte(uint32_t x, uint32_t k) { return (255 + k * (x + 1)) >> 8; }
+
+void CmykChunk(const Chunk& in, uint32_t* pixels, size_t count) {
+    const uint8_t* alpha = in.alpha;
+    const uint8_t* cyan = in.color[0];
+    const uint8_t* magenta = in.color[1];
+    const uint8_t* yellow = in.color[2];
+    const uint8_t* black = in.color[3];
+    for (size_t i = 0; i < count; ++i) {
+        const uint32_t k = black[i];
+        pixels[i] =
+            PackPixel(alpha[i], InkToByte(cyan[i], k), InkToByte(magenta[i], k), InkToByte(yellow[i], k));
+    }
+}
+
+void MultichannelChunk(const Chunk& in, uint32_t* pixels, size_t count) {
+    const uint8_t* red = in.color[0];
+    const uint8_t* green = in.color[1];
+    const uint8_t* blue = in.color[2];
+    const auto scale = [](uint32_t x) { return (x + 2) * 255 >> 8; };
+    for (size_t i = 0; i < count; ++i) {
+        pixels[i] = PackPixel(255, scale(red[i]), scale(green[i]), scale(blue[i]));
+    }
+}
+
+struct LinearRgb {
+    double red, green, blue;
+};
+
+LinearRgb LabToLinear(int32_t lightness, int32_t a, int32_t b) {
+    const auto f = [](double t) {
+        const double cube = t * t * t;
+        return cube > 0.008856 ? cube : t * 0.1284191601386927;
+    };
+    const double fy = (lightness + 16.0) / 116;
+    const double fx = fy + a * 0.002;
+    const double fz = fy - b * 0.005;
+    const double x = f(fx) * 95.047 / 100;
+    const double y = f(fy) * 100.0 / 100;
+    const double z = f(fz) * 108.883 / 100;
+    return {3.2406 * x - 1.5372 * y - 0.4986 * z, -0.9689 * x + 1.8758 * y + 0.0415 * z,
+            0.0557 * x - 0.2040 * y + 1.0570 * z};
+}
+
+// Truncates to a byte; what lies outside 0..1 is clamped and a value that is not a number becomes 0.
+uint32_t FractionToByte(double value) {
+    if (!(value > 0)) return 0;
+    return value < 1 ? static_cast<uint32_t>(value * 255) : 255;
+}
+
+uint32_t EncodeGamma(double linear) {
+    return FractionToByte(linear > 0.0031308 ? 1.055 * std::pow(linear, 1 / 2.4) - 0.055 : 12.92 * linear);
+}
+
+// EncodeGamma without its power. Cells are so narrow that a byte ends in a cell at most once: where it does,
+// `next` is the first value that gives the following byte. The last cell holds all values from 1 on, because
+// the curve reaches 255 just above 1.
+struct GammaTable {
+    static constexpr uint32_t kCells = 4096;
+    double next[kCells + 1];
+    uint8_t byte[kCells + 1];
+
+    GammaTable() {
+        std::fill(std::begin(next), std::end(next), std::numeric_limits<double>::infinity());
+        for (uint32_t cell = 0; cell <= kCells; ++cell) {
+            byte[cell] = static_cast<uint8_t>(EncodeGamma(static_cast<double>(cell) / kCells));
+        }
+        for (uint32_t n = 1; n <= 255; ++n) {
+            // Positive doubles are ordered as their bit patterns are.
+            uint64_t below = 0, reached = std::bit_cast<uint64_t>(2.0);
+            while (reached - below > 1) {
+                const uint64_t middle = below + (reached - below) / 2;
+                (EncodeGamma(std::bit_cast<double>(middle)) >= n ? reached : below) = middle;
+            }
+            const double first = std::bit_cast<double>(reached);
+            if (byte[CellOf(first)] < n) next[CellOf(first)] = first;
+        }
+    }
+
+    static uint32_t CellOf(double linear) {
+        const double inside = linear > 0 ? std::min(linear, 1.0) : 0.0;
+        return static_cast<uint32_t>(inside * kCells);
+    }
+    uint32_t Encode(double linear) const {
+        const uint32_t cell = CellOf(linear);
+        return byte[cell] + (linear >= next[cell] ? 1u : 0u);
+    }
+};
+
+void LabChunk(const Chunk& in, uint32_t* pixels, size_t count) {
+    static const GammaTable gamma;
+    for (size_t i = 0; i < count; ++i) {
+        const int32_t lightness = in.color[0][i] * 100 >> 8;
+        const int32_t a = in.color[1][i] - 128;
+        const int32_t b = in.color[2][i] - 128;
+        const LinearRgb linear = LabToLinear(lightness, a, b);
+        const uint32_t color =
+            PackPixel(0, gamma.Encode(linear.red), gamma.Encode(linear.green), gamma.Encode(linear.blue));
+        pixels[i] = uint32_t{in.alpha[i]} << 24 | ((lightness | a | b) == 0 ? 0 : color);
+    }
+}
+
+struct ModeRow {
+    uint32_t colorMode;
+    uint32_t colorPlanes;
+    uint32_t planesWithTransparency;  // 0: never transparent
+    bool allDepths;                   // else 8 bits only
+    void (*convert)(const Chunk& in, uint32_t* pixels, size_t count);
+};
+
+// Bitmaps are not here: their samples are bits.
+constexpr ModeRow kModes[] = {
+    {kGrayscale, 1, 2, true, GrayChunk},
+    {kDuotone, 1, 2, true, GrayChunk},
+    {kIndexed, 1, 0, false, IndexedChunk},
+    {kRgb, 3, 4, true, RgbChunk},
+    {kCmyk, 4, 5, true, CmykChunk},
+    {kLab, 3, 4, true, LabChunk},
+    {kMultichannel, 3, 0, false, MultichannelChunk},
+};
+// Four channels of which nothing else is known are taken for process inks.
+constexpr ModeRow kFourChannels = {kMultichannel, 4, 0, false, CmykChunk};
+
+const ModeRow* FindMode(uint32_t colorMode, uint32_t planeCount) {
+    if (colorMode == kMultichannel && planeCount == 4) return &kFourChannels;
+    for (const ModeRow& row : kModes) {
+        if (row.colorMode == colorMode) return &row;
+    }
+    return nullptr;
+}
+
+void BitmapRows(const PlaneBlock& block, uint32_t firstRow, uint32_t endRow, uint32_t* pixels) {
+    const size_t width = block.width;
+    const size_t rowBytes = static_cast<size_t>(PlaneRowBytes(width, 1));
+    for (size_t y = firstRow; y < endRow; ++y) {
+        uint32_t* out = pixels + y * width;
+        if (!block.color[0]) {
+            std::fill_n(out, width, 0xFFFFFFFFu);
+            continue;
+        }
+        const uint8_t* bits = block.color[0] + y * rowBytes;
+        // A set bit is black.
+        const auto pixelOf = [](uint32_t bit) { return 0xFF000000u | (((bit & 1) - 1) & 0x00FFFFFF); };
+        for (size_t x = 0; x < width / 8 * 8; x += 8) {
+            for (uint32_t i = 0; i < 8; ++i) out[x + i] = pixelOf(uint32_t{bits[x / 8]} >> (7 - i));
+        }
+        for (size_t x = width / 8 * 8; x < width; ++x) out[x] = pixelOf(uint32_t{bits[x / 8]} >> (7 - x % 8));
+    }
+}
+
+std::array<uint32_t, 256> FullPalette(const PlaneBlock& block) {
+    std::array<uint32_t, 256> palette{};
+    if (block.palette.empty()) return palette;
+    palette.fill(kBeyondPalette);
+    std::copy_n(block.palette.begin(), std::min(block.palette.size(), palette.size()), palette.begin());
+    if (block.transparencyIndex >= 0 && block.transparencyIndex < 256) {
+        palette[static_cast<size_t>(block.transparencyIndex)] &= 0x00FFFFFF;
+    }
+    return palette;
+}
+
+}  // namespace
+
+uint64_t PlaneRowBytes(uint64_t width, uint32_t depth) {
+    switch (depth) {
+    case 1: return (width + 7) / 8;
+    case 8:
+    case 16:
+    case 32: return width * (depth / 8);
+    default: return 0;
+    }
+}
+
+uint32_t PlanesWithTransparency(uint32_t colorMode) {
+    const ModeRow* mode = FindMode(colorMode, 0);
+    return mode ? mode->planesWithTransparency : 0;
+}
+
+uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount) {
+    const ModeRow* mode = FindMode(colorMode, planeCount);
+    return mode ? mode->colorPlanes : 1;
+}
+
+void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount, uint32_t* pixels) {
+    if (firstRow >= block.height) return;
+    const uint32_t rows = std::min(rowCount, block.height - firstRow);
+    if (block.colorMode == kBitmap && block.depth == 1) {
+        BitmapRows(block, firstRow, firstRow + rows, pixels);
+        return;
+    }
+    const ModeRow* mode = FindMode(block.colorMode, block.planeCount);
+    if (!mode || !(block.depth == 8 || (mode->allDepths && (block.depth == 16 || block.depth == 32)))) return;
+
+    const bool transparent = block.alpha && block.planeCount == mode->planesWithTransparency;
+    const auto palette = mode->colorMode == kIndexed ? FullPalette(block) : std::array<uint32_t, 256>{};
+    const size_t sampleBytes = block.depth / 8;
+    uint8_t reduced[5][kChunk];
+    // Rows of whole bytes leave no gaps, so the rows are one run of samples.
+    const size_t end = size_t{firstRow + rows} * block.width;
+    for (size_t at = size_t{firstRow} * block.width; at < end; at += kChunk) {
+        const size_t count = std::min(kChunk, end - at);
+        const auto bytesOf = [&](const uint8_t* plane, uint8_t* storage, const uint8_t* absent) {
+            if (!plane) return absent;
+            const uint8_t* samples = plane + at * sampleBytes;
+            if (sampleBytes == 1) return samples;
+            ReduceSamples(samples, block.depth, storage, count);
+            return static_cast<const uint8_t*>(storage);
+        };
+        Chunk chunk;
+        chunk.alpha = bytesOf(transparent ? block.alpha : nullptr, reduced[4], kOpaqueSamples.data());
+        for (size_t i = 0; i < 4; ++i) {
+            const uint8_t* plane = i < mode->colorPlanes ? block.color[i] : nullptr;
+            chunk.color[i] = bytesOf(plane, reduced[i], kAbsentSamples.data());
+        }
+        chunk.palette = palette.data();
+        mode->convert(chunk, pixels + at, count);
+    }
+}
+
+void ReduceMaskPlane(const uint8_t* samples, uint32_t depth, size_t count, uint8_t* mask) {
+    if (depth == 8) {
+        if (mask != samples && count) std::memcpy(mask, samples, count);
+    } else if (depth == 16 || depth == 32) {
+        ReduceSamples(samples, depth, mask, count);
+    }
+}
+
+uint32_t LabToArgb(uint32_t alpha, int32_t lightness, int32_t a, int32_t b) {
+    // The curve does not reach black by itself: without this, lightness 0 would be a dark gray.
+    if (lightness == 0 && a == 0 && b == 0) return PackPixel(alpha, 0, 0, 0);
+    const LinearRgb linear = LabToLinear(lightness, a, b);
+    return PackPixel(alpha, EncodeGamma(linear.red), EncodeGamma(linear.green), EncodeGamma(linear.blue));
+}
+
+uint32_t CmykToArgb(double cyan, double magenta, double yellow, double black) {
+    // The fraction is cut to an integer before it is scaled, so a channel is 255 without any ink, else 0.
+    const auto channel = [black](double ink) -> uint32_t {
+        return 1 - ((1 - black) * ink + black) >= 1 ? 255 : 0;
+    };
+    return PackPixel(255, channel(cyan), channel(magenta), channel(yellow));
+}
+
+uint32_t HsbToArgb(uint32_t alpha, int32_t hue, double saturation, double brightness) {
+    const double lightness = brightness;
+    if (saturation == 0) {
+        const uint32_t gray = FractionToByte(lightness);
+        return PackPixel(alpha, gray, gray, gray);
+    }
+    const double high =
+        lightness > 0.5 ? saturation + lightness - saturation * lightness : (saturation + 1) * lightness;
+    const double low = 2 * lightness - high;
+    // The remainder keeps the sign of the angle: a negative one takes the first branch and falls below `low`.
+    const auto channel = [&](int64_t angle) {
+        const int64_t degrees = angle % 360;
+        double value = low;
+        if (degrees < 60) {
+            value = low + (high - low) * static_cast<double>(degrees) / 60;
+        } else if (degrees < 180) {
+            value = high;
+        } else if (degrees < 240) {
+            value = low + (high - low) * static_cast<double>(240 - degrees) / 60;
+        }
+        return FractionToByte(value);
+    };
+    return PackPixel(alpha, channel(int64_t{hue} + 120), channel(hue), channel(int64_t{hue} - 120));
+}
 
 }  // namespace tessary

@@ -14,10 +14,11 @@ struct PlaneBlock {
     uint32_t depth = 8;
     uint32_t width = 0;
     uint32_t height = 0;
-    const uint8_t* alpha = nullptr;          // transparency plane; null = opaque
+    // The transparency plane. Ignored (the image is opaque) unless planeCount is PlanesWithTransparency.
+    const uint8_t* alpha = nullptr;
     const uint8_t* color[4] = {};            // colour planes in the mode's order; null = all samples 0
-    uint32_t planeCount = 0;                 // planes the image has, transparency included
-    std::span<const uint32_t> palette = {};  // ARGB; empty = none
+    uint32_t planeCount = 0;                 // planes the image has, transparency included, masks not
+    std::span<const uint32_t> palette = {};  // ARGB; empty: every pixel becomes 0
     int32_t transparencyIndex = -1;          // palette entry that is drawn with alpha 0; -1 = none
 };
 
@@ -31,20 +32,24 @@ uint32_t PlanesWithTransparency(uint32_t colorMode);
 // Colour planes that the conversion of a mode looks at: 1, 3 or 4.
 uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount);
 
-// Converts rows [firstRow, firstRow + rowCount) of the block. `pixels` is the whole image, width x height
-// words. Combinations of mode and depth that have no conversion leave the pixels as they are.
+// Converts rows [firstRow, firstRow + rowCount) of the block, cut at its height. `pixels` is the whole image,
+// width x height words. 1 bit exists for bitmaps, 8 bits for all other modes, 16 and 32 bits for grayscale,
+// duotone, RGB, CMYK and Lab; any other combination leaves the pixels as they are. Samples of 16 bits are cut
+// to their high byte; floats are scaled by 255 and cut, those beyond 0..1 wrap in 8 bits, and those that no
+// 32-bit integer can hold are 0.
 void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount, uint32_t* pixels);
 
-// Reduces a mask plane of 8, 16 or 32 bits to one byte a sample; other depths leave `mask` as it is.
-// `samples` is width x height, and so is `mask`, which may be the same memory.
+// Reduces a mask plane of `count` samples of 8, 16 or 32 bits to one byte a sample; other depths leave `mask`
+// as it is. `mask` may be the memory of `samples`.
 void ReduceMaskPlane(const uint8_t* samples, uint32_t depth, size_t count, uint8_t* mask);
 
-// Single colours, each one opaque unless `alpha` says otherwise.
+// Single colours, each one opaque unless `alpha` (0..255) says otherwise.
 //   lightness 0..100, a and b around 0
 uint32_t LabToArgb(uint32_t alpha, int32_t lightness, int32_t a, int32_t b);
 //   fractions of ink
 uint32_t CmykToArgb(double cyan, double magenta, double yellow, double black);
-//   hue in degrees, saturation and brightness as fractions; brightness is taken as lightness
+//   hue in degrees of either sign, saturation and brightness as fractions; brightness is taken as lightness,
+//   and channels are clamped
 uint32_t HsbToArgb(uint32_t alpha, int32_t hue, double saturation, double brightness);
 
 }  // namespace tessary
