@@ -17,7 +17,8 @@ constexpr uint8_t kBufferOfSlot[] = {0, 1, 2, 3, 4, 5, 6, 7, 8};
 // One slot: how it is switched on, who draws it, and which buffers each pass puts onto the canvas.
 struct SlotRow {
     bool (*isEnabled)(const EffectsRecord& effects);
-    PsdReadResult (*render)(const PsdDocument& document, const PsdLayer& layer, EffectsRecord& effects);  // null: none yet
+    PsdReadResult (*render)(const PsdDocument& document, const PsdLayer& layer,
+                            EffectsRecord& effects);  // null: none yet
     bool isRenderedBelow;
     std::span<const uint8_t> below;
     std::span<const uint8_t> above;
@@ -66,7 +67,8 @@ bool MoveToLayer(const Rect& bounds, const PsdLayer& layer, Rect& moved) {
     return true;
 }
 
-void CompositeBuffer(PsdDocument& document, const PsdLayer& layer, const EffectBuffer& buffer, const Rect& area) {
+void CompositeBuffer(PsdDocument& document, const PsdLayer& layer, const EffectBuffer& buffer,
+                     const Rect& area) {
     if (!buffer.pixels || buffer.opacity == 0) return;
     CompositeSource source;
     if (!MoveToLayer(buffer.bounds, layer, source.bounds)) return;

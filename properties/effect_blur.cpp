@@ -9,8 +9,8 @@
 namespace tessary {
 namespace {
 
-// Columns are blurred in strips: wide enough for the compiler's vectors, narrow enough that the rows under the kernel
-// stay in the cache.
+// Columns are blurred in strips: wide enough for the compiler's vectors, narrow enough that the rows under
+// the kernel stay in the cache.
 constexpr size_t kStripWidth = 64;
 
 struct Kernel {

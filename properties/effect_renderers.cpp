@@ -12,8 +12,8 @@ namespace {
 size_t LayerWidth(const PsdLayer& layer) { return static_cast<size_t>(layer.width); }
 size_t LayerHeight(const PsdLayer& layer) { return static_cast<size_t>(layer.height); }
 
-// Gives the buffer pixels for the layer and `margin` pixels around it, and its bounds, the layer's upper left corner
-// lying at (offsetX + margin, offsetY + margin) of them. Pixels of the right number are used again.
+// Gives the buffer pixels for the layer and `margin` pixels around it, and its bounds, the layer's upper left
+// corner lying at (offsetX + margin, offsetY + margin) of them. Pixels of the right number are used again.
 PsdReadResult PrepareBuffer(EffectBuffer& buffer, const PsdLayer& layer, int32_t margin, int32_t offsetX,
                             int32_t offsetY) {
     const int64_t width = int64_t{layer.width} + 2 * margin;
@@ -21,12 +21,15 @@ PsdReadResult PrepareBuffer(EffectBuffer& buffer, const PsdLayer& layer, int32_t
     Rect bounds;
     bounds.left = offsetX - margin;
     bounds.top = offsetY - margin;
-    if (bounds.left + width > INT32_MAX || bounds.top + height > INT32_MAX) return PsdReadResult::kOutOfMemory;
+    if (bounds.left + width > INT32_MAX || bounds.top + height > INT32_MAX)
+        return PsdReadResult::kOutOfMemory;
     bounds.right = static_cast<int32_t>(bounds.left + width);
     bounds.bottom = static_cast<int32_t>(bounds.top + height);
-    if (!buffer.pixels || bounds.Width() != buffer.bounds.Width() || bounds.Height() != buffer.bounds.Height()) {
+    if (!buffer.pixels || bounds.Width() != buffer.bounds.Width() ||
+        bounds.Height() != buffer.bounds.Height()) {
         buffer.pixels.Reset();
-        buffer.pixels = AllocateZeroed<uint32_t>({static_cast<uint64_t>(width), static_cast<uint64_t>(height)});
+        buffer.pixels =
+            AllocateZeroed<uint32_t>({static_cast<uint64_t>(width), static_cast<uint64_t>(height)});
     }
     buffer.bounds = bounds;
     return buffer.pixels ? PsdReadResult::kOk : PsdReadResult::kOutOfMemory;
@@ -37,9 +40,10 @@ void DrawCoverage(EffectBuffer& buffer, const PsdLayer& layer, int32_t margin, u
     const size_t rowPixels = static_cast<size_t>(buffer.bounds.Width());
     const size_t inset = static_cast<size_t>(margin);
     uint32_t* pixels = buffer.pixels.get();
-    FillRect(pixels, rowPixels, {0, 0, static_cast<int32_t>(rowPixels), static_cast<int32_t>(buffer.bounds.Height())}, 0);
-    CopyRect(pixels + inset * rowPixels + inset, rowPixels, layer.image.get(), LayerWidth(layer), LayerWidth(layer),
-             LayerHeight(layer));
+    FillRect(pixels, rowPixels,
+             {0, 0, static_cast<int32_t>(rowPixels), static_cast<int32_t>(buffer.bounds.Height())}, 0);
+    CopyRect(pixels + inset * rowPixels + inset, rowPixels, layer.image.get(), LayerWidth(layer),
+             LayerWidth(layer), LayerHeight(layer));
     SetColorKeepAlpha(pixels, buffer.pixels.count(), color);
     if (HasEffectiveMask(layer)) {
         ApplyMask(pixels, rowPixels, static_cast<size_t>(buffer.bounds.Height()), layer.mask,
@@ -59,7 +63,8 @@ PsdReadResult SpreadAndSoften(EffectBuffer& buffer, int32_t spreadPercent, int32
     const size_t height = static_cast<size_t>(buffer.bounds.Height());
     const int32_t spread = (spreadPercent * size + 50) / 100;
     if (spread > 0) {
-        if (const auto result = BlurAlpha(buffer.pixels.get(), width, height, spread); result != PsdReadResult::kOk) {
+        if (const auto result = BlurAlpha(buffer.pixels.get(), width, height, spread);
+            result != PsdReadResult::kOk) {
             return result;
         }
         BoostAlpha(buffer.pixels.get(), buffer.pixels.count());
@@ -77,8 +82,9 @@ uint64_t NoiseSeed(const PsdLayer& layer, const EffectBuffer& buffer) {
 
 void ApplyNoise(EffectBuffer& buffer, const PsdLayer& layer, int32_t percent) {
     if (percent <= 0) return;
-    AddNoise(buffer.pixels.get(), static_cast<size_t>(buffer.bounds.Width()), static_cast<size_t>(buffer.bounds.Height()),
-             static_cast<uint32_t>(percent), NoiseSeed(layer, buffer));
+    AddNoise(buffer.pixels.get(), static_cast<size_t>(buffer.bounds.Width()),
+             static_cast<size_t>(buffer.bounds.Height()), static_cast<uint32_t>(percent),
+             NoiseSeed(layer, buffer));
 }
 
 PsdReadResult DrawDropShadow(const PsdDocument& document, const PsdLayer& layer, const ShadowSettings& shadow,
@@ -89,7 +95,8 @@ PsdReadResult DrawDropShadow(const PsdDocument& document, const PsdLayer& layer,
     const int32_t dx = -TruncateToInt32(std::cos(static_cast<double>(radians)) * shadow.distance + 0.5);
     const int32_t dy = TruncateToInt32(std::sin(static_cast<double>(radians)) * shadow.distance + 0.5);
 
-    if (const auto result = PrepareBuffer(buffer, layer, shadow.size, dx, dy); result != PsdReadResult::kOk) return result;
+    if (const auto result = PrepareBuffer(buffer, layer, shadow.size, dx, dy); result != PsdReadResult::kOk)
+        return result;
     DrawCoverage(buffer, layer, shadow.size, shadow.color);
 
     Owned<uint32_t> covered;
@@ -97,10 +104,11 @@ PsdReadResult DrawDropShadow(const PsdDocument& document, const PsdLayer& layer,
         covered = CopyOf(buffer);
         if (!covered) return PsdReadResult::kOutOfMemory;
         // The buffer lies at (dx, dy); within it the layer's own place is as far the other way.
-        ShiftImage(covered.get(), static_cast<size_t>(buffer.bounds.Width()), static_cast<size_t>(buffer.bounds.Height()),
-                   -dx, -dy, kBackground);
+        ShiftImage(covered.get(), static_cast<size_t>(buffer.bounds.Width()),
+                   static_cast<size_t>(buffer.bounds.Height()), -dx, -dy, kBackground);
     }
-    if (const auto result = SpreadAndSoften(buffer, shadow.spreadPercent, shadow.size); result != PsdReadResult::kOk) {
+    if (const auto result = SpreadAndSoften(buffer, shadow.spreadPercent, shadow.size);
+        result != PsdReadResult::kOk) {
         return result;
     }
     ApplyContour(buffer.pixels.get(), buffer.pixels.count(), shadow.contour, shadow.contourAntiAlias);
@@ -110,7 +118,8 @@ PsdReadResult DrawDropShadow(const PsdDocument& document, const PsdLayer& layer,
 }
 
 PsdReadResult DrawOuterGlow(const PsdLayer& layer, const GlowSettings& glow, EffectBuffer& buffer) {
-    if (const auto result = PrepareBuffer(buffer, layer, glow.size, 0, 0); result != PsdReadResult::kOk) return result;
+    if (const auto result = PrepareBuffer(buffer, layer, glow.size, 0, 0); result != PsdReadResult::kOk)
+        return result;
     DrawCoverage(buffer, layer, glow.size, glow.color);
     uint32_t* pixels = buffer.pixels.get();
     const size_t count = buffer.pixels.count();
@@ -118,7 +127,8 @@ PsdReadResult DrawOuterGlow(const PsdLayer& layer, const GlowSettings& glow, Eff
     if (!covered) return PsdReadResult::kOutOfMemory;
 
     if (glow.technique == GlowSettings::kPrecise) BoostAlpha(pixels, count);
-    if (const auto result = SpreadAndSoften(buffer, glow.spreadPercent, glow.size); result != PsdReadResult::kOk) {
+    if (const auto result = SpreadAndSoften(buffer, glow.spreadPercent, glow.size);
+        result != PsdReadResult::kOk) {
         return result;
     }
     ApplyRange(pixels, count, glow.rangePercent);
@@ -131,15 +141,18 @@ PsdReadResult DrawOuterGlow(const PsdLayer& layer, const GlowSettings& glow, Eff
     return PsdReadResult::kOk;
 }
 
-PsdReadResult DrawColorOverlay(const PsdLayer& layer, const ColorOverlaySettings& overlay, EffectBuffer& buffer) {
-    if (const auto result = PrepareBuffer(buffer, layer, 0, 0, 0); result != PsdReadResult::kOk) return result;
+PsdReadResult DrawColorOverlay(const PsdLayer& layer, const ColorOverlaySettings& overlay,
+                               EffectBuffer& buffer) {
+    if (const auto result = PrepareBuffer(buffer, layer, 0, 0, 0); result != PsdReadResult::kOk)
+        return result;
     DrawCoverage(buffer, layer, 0, overlay.color);
     return PsdReadResult::kOk;
 }
 
 // What all effects end with. A buffer that was not finished is not kept.
 template <class Settings>
-PsdReadResult Finish(EffectsRecord& effects, EffectSlot slot, const Settings& settings, PsdReadResult result) {
+PsdReadResult Finish(EffectsRecord& effects, EffectSlot slot, const Settings& settings,
+                     PsdReadResult result) {
     EffectBuffer& buffer = effects.buffers[slot];
     if (result != PsdReadResult::kOk) {
         buffer.pixels.Reset();

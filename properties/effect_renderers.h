@@ -1,5 +1,5 @@
-// Draws effects into their buffers. Each renderer draws from the layer's own pixels, sets the bounds, mode and opacity
-// of its buffer and clears its slot's pending mark.
+// Draws effects into their buffers. Each renderer draws from the layer's own pixels, sets the bounds, mode
+// and opacity of its buffer and clears its slot's pending mark.
 #pragma once
 
 #include "document/psd_document.h"

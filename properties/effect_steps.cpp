@@ -13,7 +13,8 @@ void MapAlpha(uint32_t* pixels, size_t count, Map map) {
     for (size_t i = 0; i < count; ++i) pixels[i] = (pixels[i] & 0x00FFFFFF) | map(Alpha(pixels[i])) << 24;
 }
 
-// An entry of a gradient that runs from `from` (at place `start`) by way of its middle to `to` (at place `end`).
+// An entry of a gradient that runs from `from` (at place `start`) by way of its middle to `to` (at place
+// `end`).
 uint32_t MixComponents(uint32_t from, uint32_t to, int32_t done, int32_t whole) {
     uint32_t mixed = 0;
     for (int shift = 0; shift < 32; shift += 8) {
@@ -34,11 +35,12 @@ struct TableStop {
 };
 
 void DrawRun(uint32_t (&table)[256], int32_t start, int32_t end, uint32_t from, uint32_t to) {
-    for (int32_t i = start; i < std::min(end, 256); ++i) table[i] = MixComponents(from, to, i - start, end - start);
+    for (int32_t i = start; i < std::min(end, 256); ++i)
+        table[i] = MixComponents(from, to, i - start, end - start);
 }
 
-// Fills a table from stops in the order of the file: before the first its value, then from each to the next over the
-// midpoint, behind the last its value. Without stops all entries are `none`.
+// Fills a table from stops in the order of the file: before the first its value, then from each to the next
+// over the midpoint, behind the last its value. Without stops all entries are `none`.
 template <class Stops, class ToTableStop>
 void BuildStopTable(uint32_t (&table)[256], const Stops& stops, uint32_t none, ToTableStop toTableStop) {
     std::ranges::fill(table, none);
@@ -90,8 +92,9 @@ void BuildContourTable(const ContourSettings& contour, bool antiAlias, uint8_t (
     }
     for (size_t i = 0; i < curve.size(); ++i) {
         const bool atEnd = i == 0 || i == curve.size() - 1;
-        table[i] = !antiAlias || atEnd ? curve[i]
-                                       : static_cast<uint8_t>((curve[i - 1] + 2 * curve[i] + curve[i + 1] + 2) / 4);
+        table[i] = !antiAlias || atEnd
+                       ? curve[i]
+                       : static_cast<uint8_t>((curve[i - 1] + 2 * curve[i] + curve[i + 1] + 2) / 4);
     }
 }
 
@@ -134,15 +137,17 @@ void ApplyMask(uint32_t* pixels, size_t width, size_t height, const PsdLayerMask
     }
 }
 
-void MapThroughGradient(uint32_t* pixels, size_t count, const GradientSettings& gradient, int32_t jitterPercent,
-                        uint64_t seed) {
+void MapThroughGradient(uint32_t* pixels, size_t count, const GradientSettings& gradient,
+                        int32_t jitterPercent, uint64_t seed) {
     uint32_t colors[256];
     BuildStopTable(colors, gradient.colorStops.span(), 0, [](const GradientColorStop& stop) {
-        return TableStop{static_cast<int32_t>(stop.location / 16), static_cast<int32_t>(stop.midpoint), stop.color};
+        return TableStop{static_cast<int32_t>(stop.location / 16), static_cast<int32_t>(stop.midpoint),
+                         stop.color};
     });
     uint32_t opacities[256];
     BuildStopTable(opacities, gradient.opacityStops.span(), 255, [](const GradientOpacityStop& stop) {
-        return TableStop{static_cast<int32_t>(stop.location / 16), static_cast<int32_t>(stop.midpoint), stop.opacity};
+        return TableStop{static_cast<int32_t>(stop.location / 16), static_cast<int32_t>(stop.midpoint),
+                         stop.opacity};
     });
     const int32_t reach = std::clamp(jitterPercent, 0, 100) * 255 / 100;
     for (size_t i = 0; i < count; ++i) {
