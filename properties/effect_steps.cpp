@@ -80,15 +80,13 @@ void BuildContourTable(const ContourSettings& contour, bool antiAlias, uint8_t (
         std::fill_n(curve.begin(), points.front().x, points.front().y);
         std::fill(curve.begin() + points.back().x, curve.end(), points.back().y);
         // A corner ends one spline and begins the next.
-        CurveSpline spline(curve);
-        for (size_t i = 0; i < points.size(); ++i) {
-            spline.Add({points[i].y, points[i].x});
-            if (!points[i].isSmooth && i != 0 && i + 1 != points.size()) {
-                spline.End();
-                spline.Add({points[i].y, points[i].x});
-            }
+        for (size_t first = 0, i = 1; i < points.size(); ++i) {
+            if (points[i].isSmooth && i + 1 != points.size()) continue;
+            DrawSpline(curve, i - first + 1, [&](size_t k) {
+                return CurvePoint{points[first + k].y, points[first + k].x};
+            });
+            first = i;
         }
-        spline.End();
     }
     for (size_t i = 0; i < curve.size(); ++i) {
         const bool atEnd = i == 0 || i == curve.size() - 1;
@@ -154,7 +152,7 @@ void MapThroughGradient(uint32_t* pixels, size_t count, const GradientSettings& 
         const uint32_t alpha = Alpha(pixels[i]);
         if (alpha == 0) continue;
         int32_t index = static_cast<int32_t>(255 - alpha);
-        if (reach) index = std::clamp(index + NoiseOf(seed, i, reach), 0, 255);
+        if (reach) index = std::clamp(index + NoiseAt(seed, i, reach), 0, 255);
         pixels[i] = (colors[index] & 0x00FFFFFF) | opacities[index] << 24;
     }
 }
