@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <sstream>
 
 #include "document/channel_codec.h"
@@ -51,6 +52,7 @@ void CheckWhole(const Opened& opened) {
 TEST(LayerPixels, ChannelsArePlacedById) {
     const Pixels want = {0x09010305, 0x0A020406};
     const Channels wide = {{0, {1, 255, 2, 0}}, {1, {3, 0, 4, 0}}, {2, {5, 0, 6, 0}}, {-1, {9, 0, 10, 0}}};
+    const Bytes fill = ByteWriter().U32(16).ClassName("null").U32(1).ColorItem("Clr ", 7, 8, 9);
     const struct {
         const char* what;
         uint32_t colorMode, depth;
@@ -81,11 +83,7 @@ TEST(LayerPixels, ChannelsArePlacedById) {
          8,
          Raw({{1, {3, 4}}, {2, {5, 6}}}).ChannelData(-1, {}).ChannelData(0, {1}),
          {0x00000305, 0x00000406}},
-        {"solid fill",
-         3,
-         8,
-         Raw({{0, {1, 2}}}).Block("SoCo", ByteWriter().U32(16).Zeros(40)),
-         {0xFF010000, 0xFF020000}},
+        {"solid fill", 3, 8, Raw({{0, {1, 2}}}).Block("SoCo", fill), {0xFF010000, 0xFF020000}},
     };
     for (const auto& test : cases) {
         const DocumentBuilder document(test.colorMode, test.depth, 1, 2, 1);
@@ -146,7 +144,7 @@ TEST(LayerPixels, RefusesDamagedChannels) {
     } cases[] = {
         {"unknown compression", 0, {0, 4, 1, 2}, 4, kBadCompression},
         {"unknown compression of a channel without use", 9, {0, 4, 1, 2}, 4, kBadCompression},
-        {"data beyond the stream", 0, {0, 0, 1, 2}, 5, kShortRead},
+        {"data beyond the stream", 0, {0, 0, 1, 2}, 500, kShortRead},
         {"data beyond the stream without use", 9, {0, 0, 1, 2}, 0x7FFFFFFF, kShortRead},
         {"a length with its highest bit", 0, {0, 0, 1, 2}, 0xFFFFFFFF, kShortRead},
         {"no zlib data", 0, {0, 2, 1, 2, 3, 4}, 6, kInflateFailed},
@@ -303,17 +301,29 @@ TEST(LayerSection, CorpusDocumentsHaveTheirLayers) {
     const std::filesystem::path corpus = named ? named : TESSARY_SOURCE_DIR "/../shared/corpus";
     std::ifstream catalog(corpus / "catalog.tsv");
     if (!catalog) GTEST_SKIP() << "no corpus";
+    // A channel of odd length that its writer padded; ranges without channels; a record that claims two bytes
+    // more than it has; levels with an unknown tail; a gradient map of version 3.
+    const std::set<std::string> refused = {
+        "kif__rgb-gimp-2.8.10.psd", "agpsd__read-layer-offsets-read-src.psd", "rustpsd__luni.psd",
+        "agpsd__read-write-adjustments-expected.psd", "psdtools__layers-gradient-map-v3-perceptual.psd"};
     for (std::string line; std::getline(catalog, line);) {
         std::vector<std::string> fields;
         std::istringstream columns(line);
         for (std::string field; std::getline(columns, field, '\t');) fields.push_back(field);
-        const int layers = std::abs(std::atoi(fields.at(18).c_str()));
+        fields.resize(32);
+        const std::string& name = fields[0];
+        const int layers = std::abs(std::atoi(fields[18].c_str()));
         if (layers == 0 || fields[2] == "damaged-or-refused") continue;
-        std::ifstream file(corpus / "files" / fields[0], std::ios::binary);
+        std::ifstream file(corpus / "files" / name, std::ios::binary);
         const Opened opened = OpenBytes(Bytes(std::istreambuf_iterator<char>(file), {}));
         CheckWhole(opened);
-        EXPECT_EQ(opened.document ? opened.document->layerCount : 0, layers)
-            << fields[0] << ' ' << static_cast<int>(opened.result);
+        // Masks with density and feather are not read, nor are layers of 32 bits.
+        std::istringstream sizes(fields[26]);
+        bool sound = refused.count(name) == 0;
+        for (int size; sizes >> size;) sound = sound && (size == 0 || size == 20 || size == 36);
+        EXPECT_EQ(static_cast<bool>(opened.document), sound) << name << static_cast<int>(opened.result);
+        const int count = opened.document ? opened.document->layerCount : 0;
+        EXPECT_EQ(count, sound && fields[19] != "Lr32" ? layers : 0) << name;
     }
 }
 
