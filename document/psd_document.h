@@ -153,7 +153,9 @@ struct PsdLayerMask {
     bool relativeToLayer = false;
     bool disabled = true;
     bool inverted = false;
-    Owned<uint8_t> data;  // width x height bytes, or null
+    bool hasReal = false;  // the record has a user mask and a real one; all of the above is the real one's
+    Rect userBounds;       // of the user mask, channel -2
+    Owned<uint8_t> data;   // width x height bytes, or null
 };
 
 // Four 16-bit values of a blending range: two of a split black point, two of a split white point. Only the
@@ -415,7 +417,7 @@ struct PsdDocument {
     Owned<uint32_t> mergedPixels;  // width x height, or null when the read mode passes it over
 
     Owned<uint32_t> canvas;   // width x height, made by Render
-    Owned<uint8_t> noiseMap;  // width x height, made when a layer dissolves
+    Owned<uint8_t> noiseMap;  // width x height, made by the first Render
 };
 
 // Reads a document from the start of `stream`, which is rewound and borrowed for the call only.

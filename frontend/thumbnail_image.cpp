@@ -15,6 +15,11 @@ bool IsThumbnailFormat(const PsdThumbnail& thumbnail) {
            thumbnail.format == kThumbnailJpeg;
 }
 
+bool IsThumbnailSize(uint32_t width, uint32_t height) {
+    return width != 0 && height != 0 &&
+           static_cast<uint64_t>(width) * height <= kMaxPixelBytes / kBytesPerPixel;
+}
+
 bool IsUsableThumbnail(const PsdThumbnail& thumbnail) {
     return thumbnail.present && IsThumbnailFormat(thumbnail) && thumbnail.width != 0 &&
            thumbnail.height != 0 &&

@@ -20,7 +20,10 @@ struct ThumbnailRecord {
     const Owned<uint8_t>& Served() const { return pixels ? pixels : otherPixels; }
 };
 
-// True for a JPEG thumbnail of at most 64 MiB of pixels whose numbers agree with one another.
+// True when pictures of this size are decoded: neither side is 0, and the pixels take at most 64 MiB.
+bool IsThumbnailSize(uint32_t width, uint32_t height);
+
+// True for a JPEG thumbnail of such a size whose numbers agree with one another.
 bool IsUsableThumbnail(const PsdThumbnail& thumbnail);
 
 // True when the numbers describe the only kind of pixels a source can name: three bytes from a JPEG.
