@@ -166,10 +166,13 @@ TEST(Render, DrawsDocumentsAsTheirRecordsSay) {
          0xFF808080},
         {"excluded red", one(LayerBuilder(red).Block("brst", {0, 0, 0, 0})), 0xFF800000, 0xFF800000},
         {"grey of the canvas out of range",
-         one(LayerBuilder(red).Ranges({0, 0, 255, 255, 129, 129, 255, 255})), 0xFF808080, 0xFF808080},
+         one(LayerBuilder(red).Ranges({0, 0, 255, 255, 129, 129, 255, 255, 0, 0, 255, 255, 0, 0, 255, 255})),
+         0xFF808080, 0xFF808080},
         {"grey of the canvas just in range",
-         one(LayerBuilder(red).Ranges({0, 0, 255, 255, 128, 200, 255, 255})), 0xFFFF0000, 0xFFFF0000},
-        {"grey of the layer out of range", one(LayerBuilder(red).Ranges({0, 0, 84, 255, 0, 0, 255, 255})),
+         one(LayerBuilder(red).Ranges({0, 0, 255, 255, 128, 200, 255, 255, 0, 0, 255, 255, 0, 0, 255, 255})),
+         0xFFFF0000, 0xFFFF0000},
+        {"grey of the layer out of range",
+         one(LayerBuilder(red).Ranges({0, 0, 84, 255, 0, 0, 255, 255, 0, 0, 255, 255, 0, 0, 255, 255})),
          0xFF808080, 0xFF808080},
     };
     for (const auto& test : cases) {
