@@ -15,6 +15,7 @@ using Bytes = std::vector<uint8_t>;
 class MemoryStream final : public IStream {
 public:
     explicit MemoryStream(Bytes bytes) : m_bytes(std::move(bytes)) {}
+    void Replace(Bytes bytes) { m_bytes = std::move(bytes); }  // as when the file changes meanwhile
 
     // Behaviour, to be set before use.
     uint32_t maxBytesPerRead = 0xFFFFFFFFu;  // delivers at most so many at once
