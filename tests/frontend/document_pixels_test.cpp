@@ -68,9 +68,7 @@ TEST(DocumentPixels, FailsWhereThereIsNoPicture) {
         const char* what;
         Bytes file;
     } cases[] = {
-        {"no document", Bytes(40, 1)},
         {"damaged resources", TwoPictures().Resource(1005, {}, "", "8BIX").Build()},
-        {"damaged merged image", TwoPictures().MergedData(ByteWriter().U16(9)).Build()},
         {"damaged layers", TwoPictures().HasRealMergedData(false).Layer(LayerBuilder({}).Filler(1)).Build()},
         // Nothing can be composited, and the merged image, which has been read, must not stand in for it.
         {"no columns", DocumentBuilder(kColorRgb, 8, 3, 0, 2).HasRealMergedData(false).Build()},
@@ -80,29 +78,6 @@ TEST(DocumentPixels, FailsWhereThereIsNoPicture) {
         const Decoded decoded(test.file);
         EXPECT_NE(decoded.result, PsdReadResult::kOk) << test.what;
         EXPECT_FALSE(decoded.picture.pixels) << test.what;
-    }
-    DocumentPixels picture;
-    EXPECT_EQ(DecodeDocumentPixels(nullptr, picture), PsdReadResult::kNoStream);
-}
-
-TEST(DocumentPixels, ReadsCrumbsAndReportsFailingStreams) {
-    for (const bool vouched : {true, false}) {
-        const Bytes file = TwoPictures().HasRealMergedData(vouched).Build();
-        const uint32_t want = vouched ? kMergedColor : kLayerColor;
-        MemoryStream crumbs(file);
-        crumbs.maxBytesPerRead = 1;
-        DocumentPixels picture;
-        ASSERT_EQ(DecodeDocumentPixels(&crumbs, picture), PsdReadResult::kOk);
-        EXPECT_EQ(picture.pixels[3], want);
-
-        const uint64_t calls = Decoded(file).stream.calls;
-        for (uint64_t n = 1; n <= calls; ++n) {
-            MemoryStream stream(file);
-            stream.failCall = n;
-            stream.failLater = true;
-            const PsdReadResult result = DecodeDocumentPixels(&stream, picture);
-            EXPECT_EQ(result == PsdReadResult::kOk, static_cast<bool>(picture.pixels)) << n;
-        }
     }
 }
 
