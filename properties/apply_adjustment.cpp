@@ -1,7 +1,181 @@
 #include "properties/apply_adjustment.h"
 
-namespace tessary {
+#include "properties/adjustment_pixels.h"
+#include "properties/adjustment_tables.h"
 
-bool ApplyAdjustment(PsdDocument&, PsdLayer&, const Rect&) { return false; }
+namespace tessary {
+namespace {
+
+// Where the pixels come from and go to: `width` x `height` of them, rows apart by their own lengths.
+struct PixelArea {
+    const uint32_t* canvas = nullptr;
+    size_t canvasRowPixels = 0;
+    uint32_t* pixels = nullptr;
+    size_t rowPixels = 0;
+    size_t width = 0;
+    size_t height = 0;
+};
+
+template <class Map>
+void MapPixels(const PixelArea& area, Map map) {
+    for (size_t y = 0; y < area.height; ++y) {
+        const uint32_t* in = area.canvas + y * area.canvasRowPixels;
+        uint32_t* out = area.pixels + y * area.rowPixels;
+        for (size_t x = 0; x < area.width; ++x) out[x] = map(in[x]);
+    }
+}
+
+// The three drivers: a table a channel, one table for all, and a callback that gets the colours as integers.
+
+void DrawTables(const PixelArea& area, const ByteTable& red, const ByteTable& green, const ByteTable& blue) {
+    MapPixels(area, [&](uint32_t pixel) {
+        return (pixel & 0xFF000000) | static_cast<uint32_t>(red[Red(pixel)]) << 16 |
+               static_cast<uint32_t>(green[Green(pixel)]) << 8 | blue[Blue(pixel)];
+    });
+}
+
+void DrawTable(const PixelArea& area, const ByteTable& table) { DrawTables(area, table, table, table); }
+
+template <class Callback>
+void DrawCallback(const PixelArea& area, const Callback& callback) {
+    MapPixels(area, [&](uint32_t pixel) {
+        int32_t red = static_cast<int32_t>(Red(pixel));
+        int32_t green = static_cast<int32_t>(Green(pixel));
+        int32_t blue = static_cast<int32_t>(Blue(pixel));
+        callback(red, green, blue);
+        return PackPixel(Alpha(pixel), static_cast<uint32_t>(red), static_cast<uint32_t>(green),
+                         static_cast<uint32_t>(blue));
+    });
+}
+
+// --- the parts of a kind's row
+
+using BuildFunction = void (*)(void* record, bool grayscale);
+using DrawFunction = void (*)(const void* record, const PixelArea& area);
+
+template <class Record, void (*Build)(Record&)>
+void BuildWith(void* record, bool) {
+    Build(*static_cast<Record*>(record));
+}
+
+template <class Record, void (*Build)(Record&, bool)>
+void BuildForMode(void* record, bool grayscale) {
+    Build(*static_cast<Record*>(record), grayscale);
+}
+
+template <class Record>
+void DrawRecordTable(const void* record, const PixelArea& area) {
+    DrawTable(area, static_cast<const Record*>(record)->table);
+}
+
+template <class Record>
+void DrawRecordTables(const void* record, const PixelArea& area) {
+    const ChannelTables& tables = static_cast<const Record*>(record)->tables;
+    DrawTables(area, tables.red, tables.green, tables.blue);
+}
+
+template <class Record, class Map>
+void DrawRecordMap(const void* record, const PixelArea& area) {
+    DrawCallback(area, Map(*static_cast<const Record*>(record)));
+}
+
+constexpr ByteTable kInverse = [] {
+    ByteTable table{};
+    for (size_t i = 0; i < table.size(); ++i) table[i] = static_cast<uint8_t>(255 - i);
+    return table;
+}();
+
+void DrawInverse(const void*, const PixelArea& area) { DrawTable(area, kInverse); }
+
+constexpr uint32_t kAnyMode = 0xFFFFFFFF;
+constexpr uint32_t kRgbOnly = 1u << kColorRgb;
+constexpr uint32_t kGrayscaleOrRgb = 1u << kColorGrayscale | 1u << kColorRgb;
+constexpr uint32_t kNoRecord = 0;
+
+struct KindRow {
+    uint32_t layerKind;
+    uint32_t propertyCode;  // of the record, or kNoRecord
+    uint32_t colorModes;    // a bit for each mode of documents that the adjustment works in
+    BuildFunction build;    // null: no tables
+    DrawFunction draw;
+};
+
+constexpr KindRow kKindRows[] = {
+    {kLayerLevels, kPropertyLevels, kGrayscaleOrRgb, BuildForMode<LevelsRecord, BuildLevelsTables>,
+     DrawRecordTables<LevelsRecord>},
+    {kLayerCurves, kPropertyCurves, kGrayscaleOrRgb, BuildForMode<CurvesRecord, BuildCurvesTables>,
+     DrawRecordTables<CurvesRecord>},
+    {kLayerBrightness, kPropertyBrightness, kAnyMode, BuildWith<BrightnessRecord, BuildBrightnessTable>,
+     DrawRecordTable<BrightnessRecord>},
+    {kLayerBalance, kPropertyBalance, kAnyMode, BuildWith<BalanceRecord, BuildBalanceTables>,
+     DrawRecordTables<BalanceRecord>},
+    {kLayerHue, kPropertyHue, kAnyMode, BuildWith<HueRecord, BuildHueWeights>,
+     DrawRecordMap<HueRecord, HueMap>},
+    {kLayerSelective, kPropertySelective, kAnyMode, nullptr, DrawRecordMap<SelectiveRecord, SelectiveMap>},
+    {kLayerThreshold, kPropertyThreshold, kAnyMode, nullptr, DrawRecordMap<ThresholdRecord, ThresholdMap>},
+    {kLayerInvert, kNoRecord, kAnyMode, nullptr, DrawInverse},
+    {kLayerPosterize, kPropertyPosterize, kAnyMode, BuildWith<PosterizeRecord, BuildPosterizeTable>,
+     DrawRecordTable<PosterizeRecord>},
+    {kLayerMixer, kPropertyMixer, kRgbOnly, nullptr, DrawRecordMap<MixerRecord, MixerMap>},
+    {kLayerGradientMap, kPropertyGradientMap, kAnyMode, BuildWith<GradientMapRecord, BuildGradientMapTable>,
+     DrawRecordMap<GradientMapRecord, GradientMapMap>},
+};
+
+const KindRow* FindKind(uint32_t layerKind) {
+    for (const KindRow& row : kKindRows) {
+        if (row.layerKind == layerKind) return &row;
+    }
+    return nullptr;
+}
+
+Rect DocumentRect(const PsdDocument& document) {
+    return {0, 0, static_cast<int32_t>(document.width), static_cast<int32_t>(document.height)};
+}
+
+bool EnsurePixels(const PsdDocument& document, PsdLayer& layer) {
+    if (layer.image) return true;
+    layer.image = AllocateZeroed<uint32_t>({document.width, document.height});
+    if (!layer.image) return false;
+    layer.bounds = DocumentRect(document);
+    layer.width = layer.bounds.right;
+    layer.height = layer.bounds.bottom;
+    return true;
+}
+
+// The part of `wanted` that canvas and layer share; zero rows where there is none.
+PixelArea SharedArea(const PsdDocument& document, const PsdLayer& layer, const Rect& wanted) {
+    const Rect shared = Intersect(Intersect(wanted, DocumentRect(document)), layer.bounds);
+    if (shared.IsEmpty() || layer.width <= 0) return {};
+    PixelArea area;
+    area.canvasRowPixels = document.width;
+    area.canvas = document.canvas.get() + static_cast<size_t>(shared.top) * area.canvasRowPixels +
+                  static_cast<size_t>(shared.left);
+    area.rowPixels = static_cast<size_t>(layer.width);
+    area.pixels = layer.image.get() +
+                  static_cast<size_t>(int64_t{shared.top} - layer.bounds.top) * area.rowPixels +
+                  static_cast<size_t>(int64_t{shared.left} - layer.bounds.left);
+    area.width = static_cast<size_t>(shared.Width());
+    area.height = static_cast<size_t>(shared.Height());
+    return area;
+}
+
+}  // namespace
+
+bool ApplyAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+    if (layer.layerKind < kLayerLevels || !EnsurePixels(document, layer)) return false;
+    const KindRow* row = FindKind(layer.layerKind);
+    if (!row || !document.canvas) return false;
+    void* record = nullptr;
+    if (row->propertyCode != kNoRecord) {
+        record = FindProperty<void>(layer, row->propertyCode);
+        if (!record) return false;
+    }
+    if (document.colorMode >= 32 || !(row->colorModes >> document.colorMode & 1)) return false;
+
+    if (layer.rebuildTables && row->build) row->build(record, document.colorMode == kColorGrayscale);
+    layer.rebuildTables = false;
+    row->draw(record, SharedArea(document, layer, area));
+    return true;
+}
 
 }  // namespace tessary

@@ -7,7 +7,10 @@ namespace tessary {
 
 // Recolours what the canvas shows inside `area` (canvas coordinates, clipped to the canvas) into the layer's
 // own pixels. A layer without pixels gets a buffer and bounds of document size first, whatever its kind of
-// kLayerLevels and above. True when the layer's pixels were written.
+// kLayerLevels and above; one with pixels keeps them and is written inside its bounds only. The first call
+// that draws builds the layer's tables and clears rebuildTables. True when the layer's pixels were written:
+// not for kinds that are kept only, without the record, in a colour mode the adjustment does not know, or
+// without memory.
 bool ApplyAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area);
 
 }  // namespace tessary

@@ -1,0 +1,167 @@
+#include "properties/adjustment_pixels.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "properties/adjustment_tables.h"
+
+namespace tessary::test {
+namespace {
+
+template <class Map>
+uint32_t Mapped(const Map& map, uint32_t pixel) {
+    int32_t red = static_cast<int32_t>(Red(pixel));
+    int32_t green = static_cast<int32_t>(Green(pixel));
+    int32_t blue = static_cast<int32_t>(Blue(pixel));
+    map(red, green, blue);
+    EXPECT_EQ((red | green | blue) & ~255, 0) << std::hex << pixel;
+    return PackPixel(0, static_cast<uint32_t>(red), static_cast<uint32_t>(green),
+                     static_cast<uint32_t>(blue));
+}
+
+// Every 5th value of each channel, the ends included.
+template <class Check>
+void ForManyColors(Check check) {
+    for (uint32_t red = 0; red < 256; red += 5) {
+        for (uint32_t green = 0; green < 256; green += 5) {
+            for (uint32_t blue = 0; blue < 256; blue += 5) check(PackPixel(0, red, green, blue));
+        }
+    }
+}
+
+TEST(HueMap, MovesHueSaturationAndLightness) {
+    const struct {
+        const char* what;
+        HueSettings master;
+        HueSettings reds;
+        uint32_t pixel;
+        uint32_t want;
+    } cases[] = {
+        {"nothing set", {}, {}, 0x123457, 0x123457},
+        {"a third of a turn", {120, 0, 0}, {}, 0xFF0000, 0x01FF01},  // S 254, L 128: high 255, low 1
+        {"back by many turns", {-32640, 0, 0}, {}, 0xFF0000, 0x01FF01},
+        {"a whole turn still takes the way", {360, 0, 0}, {}, 0xFF0000, 0xFF0101},
+        {"no saturation left", {0, -100, 0}, {}, 0xFF0000, 0x808080},
+        {"more than all of it", {0, -30000, 0}, {}, 0xFF0000, 0x808080},
+        {"lightness doubles", {0, 0, 100}, {}, 0x404040, 0x808080},
+        {"and ends at white", {0, 0, 100}, {}, 0xFF8080, 0xFFFEFE},  // high 256, low 254
+        {"reds only", {}, {0, 0, -50}, 0x00FF00, 0x00FF00},
+        {"grey counts as red", {}, {0, 0, -50}, 0x646464, 0x323232},
+        {"range and master add up", {0, 0, 50}, {0, 0, -50}, 0x646464, 0x646464},
+        {"half weight at the ramp's middle", {}, {0, 0, -100}, 0xFF8000, 0x834201},
+    };
+    for (const auto& test : cases) {
+        HueRecord record;
+        record.master = test.master;
+        record.ranges[0] = {315, 345, 15, 45, test.reds};
+        BuildHueWeights(record);
+        EXPECT_EQ(Mapped(HueMap(record), test.pixel), test.want) << test.what;
+    }
+}
+
+TEST(HueMap, StaysInRangeForExtremeSettings) {
+    for (const int16_t extreme : {int16_t{-32768}, int16_t{32767}, int16_t{100}}) {
+        HueRecord record;
+        record.master = {extreme, extreme, extreme};
+        for (HueRange& range : record.ranges) range = {0, 90, 270, 359, {extreme, extreme, extreme}};
+        BuildHueWeights(record);
+        const HueMap map(record);
+        ForManyColors([&](uint32_t pixel) { Mapped(map, pixel); });
+    }
+}
+
+// The rule in its plainest form, one class after another.
+uint32_t SelectivePlainly(const SelectiveRecord& record, uint32_t pixel) {
+    const int rgb[3] = {int(Red(pixel)), int(Green(pixel)), int(Blue(pixel))};
+    const int highest = std::max({rgb[0], rgb[1], rgb[2]}), lowest = std::min({rgb[0], rgb[1], rgb[2]});
+    const int black = 255 - highest;
+    int ink[4] = {0, 0, 0, black};
+    for (int i = 0; i < 3 && black < 255; ++i) ink[i] = (255 - rgb[i] - black) * 255 / (255 - black);
+    int hue = 0;
+    if (highest != lowest) {
+        const int largest = rgb[0] == highest ? 0 : rgb[1] == highest ? 1 : 2;
+        hue = 120 * largest + 60 * (rgb[(largest + 1) % 3] - rgb[(largest + 2) % 3]) / (highest - lowest);
+        hue = (hue + 360) % 360;
+    }
+    int sum[4] = {ink[0], ink[1], ink[2], ink[3]};
+    const auto add = [&](const InkAdjustment& change, int weight, int divisor) {
+        const int values[4] = {change.cyan, change.magenta, change.yellow, change.black};
+        for (int i = 0; i < 4; ++i) sum[i] += values[i] * weight * (record.absolute ? 255 : ink[i]) / divisor;
+    };
+    for (int i = 0; i < 6; ++i) {
+        const int into = hue - (15 + 60 * i - 60);
+        if (into < 0 || into >= 90) continue;
+        add(record.inks[1 + i],
+            into < 30   ? into * 255 / 30
+            : into < 60 ? 255
+                        : (90 - into) * 255 / 30,
+            25500);
+    }
+    add(record.inks[black == 0 ? 7 : black < 255 ? 8 : 9], 1, 100);
+    for (int& value : sum) value = std::clamp(value, 0, 255);
+    const auto back = [&](int i) {
+        return static_cast<uint32_t>((65535 - (255 - sum[3]) * sum[i] - 256 * sum[3]) >> 8);
+    };
+    return PackPixel(0, back(0), back(1), back(2));
+}
+
+TEST(SelectiveMap, FollowsThePlainRule) {
+    for (const bool absolute : {false, true}) {
+        for (const int scale : {1, 400}) {
+            SelectiveRecord record;
+            record.absolute = absolute;
+            for (int i = 0; i < 10; ++i) {
+                if (i == 2) continue;  // a class that is skipped
+                record.inks[i] = {int16_t(scale * (i * 17 % 83 - 40)), int16_t(scale * (i * 29 % 79 - 35)),
+                                  int16_t(scale * (30 - i * 13 % 71)), int16_t(scale * (i * 7 % 61 - 30))};
+            }
+            const SelectiveMap map(record);
+            ForManyColors([&](uint32_t pixel) {
+                ASSERT_EQ(Mapped(map, pixel), SelectivePlainly(record, pixel)) << std::hex << pixel;
+            });
+        }
+    }
+}
+
+TEST(SelectiveMap, LeavesTheGapBehindTheMagentas) {
+    SelectiveRecord record;
+    record.absolute = true;
+    record.inks[SelectiveRecord::kReds].magenta = -100;
+    const SelectiveMap map(record);
+    EXPECT_EQ(Mapped(map, 0xFF0000), 0xFFFF01u);  // pure red is taken whole
+    EXPECT_EQ(Mapped(map, 0xFF0010), 0xFF0111u);  // hue 357: only the trip through inks shows
+}
+
+TEST(ThresholdMap, ComparesLuminance) {
+    const struct {
+        uint16_t level;
+        uint32_t pixel, want;
+    } cases[] = {{0, 0, 0xFFFFFF},         {1, 0, 0},          {128, 0x808080, 0xFFFFFF},
+                 {129, 0x808080, 0},       {256, 0xFFFFFF, 0}, {65535, 0xFFFFFF, 0},
+                 {76, 0xFF0000, 0xFFFFFF}, {77, 0xFF0000, 0},  {28, 0x0000FF, 0}};
+    for (const auto& test : cases)
+        EXPECT_EQ(Mapped(ThresholdMap(ThresholdRecord{test.level}), test.pixel), test.want) << test.level;
+}
+
+TEST(MixerMap, CutsEachPartBeforeTheSum) {
+    MixerRecord record;
+    record.rows[MixerRecord::kRed] = {50, 50, 50, 100, 1};
+    record.rows[MixerRecord::kGreen] = {0, 100, 0, 0, 0};
+    record.rows[MixerRecord::kBlue] = {-200, 0, 300, 0, -33};
+    EXPECT_EQ(Mapped(MixerMap(record), 0x010305), 0x050300u);  // 0 + 1 + 2 + 2; 3; -2 + 15 - 84
+    EXPECT_EQ(Mapped(MixerMap(record), 0x10FFFF), 0xFFFFFFu);
+    record.monochrome = true;
+    EXPECT_EQ(Mapped(MixerMap(record), 0x010305), 0x050505u);
+}
+
+TEST(GradientMapMap, LooksUpLuminance) {
+    GradientMapRecord record;
+    for (uint32_t i = 0; i < 256; ++i) record.table[i] = 0xFF000000 | i << 8 | 7;
+    EXPECT_EQ(Mapped(GradientMapMap(record), 0xFF0000), 76u << 8 | 7);
+    record.reverse = true;
+    EXPECT_EQ(Mapped(GradientMapMap(record), 0xFF0000), 179u << 8 | 7);
+}
+
+}  // namespace
+}  // namespace tessary::test

@@ -1,0 +1,197 @@
+#include "properties/adjustment_readers.h"
+
+#include <gtest/gtest.h>
+
+#include "document/big_endian.h"
+#include "document/byte_reader.h"
+#include "properties/property_readers.h"
+#include "tests/support/document_builder.h"
+#include "tests/support/memory_stream.h"
+
+namespace tessary::test {
+namespace {
+
+struct BlockReader {
+    explicit BlockReader(Bytes bytes) : stream(std::move(bytes)) { document.reader.stream = &stream; }
+
+    PsdReadResult Read(std::string_view key, uint32_t length) {
+        const uint8_t text[] = {uint8_t(key[0]), uint8_t(key[1]), uint8_t(key[2]), uint8_t(key[3])};
+        return ReadPropertyBlock(document, layer, LoadU32(text), length);
+    }
+
+    MemoryStream stream;
+    PsdDocument document;
+    PsdLayer layer;
+};
+
+ByteWriter Level(uint32_t floor, uint32_t ceiling, uint32_t outFloor, uint32_t outCeiling, uint32_t gamma) {
+    return ByteWriter().U16(floor).U16(ceiling).U16(outFloor).U16(outCeiling).U16(gamma);
+}
+
+Bytes Levels(uint32_t version, const Bytes& extra = {}) {
+    ByteWriter levels;
+    levels.U16(version);
+    for (uint32_t i = 0; i < 29; ++i) levels.Raw(Level(i, 255 - i, 1, 254, 100 + i));
+    return levels.Raw(extra);
+}
+
+// Composite and blue, two points each; `bluePoint` is the input of the last point of blue's second copy.
+Bytes Curves(uint32_t version, std::string_view signature, uint32_t extraVersion, uint32_t count,
+             uint32_t bluePoint) {
+    ByteWriter curves;
+    curves.U8(0).U16(version).U32(1 << 0 | 1 << 3);
+    for (int i = 0; i < 2; ++i) curves.U16(2).U16(10).U16(20).U16(200).U16(250);
+    if (signature.empty()) return curves.U32(0);
+    curves.Text(signature).U16(extraVersion).U32(count);
+    curves.U16(1).U16(2).U16(10).U16(20).U16(200).U16(250);
+    return curves.U16(2).U16(2).U16(10).U16(20).U16(200).U16(bluePoint);
+}
+
+TEST(AdjustmentReaders, TurnBlocksIntoKindsAndCodes) {
+    const Bytes twoLevels = ByteWriter().Text("Lvls").U16(3).U16(31).Raw(Level(9, 8, 7, 6, 50)).Zeros(10);
+    const Bytes greedyLevels = ByteWriter().Text("Lvls").U16(3).U16(65535);
+    const struct {
+        const char* what;
+        const char* key;
+        Bytes block;
+        uint32_t kind;
+        uint32_t property;
+        int32_t result = 0;
+        bool rebuild = true;
+        uint32_t length = 0;  // 0: the block's own
+    } cases[] = {
+        {"levels", "levl", Levels(2), 6, 1},
+        {"padded", "levl", Levels(2, Bytes(4)), 6, 1},
+        {"extra levels", "levl", Levels(2, twoLevels), 6, 1},
+        {"more levels than input", "levl", Levels(2, greedyLevels), 6, 1},
+        {"levels version", "levl", Levels(1), 6, 1, -503, false},
+        {"levels signature", "levl", Levels(2, ByteWriter().Text("lvls").Zeros(4)), 6, 1, -505, false},
+        {"levels signature missing", "levl", Levels(2), 6, 1, -505, false, 300},
+        {"levels pass the block", "levl", Levels(2), 6, 1, -506, false, 290},
+        {"levels end before the block", "levl", Levels(2), 6, 1, -506, false, 296},
+        {"levels extra version", "levl", Levels(2, ByteWriter().Text("Lvls").Zeros(4)), 6, 1, -507, false},
+        {"curves", "curv", Curves(1, "", 0, 0, 0), 7, 2},
+        {"curves twice", "curv", Curves(4, "Crv ", 4, 2, 250), 7, 2},
+        {"copies that differ", "curv", Curves(1, "Crv ", 4, 2, 251), 7, 2, 0, false},
+        {"a copy too many", "curv", Curves(1, "Crv ", 4, 3, 250), 7, 2, 0, false},
+        {"curves version", "curv", Curves(2, "", 0, 0, 0), 7, 2, -508, false},
+        {"curves signature", "curv", Curves(1, "Crv_", 4, 2, 250), 7, 2, -509, false},
+        {"curves extra version", "curv", Curves(1, "Crv ", 3, 2, 250), 7, 2, -510, false},
+        {"brightness", "brit", Bytes(8), 8, 3},
+        {"balance", "blnc", Bytes(20), 9, 4},
+        {"hue", "hue2", ByteWriter().U16(2).Zeros(100), 10, 5},
+        {"hue version", "hue2", Bytes(102), 10, 5, -511, false},
+        {"selective", "selc", ByteWriter().U16(1).Zeros(82), 11, 6},
+        {"selective version", "selc", Bytes(84), 11, 6, -512, false},
+        {"threshold", "thrs", Bytes(4), 12, 7},
+        {"invert", "nvrt", {}, 13, 8},
+        {"posterize", "post", Bytes(4), 14, 9},
+        {"mixer", "mixr", ByteWriter().U16(1).Zeros(42), 15, 10},
+        {"mixer version", "mixr", Bytes(44), 15, 10, -513, false},
+        {"gradient map", "grdm", ByteWriter().U16(1).Zeros(60), 16, 11},
+        {"gradient map version", "grdm", ByteWriter().U16(3).Zeros(60), 16, 11, -515, false},
+        {"photo filter", "phfl", ByteWriter().U16(3).Zeros(17), 17, 12},
+        {"photo filter of a later version", "phfl", Bytes(20), 17, 12},
+        {"a key of nobody", "expA", Bytes(20), 0, 0, 0, false},
+    };
+    for (const auto& test : cases) {
+        BlockReader reader(test.block);
+        const uint32_t length = test.length ? test.length : static_cast<uint32_t>(test.block.size());
+        EXPECT_EQ(static_cast<int32_t>(reader.Read(test.key, length)), test.result) << test.what;
+        EXPECT_EQ(reader.layer.layerKind, test.kind) << test.what;
+        EXPECT_EQ(reader.layer.propertyList.entries[0].code, test.property) << test.what;
+        EXPECT_EQ(reader.layer.rebuildTables, test.rebuild) << test.what;
+    }
+}
+
+TEST(AdjustmentReaders, KeepTheFieldsInTheirPlaces) {
+    const Bytes extra = ByteWriter().Text("Lvls").U16(3).U16(30).Raw(Level(9, 8, 7, 6, 50));
+    BlockReader levels(Levels(2, extra));
+    ASSERT_EQ(levels.Read("levl", 310), PsdReadResult::kOk);
+    const auto* level = FindProperty<LevelsRecord>(levels.layer, kPropertyLevels);
+    EXPECT_EQ(level->levels[3].inputFloor, 3);
+    EXPECT_EQ(level->levels[3].inputCeiling, 252);
+    EXPECT_FLOAT_EQ(level->levels[28].gamma, 1.28f);
+    EXPECT_FLOAT_EQ(level->extraLevels[0].gamma, 0.5f);
+
+    ByteWriter tones;
+    for (int32_t i = 1; i <= 9; ++i) tones.I16(-i);
+    BlockReader balance(tones.U16(0x0100));
+    ASSERT_EQ(balance.Read("blnc", 20), PsdReadResult::kOk);
+    const auto* tone = FindProperty<BalanceRecord>(balance.layer, kPropertyBalance);
+    EXPECT_EQ(tone->cyanRed.highlights, -7);
+    EXPECT_EQ(tone->magentaGreen.shadows, -2);
+    EXPECT_EQ(tone->yellowBlue.midtones, -6);
+    EXPECT_FALSE(tone->preserveLuminosity) << "only the low byte is the flag";
+
+    BlockReader map(ByteWriter()
+                        .U16(1)
+                        .U8(1)
+                        .U8(0)
+                        .Unicode(u"ab")
+                        .U16(1)
+                        .U32(2048)
+                        .U32(50)
+                        .U16(0)
+                        .U16(0x1234)
+                        .U16(0x5678)
+                        .U16(0x9ABC)
+                        .Zeros(4)
+                        .U16(1)
+                        .U32(7)
+                        .U32(8)
+                        .U16(9)
+                        .U16(2)
+                        .U16(1)
+                        .U16(32)
+                        .Zeros(40));
+    ASSERT_EQ(map.Read("grdm", 200), PsdReadResult::kOk);
+    const auto* gradient = FindProperty<GradientMapRecord>(map.layer, kPropertyGradientMap);
+    EXPECT_TRUE(gradient->reverse);
+    EXPECT_EQ(gradient->colorStops[0].location, 2048u);
+    EXPECT_EQ(gradient->colorStops[0].color, 0xFF12569Au);
+    EXPECT_EQ(gradient->transparencyStops[0].opacity, 9);
+    EXPECT_EQ(gradient->length, 32);
+}
+
+TEST(AdjustmentReaders, CurvesKeepNineteenPointsAndTheirLaterChannel) {
+    for (const bool differs : {false, true}) {
+        ByteWriter curves;
+        curves.U8(0).U16(1).U32(2).U16(25);
+        for (uint32_t i = 0; i < 25; ++i) curves.U16(i).U16(i * 10);
+        curves.Text("Crv ").U16(4).U32(1).U16(2).U16(25);
+        for (uint32_t i = 0; i < 25; ++i) curves.U16(differs && i == 18 ? 99 : i).U16(i * 10);
+        BlockReader reader(curves);
+        ASSERT_EQ(reader.Read("curv", static_cast<uint32_t>(curves.size())), PsdReadResult::kOk);
+        const CurveRecord& curve = FindProperty<CurvesRecord>(reader.layer, kPropertyCurves)->curves[0];
+        EXPECT_EQ(curve.channel, 2);
+        EXPECT_EQ(curve.points[18], (CurvePoint{18, 180}));
+        EXPECT_EQ(reader.layer.rebuildTables, !differs);
+        EXPECT_EQ(Position(reader.document), curves.size() - (differs ? 6 * 4 : 0));
+    }
+}
+
+TEST(AdjustmentReaders, CountsThatTheInputCannotHoldCostNothing) {
+    const Bytes curves = ByteWriter().U8(0).U16(1).U32(0xFFFFFFFF).U16(65535).U16(1);
+    const Bytes name = ByteWriter().U16(1).U16(0).U32(0xFFFFFFFF);
+    const Bytes stops = ByteWriter().U16(1).U16(0).U32(0).U16(65535).U32(16);
+    for (const Bytes& block : {curves, name, stops}) {
+        BlockReader reader(block);
+        EXPECT_EQ(reader.Read(block == curves ? "curv" : "grdm", 8), PsdReadResult::kOk);
+        EXPECT_LT(reader.stream.calls, 1000u);
+    }
+}
+
+TEST(AdjustmentReaders, AFullListDropsTheBlockWhole) {
+    BlockReader reader(ByteWriter().U16(1).Zeros(40));
+    for (uint32_t i = 0; i < 19; ++i) ASSERT_EQ(reader.Read("nvrt", 0), PsdReadResult::kOk);
+    ASSERT_EQ(reader.Read("thrs", 4), PsdReadResult::kOk);
+    const uint32_t before = Position(reader.document);
+    EXPECT_EQ(reader.Read("levl", 292), PsdReadResult::kOk);  // not even its wrong version is seen
+    EXPECT_EQ(Position(reader.document), before);
+    EXPECT_EQ(reader.layer.layerKind, static_cast<uint32_t>(kLayerThreshold));
+    EXPECT_EQ(reader.layer.propertyList.count, 20u);
+}
+
+}  // namespace
+}  // namespace tessary::test

@@ -1,0 +1,221 @@
+#include "properties/adjustment_tables.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+namespace tessary::test {
+namespace {
+
+int Byte(double value) { return static_cast<int>(std::min(std::max(value, 0.0), 255.0)); }
+
+TEST(BrightnessTable, NeedsBothSettings) {
+    BrightnessRecord record;
+    const auto set = [&](int16_t brightness, int16_t contrast, int16_t mean) {
+        record.brightness = brightness;
+        record.contrast = contrast;
+        record.meanValue = mean;
+        BuildBrightnessTable(record);
+    };
+    const int16_t unchanged[][3] = {{30, 0, 127}, {0, 30, 127}, {30, 30, 0}};
+    for (const auto& settings : unchanged) {
+        set(settings[0], settings[1], settings[2]);
+        for (int i = 0; i < 256; ++i) EXPECT_EQ(record.table[static_cast<size_t>(i)], i);
+    }
+    set(50, -50, 100);  // half of what is missing is added, then the slope is tan(pi / 8)
+    for (int i = 0; i < 256; ++i) {
+        const double x = i / 255.0, lighter = x + (1 - x) / 2;
+        EXPECT_EQ(record.table[static_cast<size_t>(i)],
+                  Byte(((lighter - 0.5) * 0.41421356 + 0.5) * 255 + 0.5));
+    }
+    set(-50, 25, 100);  // 0.5 darker, slope tan(0.3125 pi)
+    EXPECT_EQ(record.table[0], 0);
+    EXPECT_EQ(record.table[200], 86);  // (0.39216 - 0.5) * 1.49661 + 0.5 = 0.33860
+}
+
+TEST(LevelsTables, FollowCompositeThenChannel) {
+    LevelsRecord record;
+    for (LevelRecord& level : record.levels) level = {0, 255, 0, 255, 1.0f};
+    record.levels[0] = {50, 150, 0, 255, 1.0f};
+    record.levels[1] = {0, 255, 255, 0, 1.0f};
+    record.levels[2] = {0, 255, 0, 255, 2.0f};
+    record.levels[3] = {128, 128, 20, 300, 1.0f};
+    BuildLevelsTables(record, false);
+    for (int i = 0; i < 256; ++i) {
+        const size_t at = static_cast<size_t>(i);
+        const int composite = Byte((i - 50) * 255 / 100);
+        EXPECT_EQ(record.tables.red[at], std::min(255, 256 - composite)) << i;  // 128 is added, then cut
+        EXPECT_EQ(record.tables.green[at], Byte(std::sqrt(composite / 255.0) * 255 + 0.5)) << i;
+        EXPECT_EQ(record.tables.blue[at], composite > 128 ? 255 : 20) << i;
+    }
+    BuildLevelsTables(record, true);
+    EXPECT_EQ(record.tables.red[100], 127);
+    EXPECT_EQ(record.tables.blue[100], 127);
+
+    const struct {
+        LevelRecord level;
+        size_t index;
+        int want;
+    } rows[] = {
+        {{0, 255, 0, 255, 0.0f}, 254, 0},     {{0, 255, 0, 255, 0.0f}, 255, 255},
+        {{100, 255, 0, 255, 0.5f}, 50, 0},    {{100, 100, 0, 255, 3.0f}, 100, 0},
+        {{100, 100, 0, 255, 3.0f}, 101, 255}, {{255, 0, 0, 255, 1.0f}, 55, 200},
+        {{0, 255, 100, 50, 1.0f}, 255, 51},  // 100 + (128 - 255 * 50) / 255, toward zero
+    };
+    for (const auto& row : rows) {
+        record.levels[0] = row.level;
+        BuildLevelsTables(record, true);
+        EXPECT_EQ(record.tables.red[row.index], row.want) << row.index;
+    }
+}
+
+CurveRecord Curve(uint16_t channel, std::initializer_list<CurvePoint> points) {
+    CurveRecord curve;
+    curve.channel = channel;
+    for (const CurvePoint& point : points) curve.points[curve.pointCount++] = point;
+    return curve;
+}
+
+void SetCurves(CurvesRecord& record, std::initializer_list<CurveRecord> curves) {
+    record.tables = {};
+    record.curves = AllocateZeroed<CurveRecord>({curves.size()});
+    std::copy(curves.begin(), curves.end(), record.curves.get());
+}
+
+// What the spline through evenly spaced inputs gives in a column: its cubic at the last step that rounds
+// there, evaluated directly.
+int SplineAt(int column, double x0, double x1, const double (&y)[4], double (&x)[4]) {
+    int found = -1;
+    for (int step = 1; step <= 512; ++step) {
+        const double t = step / 512.0;
+        const auto at = [&](const double(&p)[4]) {
+            return 0.5 * (2 * p[1] + t * (p[2] - p[0] +
+                                          t * (2 * p[0] - 5 * p[1] + 4 * p[2] - p[3] +
+                                               t * (3 * (p[1] - p[2]) + p[3] - p[0]))));
+        };
+        if (Byte(at(x) + 0.5) == column && column > x0 && column < x1) found = Byte(at(y) + 0.5);
+    }
+    return found;
+}
+
+TEST(CurvesTables, DrawSplinesThroughThePoints) {
+    CurvesRecord record;
+    SetCurves(record, {Curve(0, {{30, 20}, {200, 100}, {90, 160}, {250, 240}})});
+    BuildCurvesTables(record, false);
+    const ByteTable& table = record.tables.green;
+    for (size_t i = 0; i <= 20; ++i) EXPECT_EQ(table[i], 30);
+    for (size_t i = 240; i < 256; ++i) EXPECT_EQ(table[i], 250);
+    EXPECT_EQ(table[100], 200);
+    EXPECT_EQ(table[160], 90);
+    double x[3][4] = {{20, 20, 100, 160}, {20, 100, 160, 240}, {100, 160, 240, 240}};
+    const double y[3][4] = {{30, 30, 200, 90}, {30, 200, 90, 250}, {200, 90, 250, 250}};
+    for (int segment = 0; segment < 3; ++segment) {
+        for (int i = static_cast<int>(x[segment][1]) + 1; i < x[segment][2]; ++i)
+            EXPECT_EQ(table[static_cast<size_t>(i)],
+                      SplineAt(i, x[segment][1], x[segment][2], y[segment], x[segment]))
+                << i;
+    }
+}
+
+TEST(CurvesTables, ChainChannelsAndHonourTheMode) {
+    const CurveRecord invert = Curve(0, {{255, 0}, {0, 255}});
+    const CurveRecord half = Curve(1, {{0, 0}, {127, 255}});
+    const CurveRecord single = Curve(2, {{99, 9}});
+    CurvesRecord record;
+    SetCurves(record, {half, invert, single});
+    BuildCurvesTables(record, false);
+    EXPECT_EQ(record.tables.red[0], 127);
+    EXPECT_EQ(record.tables.red[255], 0);
+    EXPECT_EQ(record.tables.green[9], 246);
+    EXPECT_EQ(record.tables.blue[9], 246);
+
+    SetCurves(record, {half, invert});
+    BuildCurvesTables(record, true);
+    EXPECT_EQ(record.tables.red[0], 255);
+    EXPECT_EQ(record.tables.green, ByteTable{});
+
+    SetCurves(record, {Curve(0, {{300, 400}, {9, 65535}})});  // both fall on the last column
+    BuildCurvesTables(record, false);
+    EXPECT_EQ(record.tables.red[254], 255);
+    EXPECT_EQ(record.tables.red[255], 9);
+}
+
+TEST(BalanceTables, AddToneAfterTone) {
+    BalanceRecord record;
+    record.cyanRed = {100, 0, 0};
+    record.magentaGreen = {-100, 0, 0};
+    record.yellowBlue = {0, -100, 100};
+    BuildBalanceTables(record);
+    // The hump is 0.667 at 127 and -0.0105 at 255; the fading curve 0.075 at its foot and 0.963 at 127.
+    EXPECT_EQ(record.tables.red[127], 127 + 66);
+    EXPECT_EQ(record.tables.red[255], 254);
+    EXPECT_EQ(record.tables.green[127], 127 - 96);
+    EXPECT_EQ(record.tables.green[255], 255 - 7);
+    EXPECT_EQ(record.tables.blue[127], 127 - 66 + 86);  // 1.075 - 1 / (61 / 16 + 1) = 0.867
+    EXPECT_EQ(record.tables.blue[0], 7);
+}
+
+TEST(HueWeights, RiseHoldFallAndGoRound) {
+    HueRecord record;
+    record.ranges[0] = {315, 345, 15, 45, {0, 0, 1}};
+    record.ranges[1] = {15, 45, 75, 105, {1, 0, 0}};
+    record.ranges[2] = {15, 45, 75, 105, {}};
+    record.ranges[3] = {50, 50, 50, 50, {1, 1, 1}};
+    record.ranges[4] = {32767, -32768, 32767, -32768, {1, 1, 1}};
+    BuildHueWeights(record);
+    const int wanted[][3] = {{315, 0, 0},  {316, 8, 0},  {345, 255, 0}, {0, 255, 0},  {14, 255, 0},
+                             {15, 255, 0}, {16, 246, 8}, {45, 0, 255},  {75, 0, 255}, {104, 0, 8}};
+    for (const auto& [hue, reds, yellows] : wanted) {
+        const size_t h = static_cast<size_t>(hue);
+        EXPECT_EQ(record.weights[0][h], reds) << hue;
+        EXPECT_EQ(record.weights[1][h], yellows) << hue;
+        EXPECT_EQ(record.weights[2][h] + record.weights[3][h], 0) << hue;
+    }
+}
+
+TEST(PosterizeTable, GivesOneMoreThanItsLevels) {
+    PosterizeRecord record;
+    const auto build = [&](uint16_t levels) {
+        record.levels = levels;
+        BuildPosterizeTable(record);
+    };
+    build(0);
+    EXPECT_EQ(record.table, ByteTable{});
+    build(2);
+    for (size_t i = 0; i < 256; ++i) EXPECT_EQ(record.table[i], i < 64 ? 0 : i < 192 ? 128 : 255) << i;
+    build(4);
+    const uint8_t four[] = {0, 64, 128, 191, 255};
+    for (size_t i = 0; i < 256; ++i) EXPECT_EQ(record.table[i], four[(i * 8 + 255) / 510]) << i;
+    for (const uint16_t levels : {uint16_t{255}, uint16_t{65535}}) {
+        build(levels);
+        for (size_t i = 0; i < 256; ++i) EXPECT_EQ(record.table[i], i) << levels;
+    }
+}
+
+TEST(GradientMapTable, RunsThroughTheAverageAtTheMidpoint) {
+    GradientMapRecord record;
+    BuildGradientMapTable(record);
+    EXPECT_EQ(record.table[77], 0xFF000000u);
+
+    record.colorStops = AllocateZeroed<MapColorStop>({3});
+    record.colorStops[0] = {160, 25, 0x00FF0000};
+    record.colorStops[1] = {800, 50, 0xFF0000FF};
+    record.colorStops[2] = {4000, 500, 0xFF0000FE};
+    BuildGradientMapTable(record);
+    EXPECT_EQ(record.table[9], 0xFFFF0000u);
+    EXPECT_EQ(record.table[10], 0xFFFF0000u);
+    EXPECT_EQ(record.table[15], 0xFFBF003Fu);  // halfway to the average: 255 - 64, 0 + 63
+    EXPECT_EQ(record.table[20], 0xFF7F007Fu);
+    EXPECT_EQ(record.table[35], 0xFF4000BFu);  // 127 - 127 * 15 / 30, 127 + 128 * 15 / 30
+    EXPECT_EQ(record.table[50], 0xFF0000FFu);
+    EXPECT_EQ(record.table[255], 0xFF0000FEu);
+
+    record.colorStops[1].location = 0xFFFFFFFF;  // stops out of order, and beyond the end
+    record.colorStops[2].location = 320;
+    BuildGradientMapTable(record);
+    EXPECT_EQ(record.table[19], 0xFFED0012u);  // 9 of 61 steps to the average
+    EXPECT_EQ(record.table[200], 0xFF0000FEu);
+}
+
+}  // namespace
+}  // namespace tessary::test
