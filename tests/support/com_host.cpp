@@ -20,12 +20,9 @@ class ComEnvironment : public ::testing::Environment {
 [[maybe_unused]] const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new ComEnvironment);
 
 Bytes EncodeJpeg(UINT width, UINT height) {
-    ComPtr<IWICBitmapEncoder> encoder;
+    const auto encoder = Create<IWICBitmapEncoder>(CLSID_WICJpegEncoder, IID_IWICBitmapEncoder);
     ComPtr<IStream> stream;
     ComPtr<IWICBitmapFrameEncode> frame;
-    EXPECT_EQ(CoCreateInstance(CLSID_WICJpegEncoder, nullptr, CLSCTX_INPROC_SERVER, IID_IWICBitmapEncoder,
-                               encoder.PutVoid()),
-              S_OK);
     EXPECT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, stream.Put()), S_OK);
     EXPECT_EQ(encoder->Initialize(stream.get(), WICBitmapEncoderNoCache), S_OK);
     EXPECT_EQ(encoder->CreateNewFrame(frame.Put(), nullptr), S_OK);
@@ -51,11 +48,11 @@ HRESULT STDMETHODCALLTYPE CreateIfdReader(IWICComponentFactory*, REFGUID format,
     ++IfdFactory::made;
     IfdFactory::options = options;
     EXPECT_TRUE(IsEqualGUID(format, GUID_MetadataFormatIfd) && !vendor);
-    HRESULT result = CoCreateInstance(CLSID_WICIfdMetadataReader, nullptr, CLSCTX_INPROC_SERVER,
-                                      IID_IWICMetadataReader, reinterpret_cast<void**>(reader));
-    if (FAILED(result)) return result;
-    const auto persist = ComPtr<IWICMetadataReader>(*reader).As<IWICPersistStream>(IID_IWICPersistStream);
-    return persist ? persist->LoadEx(stream, vendor, options) : E_NOINTERFACE;
+    auto made = Create<IWICMetadataReader>(CLSID_WICIfdMetadataReader, IID_IWICMetadataReader);
+    const auto persist = made.As<IWICPersistStream>(IID_IWICPersistStream);
+    if (!persist) return E_NOINTERFACE;
+    *reader = made.Detach();
+    return persist->LoadEx(stream, vendor, options);
 }
 
 }  // namespace
@@ -68,6 +65,13 @@ HMODULE LoadDll() {
         return LoadLibraryA(path.c_str());
     }();
     return module;
+}
+
+ComPtr<IWICColorContext> NewColorContext() {
+    ComPtr<IWICColorContext> context;
+    Create<IWICImagingFactory>(CLSID_WICImagingFactory, IID_IWICImagingFactory)
+        ->CreateColorContext(context.Put());
+    return context;
 }
 
 ComPtr<IClassFactory> DecoderFactory() {
@@ -131,10 +135,8 @@ Bytes RichPixels() {
     return pixels;
 }
 
-IfdFactory::IfdFactory() {
-    EXPECT_EQ(CoCreateInstance(CLSID_WICImagingFactory, nullptr, CLSCTX_INPROC_SERVER,
-                               IID_IWICComponentFactory, m_factory.PutVoid()),
-              S_OK);
+IfdFactory::IfdFactory()
+    : m_factory(Create<IWICComponentFactory>(CLSID_WICImagingFactory, IID_IWICComponentFactory)) {
     void**& table = *reinterpret_cast<void***>(m_factory.get());
     m_table = table;
     std::copy_n(m_table, kFactorySlots, m_patched);
@@ -149,8 +151,7 @@ void Reinitialize(IWICBitmapFrameDecode* frame, IStream* stream, IWICComponentFa
     const auto init = ComPtr<IWICBitmapFrameDecode>(frame).As<ITessaryBitmapFrameDecodePrivate>(
         IID_ITessaryBitmapFrameDecodePrivate);
     ASSERT_TRUE(init);
-    EXPECT_EQ(init->Initialize(stream, factory, factory, GUID_NULL, 4, 3, 300, 300, 1, 1, nullptr, 1, 1),
-              S_OK);
+    EXPECT_EQ(init->Initialize(stream, factory, factory, GUID{}, 4, 3, 300, 300, 1, 1, nullptr, 1, 1), S_OK);
 }
 
 }  // namespace tessary::test

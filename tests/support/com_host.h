@@ -15,6 +15,15 @@ Function* Export(HMODULE module, const char* name) {
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
 }
 
+// An object of the system's.
+template <class T>
+ComPtr<T> Create(REFCLSID classId, REFIID id) {
+    ComPtr<T> object;
+    CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, id, object.PutVoid());
+    return object;
+}
+ComPtr<IWICColorContext> NewColorContext();
+
 ComPtr<IClassFactory> DecoderFactory();
 bool CanUnload();
 
