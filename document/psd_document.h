@@ -417,7 +417,7 @@ struct PsdDocument {
     Owned<uint32_t> mergedPixels;  // width x height, or null when the read mode passes it over
 
     Owned<uint32_t> canvas;   // width x height, made by Render
-    Owned<uint8_t> noiseMap;  // width x height, made when a layer dissolves
+    Owned<uint8_t> noiseMap;  // width x height, made by the first Render
 };
 
 // Reads a document from the start of `stream`, which is rewound and borrowed for the call only.

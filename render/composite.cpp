@@ -1,8 +1,53 @@
 #include "render/composite.h"
 
+#include <algorithm>
+
+#include "render/blend_rows.h"
+#include "render/coverage.h"
+
 namespace tessary {
 
-CompositeSource CompositeSourceOf(const PsdLayer&) { return {}; }
-void CompositeLayer(PsdDocument&, const CompositeSource&, const Rect&) {}
+CompositeSource CompositeSourceOf(const PsdLayer& layer) {
+    return {.pixels = layer.image.get(),
+            .rowPixels = static_cast<size_t>(std::max(layer.width, 0)),
+            .bounds = layer.bounds,
+            .blendMode = layer.blendMode,
+            .opacity = layer.opacity,
+            .fillOpacity = layer.fillOpacity,
+            .mask = &layer.mask,
+            .layer = &layer};
+}
+
+void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area) {
+    if (area.IsEmpty()) return;
+    const PsdLayer* group = source.layer->parent;
+    const PsdBlendMode mode = EffectiveMode(source.blendMode, group);
+    const bool fast = source.blendMode == kBlendNormal && GroupPassesThrough(group);
+    const bool ranges = document.colorMode == kColorRgb && NeedsBlendGate(*source.layer);
+    const BlendGate gate = ranges ? BlendGateOf(*source.layer) : BlendGate{};
+    const uint8_t* noise = document.noiseMap.get();
+    if (gate.drawsNothing || (mode == kBlendDissolve && !noise)) return;
+
+    const BlendRowFunction blendRow = SelectBlendRow(mode, fast, ranges);
+    const BlendSettings settings = {EffectiveOpacity(source.opacity, source.fillOpacity, group), gate.keep};
+    const size_t width = static_cast<size_t>(area.Width());
+    uint8_t coverage[kBlendRunPixels];
+    for (int32_t y = area.top; y < area.bottom; ++y) {
+        const size_t canvasRow = static_cast<size_t>(y) * document.width + static_cast<size_t>(area.left);
+        const uint32_t* layerRow = source.pixels +
+                                   static_cast<size_t>(int64_t{y} - source.bounds.top) * source.rowPixels +
+                                   static_cast<size_t>(int64_t{area.left} - source.bounds.left);
+        for (size_t x = 0; x < width; x += kBlendRunPixels) {
+            const BlendRun run = {.canvas = document.canvas.get() + canvasRow + x,
+                                  .layer = layerRow + x,
+                                  .coverage = coverage,
+                                  .noise = noise ? noise + canvasRow + x : nullptr,
+                                  .count = std::min(kBlendRunPixels, width - x)};
+            CoverageRow(run.layer, run.count, source.mask, area.left + static_cast<int32_t>(x), y, coverage);
+            if (!gate.open) GateRow(gate, run.canvas, run.layer, run.count, !fast, coverage);
+            blendRow(run, settings);
+        }
+    }
+}
 
 }  // namespace tessary

@@ -1,9 +1,75 @@
 #include "render/render.h"
 
+#include <algorithm>
+
+#include "document/platform.h"
+#include "properties/apply_adjustment.h"
+#include "properties/draw_effects.h"
+#include "render/composite.h"
+#include "render/image_ops.h"
+#include "render/noise_map.h"
+
 namespace tessary {
 
-PsdReadResult Render(PsdDocument*, int32_t, int32_t, int32_t, int32_t, uint64_t) {
-    return PsdReadResult::kNoDocument;
+namespace {
+
+// [begin, begin + length) cut to [0, limit); 64 bits, because begin + length need not fit in 32.
+struct Side {
+    int32_t begin, end;
+};
+Side ClampSide(int32_t begin, int32_t length, uint32_t limit) {
+    const int64_t end = std::min<int64_t>(int64_t{begin} + length, std::min<int64_t>(limit, INT32_MAX));
+    return {std::max(begin, 0), static_cast<int32_t>(std::max<int64_t>(end, 0))};
+}
+
+bool Shows(const PsdLayer& layer) { return layer.visible && layer.opacity != 0; }
+
+// Draws the layer's own pixels. False when its mask lies beside the area: then its upper effects are not
+// drawn either.
+bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
+    if (layer.fillOpacity == 0 || layer.width < 1 || layer.height < 1) return true;
+    Rect part = Intersect(area, layer.bounds);
+    if (part.IsEmpty()) return true;
+    if (!layer.mask.disabled && layer.mask.data && layer.mask.defaultColor == 0) {
+        part = Intersect(part, layer.mask.bounds);
+        if (part.IsEmpty()) return false;
+    }
+    CompositeLayer(document, CompositeSourceOf(layer), part);
+    return true;
+}
+
+void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+    // Of the groups around it a layer heeds its own only.
+    if (!Shows(layer) || (layer.parent && !Shows(*layer.parent))) return;
+    if (layer.layerKind >= kLayerLevels) ApplyAdjustment(document, layer, area);
+    if (!layer.image) return;
+    DrawEffectsBelow(document, layer, area);
+    if (!layer.image) return;
+    if (DrawPixels(document, layer, area)) DrawEffectsAbove(document, layer, area);
+}
+
+}  // namespace
+
+PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width, int32_t height,
+                     uint64_t seed) {
+    if (!document) return PsdReadResult::kNoDocument;
+    const PsdReadResult result = EnsureNoiseMap(*document, seed);
+    if (result != PsdReadResult::kOk) return result;
+
+    const Side horizontal = ClampSide(x, width, document->width);
+    const Side vertical = ClampSide(y, height, document->height);
+    const Rect area = {horizontal.begin, vertical.begin, horizontal.end, vertical.end};
+    if (area.IsEmpty()) return PsdReadResult::kEmptyArea;
+
+    const Rect whole = {0, 0, static_cast<int32_t>(document->width), static_cast<int32_t>(document->height)};
+    if (!document->canvas) {
+        document->canvas = AllocateZeroed<uint32_t>({document->width, document->height});
+        if (!document->canvas) return PsdReadResult::kOutOfMemory;
+        if (area != whole) FillRect(document->canvas.get(), document->width, whole, kBackground);
+    }
+    FillRect(document->canvas.get(), document->width, area, kBackground);
+    for (PsdLayer& layer : document->layers.span()) DrawLayer(*document, layer, area);
+    return PsdReadResult::kOk;
 }
 
 }  // namespace tessary

@@ -1,0 +1,117 @@
+// What a layer pixel costs. The column ns/px counts pixels of the shared rectangle; "traffic" copies as many
+// pixels and does nothing else.
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "document/psd_document.h"
+#include "render/composite.h"
+#include "render/render.h"
+
+namespace tessary {
+namespace {
+
+constexpr int32_t kWidth = 2000, kHeight = 1500;
+constexpr size_t kPixels = size_t{kWidth} * kHeight;
+
+constexpr const char* kModeNames[] = {
+    "normal",     "dissolve",    "darken",       "multiply",     "color burn", "linear burn",
+    "lighten",    "screen",      "color dodge",  "linear dodge", "overlay",    "soft light",
+    "hard light", "vivid light", "linear light", "pin light",    "hard mix",   "difference",
+    "exclusion",  "hue",         "saturation",   "color",        "luminosity"};
+
+enum Variant : int64_t { kPlain, kTransparentCanvas, kMasked, kRanged };
+constexpr const char* kVariantNames[] = {"opaque canvas", "canvas of any alpha", "masked", "with ranges"};
+
+Owned<uint32_t> RandomPixels(uint32_t seed, uint32_t opaque) {
+    Owned<uint32_t> pixels = AllocateZeroed<uint32_t>({kPixels});
+    std::mt19937 random(seed);
+    for (uint32_t& pixel : pixels.span()) pixel = static_cast<uint32_t>(random()) | opaque;
+    return pixels;
+}
+
+void FillLayer(PsdLayer& layer, PsdBlendMode mode, uint32_t seed) {
+    layer.bounds = {0, 0, kWidth, kHeight};
+    layer.width = kWidth;
+    layer.height = kHeight;
+    layer.blendMode = mode;
+    layer.image = RandomPixels(seed, 0);
+}
+
+void PrepareDocument(PsdDocument& document, size_t layers) {
+    document.width = kWidth;
+    document.height = kHeight;
+    document.colorMode = kColorRgb;
+    document.layers = AllocateZeroed<PsdLayer>({layers});
+    document.noiseMap = AllocateZeroed<uint8_t>({kPixels});
+}
+
+void CountPixels(benchmark::State& state, size_t layers) {
+    state.counters["ns/px"] =
+        benchmark::Counter(static_cast<double>(kPixels * layers),
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+void OneLayer(benchmark::State& state) {
+    const auto mode = static_cast<PsdBlendMode>(state.range(0));
+    const int64_t variant = state.range(1);
+    state.SetLabel(std::string(kModeNames[mode]) + ", " + kVariantNames[variant]);
+    PsdDocument document;
+    PrepareDocument(document, 1);
+    PsdLayer& layer = document.layers[0];
+    FillLayer(layer, mode, 1);
+    const Owned<uint32_t> canvas = RandomPixels(2, variant == kTransparentCanvas ? 0 : 0xFF000000);
+    document.canvas = AllocateZeroed<uint32_t>({kPixels});
+    if (variant == kMasked) {
+        layer.mask.bounds = layer.bounds;
+        layer.mask.disabled = false;
+        layer.mask.data = AllocateZeroed<uint8_t>({kPixels});
+        std::mt19937 random(3);
+        for (uint8_t& byte : layer.mask.data.span()) byte = static_cast<uint8_t>(random());
+    }
+    if (variant == kRanged) layer.grayRanges.destination = {0x1000, 0xE0FF};
+    for (auto _ : state) {
+        state.PauseTiming();
+        std::memcpy(document.canvas.get(), canvas.get(), kPixels * sizeof(uint32_t));
+        state.ResumeTiming();
+        CompositeLayer(document, CompositeSourceOf(layer), layer.bounds);
+    }
+    CountPixels(state, 1);
+}
+
+void ManyLayers(benchmark::State& state) {
+    const bool mixed = state.range(0) != 0;
+    state.SetLabel(mixed ? "20 layers in mixed modes" : "20 normal layers");
+    constexpr size_t kLayers = 20;
+    PsdDocument document;
+    PrepareDocument(document, kLayers);
+    for (uint32_t i = 0; i < kLayers; ++i) {
+        FillLayer(document.layers[i], mixed ? static_cast<PsdBlendMode>(i * 8 % 23) : kBlendNormal, i + 1);
+    }
+    for (auto _ : state) benchmark::DoNotOptimize(Render(&document, 0, 0, kWidth, kHeight, 1));
+    CountPixels(state, kLayers);
+}
+
+void Traffic(benchmark::State& state) {
+    state.SetLabel("traffic");
+    const Owned<uint32_t> from = RandomPixels(1, 0);
+    Owned<uint32_t> to = AllocateZeroed<uint32_t>({kPixels});
+    for (auto _ : state) {
+        std::memcpy(to.get(), from.get(), kPixels * sizeof(uint32_t));
+        benchmark::ClobberMemory();
+    }
+    CountPixels(state, 1);
+}
+
+BENCHMARK(Traffic);
+BENCHMARK(OneLayer)->ArgsProduct({benchmark::CreateDenseRange(0, 22, 1), {kPlain, kTransparentCanvas}});
+BENCHMARK(OneLayer)->ArgsProduct({{kBlendNormal, kBlendMultiply, kBlendHue}, {kMasked, kRanged}});
+BENCHMARK(ManyLayers)->DenseRange(0, 1);
+
+}  // namespace
+}  // namespace tessary
+
+BENCHMARK_MAIN();
