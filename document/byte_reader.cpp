@@ -108,12 +108,40 @@ bool MayAllocate(uint64_t wanted, uint64_t inputBytes, uint32_t expansion) {
     return !fillable || wanted / 100 <= *fillable;
 }
 
-PsdReadResult ReadBytes(PsdDocument& document, uint32_t size, Owned<uint8_t>& bytes) {
+PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes, size_t& delivered) {
+    delivered = 0;
     if (!MayAllocate(size, InputLeft(document), kRawExpansion)) return PsdReadResult::kOutOfMemory;
+    // What the stream says of its size is a claim too.
+    Owned<uint8_t> head;
+    if (size > kAlwaysAllowedBytes) {
+        const PsdReadResult result = ReadUpTo(document, size / 100, head, delivered);
+        if (result != PsdReadResult::kOk) return result;
+        if (delivered < size / 100) return PsdReadResult::kOutOfMemory;
+    }
     bytes = AllocateZeroed<uint8_t>({size});
     if (!bytes) return PsdReadResult::kOutOfMemory;
-    Read(document, bytes.get(), size);
+    if (delivered) std::memcpy(bytes.get(), head.get(), delivered);
+    delivered += Read(document, bytes.get() + delivered, bytes.count() - delivered);
     return PsdReadResult::kOk;
+}
+
+PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes) {
+    size_t delivered;
+    return ReadBytes(document, size, bytes, delivered);
+}
+
+PsdReadResult ReadUpTo(PsdDocument& document, uint64_t limit, Owned<uint8_t>& bytes, size_t& delivered) {
+    constexpr uint64_t kFirstPiece = 1u << 20;
+    delivered = 0;
+    bytes = AllocateZeroed<uint8_t>({limit > kAlwaysAllowedBytes ? kFirstPiece : limit});
+    for (;;) {
+        if (!bytes) return PsdReadResult::kOutOfMemory;
+        delivered += Read(document, bytes.get() + delivered, bytes.count() - delivered);
+        if (delivered < bytes.count() || delivered == limit) return PsdReadResult::kOk;
+        Owned<uint8_t> larger = AllocateZeroed<uint8_t>({std::min(limit, uint64_t{2} * delivered)});
+        if (larger) std::memcpy(larger.get(), bytes.get(), delivered);
+        bytes = std::move(larger);
+    }
 }
 
 bool ReadBool(PsdDocument& document) { return ReadU8(document) != 0; }

@@ -39,8 +39,14 @@ inline constexpr uint32_t kPackBitsExpansion = 64;
 inline constexpr uint32_t kZipExpansion = 1032;
 
 // Allocates and reads `size` bytes of the file as they are. On success `bytes` holds `size` bytes, zero where
-// the stream ended early; kOutOfMemory when they cannot be had.
-PsdReadResult ReadBytes(PsdDocument& document, uint32_t size, Owned<uint8_t>& bytes);
+// the stream ended early; kOutOfMemory when they cannot be had. More than 64 MiB are allocated only after a
+// hundredth of them has really arrived. `delivered` gets the number of bytes that came.
+PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes, size_t& delivered);
+PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes);
+
+// Reads up to `limit` bytes, as many as the stream delivers, into a buffer that grows with what arrives once
+// the limit is above 64 MiB. `bytes` may hold more than `delivered` bytes, zero behind them.
+PsdReadResult ReadUpTo(PsdDocument& document, uint64_t limit, Owned<uint8_t>& bytes, size_t& delivered);
 
 bool ReadBool(PsdDocument& document);
 uint8_t ReadU8(PsdDocument& document);

@@ -24,9 +24,11 @@ namespace {
 uint64_t g_allocations = 0;
 uint64_t g_failAt = 0;
 bool g_failLater = false;
+size_t g_largest = 0;
 
-bool AllocationFails() {
+bool AllocationFails(size_t bytes) {
     ++g_allocations;
+    if (bytes > g_largest) g_largest = bytes;
     return g_failAt != 0 && (g_allocations == g_failAt || (g_failLater && g_allocations > g_failAt));
 }
 }  // namespace
@@ -35,17 +37,19 @@ void FailAllocationNumber(uint64_t n, bool andAllLater) {
     g_allocations = 0;
     g_failAt = n;
     g_failLater = andAllLater;
+    g_largest = 0;
 }
 
 uint64_t AllocationCount() { return g_allocations; }
+uint64_t LargestAllocation() { return g_largest; }
 #else
 namespace {
-constexpr bool AllocationFails() { return false; }
+constexpr bool AllocationFails(size_t) { return false; }
 }  // namespace
 #endif
 
 void* AllocateZeroedBytes(size_t bytes) {
-    return AllocationFails() ? nullptr : std::calloc(bytes ? bytes : 1, 1);
+    return AllocationFails(bytes) ? nullptr : std::calloc(bytes ? bytes : 1, 1);
 }
 
 void FreeBytes(void* memory) { std::free(memory); }

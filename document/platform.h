@@ -70,9 +70,11 @@ void FreeBytes(void* memory);
 
 #if defined(TESSARY_FAULT_INJECTION)
 // Makes the n-th allocation from now (1 is the next) return null: that one only, or it and all after it.
-// 0 turns the faults off. Returns nothing; AllocationCount tells how many were asked for since this call.
+// 0 turns the faults off. AllocationCount and LargestAllocation tell how many were asked for since this call,
+// and the bytes of the largest.
 void FailAllocationNumber(uint64_t n, bool andAllLater = false);
 uint64_t AllocationCount();
+uint64_t LargestAllocation();
 #endif
 
 // The only owner of an array from AllocateZeroed. Moving leaves null behind.
