@@ -9,6 +9,23 @@
 
 #include <cstdint>
 
+// A public interface of the framework that some compilers' headers leave out.
+#if !defined(__IWICBitmapSourceTransform_INTERFACE_DEFINED__)
+#define __IWICBitmapSourceTransform_INTERFACE_DEFINED__
+inline constexpr IID IID_IWICBitmapSourceTransform = {
+    0x3B16811B, 0x6A43, 0x4EC9, {0xB7, 0x13, 0x3D, 0x5A, 0x0C, 0x13, 0xB9, 0x40}};
+struct IWICBitmapSourceTransform : public IUnknown {
+    virtual HRESULT STDMETHODCALLTYPE CopyPixels(const WICRect* area, UINT width, UINT height,
+                                                 WICPixelFormatGUID* format,
+                                                 WICBitmapTransformOptions transform, UINT stride,
+                                                 UINT bufferSize, BYTE* buffer) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetClosestSize(UINT* width, UINT* height) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetClosestPixelFormat(WICPixelFormatGUID* format) = 0;
+    virtual HRESULT STDMETHODCALLTYPE DoesSupportTransform(WICBitmapTransformOptions transform,
+                                                           BOOL* supported) = 0;
+};
+#endif
+
 namespace tessary {
 
 inline constexpr CLSID CLSID_Tessary = {
@@ -46,7 +63,8 @@ struct ITessaryBitmapFrameDecodePrivate : public IUnknown {
                                                  IWICComponentFactory* componentFactory,
                                                  REFGUID containerFormat, UINT width, UINT height, UINT dpiX,
                                                  UINT dpiY, BYTE hasColorProfile, BYTE hasThumbnail,
-                                                 IUnknown* thumbnailSource, BYTE hasExif, BYTE hasXmp) = 0;
+                                                 IWICBitmapSource* thumbnailSource, BYTE hasExif,
+                                                 BYTE hasXmp) = 0;
 };
 
 struct IBufferedStreamInit : public IUnknown {

@@ -90,18 +90,14 @@ private:
 template <class Object>
 HRESULT ConstructComObject(ComPtr<Object>& object) {
     object.Reset();
-    try {
+    return Guarded([&]() -> HRESULT {
         auto made = ComPtr<Object>::Attach(new (std::nothrow) Object());
         if (!made) return E_OUTOFMEMORY;
         HRESULT result = made->InitializeObjectLock();
         if (SUCCEEDED(result)) result = made->FinalConstruct();
         if (SUCCEEDED(result)) object = std::move(made);
         return result;
-    } catch (const ComFailure& failure) {
-        return failure.result;
-    } catch (...) {
-        return E_OUTOFMEMORY;
-    }
+    });
 }
 
 // Makes an Object and gives out its interface `id`.

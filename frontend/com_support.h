@@ -5,9 +5,11 @@
 
 #include <objidl.h>
 
+#include <new>
 #include <utility>
 
 #include "frontend/codec.h"
+#include "frontend/stream_position.h"
 
 namespace tessary {
 
@@ -15,6 +17,20 @@ namespace tessary {
 struct ComFailure {
     HRESULT result;
 };
+
+// Runs what a COM method does; an exception of any kind becomes a failure code there.
+template <class Work>
+HRESULT Guarded(Work&& work) noexcept {
+    try {
+        return work();
+    } catch (const ComFailure& failure) {
+        return failure.result;
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    } catch (...) {
+        return E_FAIL;
+    }
+}
 
 // A reference to a COM object, or null. Not safe to change from two threads at once.
 template <class T>
@@ -134,27 +150,14 @@ private:
     ComPtr<ISharedStream> m_shared;
 };
 
-// A use of the stream that ends where it began. A position that cannot be read is not restored; a null stream
-// is left alone.
+// A use of the stream that ends where it began.
 class StreamPositionKeeper {
 public:
-    StreamPositionKeeper(CriticalSection& lock, IStream* stream) : m_use(lock, stream) {
-        LARGE_INTEGER zero = {};
-        m_known = stream && SUCCEEDED(stream->Seek(zero, STREAM_SEEK_CUR, &m_position));
-    }
-    StreamPositionKeeper(const StreamPositionKeeper&) = delete;
-    StreamPositionKeeper& operator=(const StreamPositionKeeper&) = delete;
-    ~StreamPositionKeeper() {
-        if (!m_known) return;
-        LARGE_INTEGER back;
-        back.QuadPart = static_cast<LONGLONG>(m_position.QuadPart);
-        m_use.stream()->Seek(back, STREAM_SEEK_SET, nullptr);
-    }
+    StreamPositionKeeper(CriticalSection& lock, IStream* stream) : m_use(lock, stream), m_position(stream) {}
 
 private:
     StreamUse m_use;
-    ULARGE_INTEGER m_position = {};
-    bool m_known = false;
+    StreamPositionScope m_position;
 };
 
 }  // namespace tessary

@@ -2,14 +2,12 @@
 // states them; the table builders and pixel maps bring them into range.
 #pragma once
 
-#include <array>
 #include <cstdint>
 
 #include "document/psd_document.h"
+#include "properties/curve_spline.h"
 
 namespace tessary {
-
-using ByteTable = std::array<uint8_t, 256>;
 
 constexpr int32_t ClampToByte(int32_t value) { return value < 0 ? 0 : value > 255 ? 255 : value; }
 
@@ -41,12 +39,6 @@ struct LevelsRecord {
     LevelRecord levels[kLevelCount];  // composite, red, green, blue, further channels
     Owned<LevelRecord> extraLevels;   // kept, not applied
     ChannelTables tables;
-};
-
-struct CurvePoint {
-    uint16_t output = 0;
-    uint16_t input = 0;
-    friend bool operator==(const CurvePoint&, const CurvePoint&) = default;
 };
 
 struct CurveRecord {

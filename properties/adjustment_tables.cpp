@@ -6,6 +6,7 @@
 #include <span>
 
 #include "document/checked_math.h"
+#include "properties/curve_spline.h"
 #include "render/pixel.h"
 
 namespace tessary {
@@ -61,66 +62,17 @@ ByteTable LevelMap(const LevelRecord& level) {
 
 // --- curves
 
-// One coordinate along the segment from b to c, walked by forward differences in `kSteps` steps: the
-// Catmull-Rom spline through a, b, c, d. With whole coordinates and a step that is a power of two every value
-// is exact in double, so neither the order of the sums nor the number of steps already made matters.
-struct SplineWalk {
-    static constexpr int32_t kSteps = 512;
-
-    double value, first, second, third;
-
-    SplineWalk(double a, double b, double c, double d) {
-        constexpr double kStep = 1.0 / kSteps;
-        const double cubic = -0.5 * a + 1.5 * b - 1.5 * c + 0.5 * d;
-        const double square = a - 2.5 * b + 2 * c - 0.5 * d;
-        const double linear = -0.5 * a + 0.5 * c;
-        value = b;
-        first = cubic * (kStep * kStep * kStep) + square * (kStep * kStep) + linear * kStep;
-        second = cubic * (6 * kStep * kStep * kStep) + square * (2 * kStep * kStep);
-        third = cubic * (6 * kStep * kStep * kStep);
-    }
-
-    void Advance() {
-        value += first;
-        first += second;
-        second += third;
-    }
-
-    uint8_t Rounded() const { return ToByte(TruncateToInt32(value + 0.5)); }
-};
-
-void DrawSegment(ByteTable& table, const CurvePoint& a, const CurvePoint& b, const CurvePoint& c,
-                 const CurvePoint& d) {
-    SplineWalk x(a.input, b.input, c.input, d.input);
-    SplineWalk y(a.output, b.output, c.output, d.output);
-    uint8_t lastX = x.Rounded();
-    uint8_t lastY = y.Rounded();
-    for (int32_t step = 0; step < SplineWalk::kSteps; ++step) {
-        x.Advance();
-        y.Advance();
-        // A column that is met several times keeps its last value, also when the curve runs back.
-        if (x.Rounded() != lastX || y.Rounded() != lastY) table[x.Rounded()] = y.Rounded();
-        lastX = x.Rounded();
-        lastY = y.Rounded();
-    }
-}
-
 // Draws a curve of at least two points onto the table.
 void DrawCurve(ByteTable& table, const CurveRecord& curve) {
-    CurvePoint points[CurveRecord::kMaxPoints];
     const size_t count = std::min<size_t>(curve.pointCount, CurveRecord::kMaxPoints);
-    for (size_t i = 0; i < count; ++i) {
-        points[i] = curve.points[i];
-        points[i].input = std::min<uint16_t>(points[i].input, 255);
-    }
-    const size_t last = count - 1;
-    std::fill_n(table.begin(), points[0].input, ToByte(points[0].output));
-    std::fill(table.begin() + points[last].input, table.end(), ToByte(points[last].output));
-    for (size_t i = 0; i < last; ++i) {
-        DrawSegment(table, points[i > 0 ? i - 1 : 0], points[i], points[i + 1],
-                    points[std::min(i + 2, last)]);
-    }
-    for (size_t i = 0; i < count; ++i) table[points[i].input] = ToByte(points[i].output);
+    const auto pointAt = [&](size_t i) {
+        return CurvePoint{curve.points[i].output, std::min<uint16_t>(curve.points[i].input, 255)};
+    };
+    const CurvePoint first = pointAt(0);
+    const CurvePoint last = pointAt(count - 1);
+    std::fill_n(table.begin(), first.input, ToByte(first.output));
+    std::fill(table.begin() + last.input, table.end(), ToByte(last.output));
+    DrawSpline(table, count, pointAt);
 }
 
 // --- colour balance

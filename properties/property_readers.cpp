@@ -3,6 +3,9 @@
 #include "document/big_endian.h"
 #include "document/byte_reader.h"
 #include "properties/adjustment_readers.h"
+#include "properties/effect_blocks.h"
+#include "properties/effect_settings.h"
+#include "properties/fill_layers.h"
 
 namespace tessary {
 namespace {
@@ -44,6 +47,12 @@ PsdReadResult AppendBareAdjustment(PsdDocument&, PsdLayer& layer, uint32_t prope
     return PsdReadResult::kOk;
 }
 
+// A reader that appends its record and sets the layer's kind itself.
+template <PsdReadResult (*Read)(PsdDocument&, PsdLayer&)>
+PsdReadResult ReadSettings(PsdDocument& document, PsdLayer& layer, uint32_t, uint32_t) {
+    return Read(document, layer);
+}
+
 constexpr PropertyRow kPropertyRows[] = {
     {FourCC("levl"), kPropertyLevels, kLayerLevels, ReadAdjustment<LevelsRecord, ReadLevels>},
     {FourCC("curv"), kPropertyCurves, kLayerCurves, ReadAdjustment<CurvesRecord, ReadCurves>},
@@ -59,6 +68,11 @@ constexpr PropertyRow kPropertyRows[] = {
      ReadAdjustment<GradientMapRecord, ReadGradientMap>},
     {FourCC("phfl"), kPropertyPhotoFilter, kLayerPhotoFilter,
      ReadAdjustment<PhotoFilterRecord, ReadPhotoFilter>},
+    {FourCC("SoCo"), kPropertySolidFill, kKindUnchanged, ReadSettings<ReadSolidFill>},
+    {FourCC("GdFl"), kPropertyGradientFill, kKindUnchanged, ReadSettings<ReadGradientFill>},
+    {FourCC("PtFl"), kPropertyPatternFill, kKindUnchanged, ReadSettings<ReadPatternFill>},
+    {FourCC("lrFX"), kPropertyOldEffects, kKindUnchanged, ReadSettings<ReadOldEffects>},
+    {FourCC("lfx2"), kPropertyEffects, kKindUnchanged, ReadSettings<ReadObjectEffects>},
 };
 
 }  // namespace

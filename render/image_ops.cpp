@@ -64,16 +64,20 @@ void SetColorKeepAlpha(uint32_t* pixels, size_t count, uint32_t color) {
     for (size_t i = 0; i < count; ++i) pixels[i] = (pixels[i] & 0xFF000000) | colorBytes;
 }
 
+int32_t NoiseAt(uint64_t seed, uint64_t index, int32_t reach) {
+    const uint64_t steps = static_cast<uint64_t>(2 * reach + 1);
+    const uint64_t random = MixBits(MixBits(seed) + index * 0x9E3779B97F4A7C15u) >> 32;
+    return static_cast<int32_t>(random * steps >> 32) - reach;
+}
+
 void AddNoise(uint32_t* pixels, size_t width, size_t height, uint32_t percent, uint64_t seed) {
     const int32_t reach = static_cast<int32_t>(std::min(percent, 100u) * 255 / 100);
-    const uint64_t steps = static_cast<uint64_t>(2 * reach + 1);  // -reach..reach
-    const uint64_t base = MixBits(seed);
     const size_t count = width * height;
     for (size_t i = 0; i < count; ++i) {
-        const uint64_t random = MixBits(base + i * 0x9E3779B97F4A7C15u) >> 32;
-        const int32_t move = static_cast<int32_t>(random * steps >> 32) - reach;
-        const int32_t alpha = std::clamp(static_cast<int32_t>(Alpha(pixels[i])) + move, 0, 255);
-        pixels[i] = (pixels[i] & 0x00FFFFFF) | static_cast<uint32_t>(alpha) << 24;
+        const int32_t alpha = static_cast<int32_t>(Alpha(pixels[i]));
+        if (alpha == 0) continue;  // no grains where nothing is drawn
+        const int32_t moved = std::clamp(alpha + NoiseAt(seed, i, reach), 0, 255);
+        pixels[i] = (pixels[i] & 0x00FFFFFF) | static_cast<uint32_t>(moved) << 24;
     }
 }
 

@@ -22,8 +22,11 @@ void ShiftImage(uint32_t* pixels, size_t width, size_t height, int32_t dx, int32
 // Gives `count` pixels the colour bytes of `color` and leaves their alpha.
 void SetColorKeepAlpha(uint32_t* pixels, size_t count, uint32_t color);
 
-// Moves every alpha up or down by a pseudo-random share of `percent` (0..100) of 255, clamped. The noise of a
-// pixel depends on `seed` and its place in the image only, so every run gives the same picture.
+// The noise at place `index`: -reach..reach, evenly, the same on every run.
+int32_t NoiseAt(uint64_t seed, uint64_t index, int32_t reach);
+
+// Moves every alpha but 0 up or down by a pseudo-random share of `percent` (0..100) of 255, clamped. The
+// noise of a pixel depends on `seed` and its place in the image only, so every run gives the same picture.
 void AddNoise(uint32_t* pixels, size_t width, size_t height, uint32_t percent, uint64_t seed);
 
 }  // namespace tessary

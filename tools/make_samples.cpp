@@ -1,1 +1,347 @@
-int main() { return 0; }
+// Writes sample documents: what the README shows, what viewers can be tried on, and what fuzzers start from.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "document/channel_codec.h"
+#include "tests/support/document_builder.h"
+#include "tools/sample_blocks.h"
+#include "tools/sample_picture.h"
+#include "tools/sample_planes.h"
+
+namespace tessary::tools {
+namespace {
+
+using namespace test;
+
+using Writer = std::function<void(const std::string& name, const Bytes& bytes)>;
+
+LayerBuilder LayerOf(const Picture& picture, std::string_view name, int32_t left = 0, int32_t top = 0) {
+    LayerBuilder layer({left, top, left + picture.width, top + picture.height});
+    layer.Name(name).Pixels(picture.pixels, kCompressionPackBits);
+    return layer;
+}
+
+// An adjustment of the whole canvas, or of what `mask` covers.
+LayerBuilder Adjustment(std::string_view key, const Bytes& data, const Picture* mask = nullptr) {
+    LayerBuilder layer({0, 0, 0, 0});
+    layer.Solid(0).Name(key).Block(key, data);
+    if (mask) {
+        layer.Mask({0, 0, mask->width, mask->height}, 0, 0).Channel(-2, AlphaOf(*mask), kCompressionPackBits);
+    }
+    return layer;
+}
+
+DocumentBuilder& Describe(DocumentBuilder& document) {
+    return document.Resolution(144, 1).Resource(1058, TinyExif()).Resource(1060, TinyXmp());
+}
+
+// A document that has layers only: its merged image is black and says so.
+DocumentBuilder Layered(int32_t width, int32_t height, uint32_t depth = 8) {
+    DocumentBuilder document(kColorRgb, depth, 3, static_cast<uint32_t>(width),
+                             static_cast<uint32_t>(height));
+    document.Resolution(144, 1).HasRealMergedData(false);
+    return document.Merged(Bytes(static_cast<size_t>(width) * static_cast<size_t>(height) * 3 * depth / 8),
+                           kCompressionPackBits);
+}
+
+void WriteFlatSamples(const Writer& write) {
+    const Picture scene = Scene(160, 120);
+    const struct {
+        const char* name;
+        PsdColorMode mode;
+        uint32_t depth, channels;
+        uint16_t compression;
+    } samples[] = {
+        {"rgb8-raw", kColorRgb, 8, 3, kCompressionRaw},
+        {"rgb8-packbits", kColorRgb, 8, 3, kCompressionPackBits},
+        {"rgb8-zip", kColorRgb, 8, 3, kCompressionZip},
+        {"rgb8-predicted", kColorRgb, 8, 3, kCompressionZipPrediction},
+        {"rgb8-alpha", kColorRgb, 8, 4, kCompressionPackBits},
+        {"rgb16", kColorRgb, 16, 3, kCompressionZipPrediction},
+        {"rgb32", kColorRgb, 32, 3, kCompressionZip},
+        {"gray8", kColorGrayscale, 8, 1, kCompressionPackBits},
+        {"gray8-alpha", kColorGrayscale, 8, 2, kCompressionPackBits},
+        {"gray16", kColorGrayscale, 16, 1, kCompressionRaw},
+        {"gray32", kColorGrayscale, 32, 1, kCompressionRaw},
+        {"duotone", kColorDuotone, 8, 1, kCompressionPackBits},
+        {"cmyk", kColorCmyk, 8, 4, kCompressionPackBits},
+        {"cmyk16-alpha", kColorCmyk, 16, 5, kCompressionZip},
+        {"lab", kColorLab, 8, 3, kCompressionPackBits},
+        {"lab16-alpha", kColorLab, 16, 4, kCompressionPackBits},
+        {"multichannel", kColorMultichannel, 8, 3, kCompressionRaw},
+    };
+    for (const auto& sample : samples) {
+        DocumentBuilder document(sample.mode, sample.depth, sample.channels, 160, 120);
+        Describe(document).Merged(PlanesOf(scene, sample.mode, sample.depth, sample.channels),
+                                  sample.compression);
+        if (sample.mode == kColorRgb) document.Resource(1039, TinyProfile());
+        if (sample.mode == kColorDuotone) document.ColorModeData(ByteWriter().U16(1).U16(1).Zeros(528));
+        write(sample.name, document.Build());
+    }
+    DocumentBuilder bitmap(kColorBitmap, 1, 1, 160, 120);
+    write("bitmap", Describe(bitmap).Merged(BitmapPlane(scene), kCompressionPackBits).Build());
+    DocumentBuilder indexed(kColorIndexed, 8, 1, 160, 120);
+    Describe(indexed).ColorModeData(PaletteTables()).Resource(1046, ByteWriter().U16(217));
+    indexed.Resource(1047, ByteWriter().U16(kTransparentEntry));
+    write("indexed-transparent", indexed.Merged(IndexedPlane(scene), kCompressionPackBits).Build());
+    // A fourth channel with a name is no transparency: the picture stays opaque.
+    DocumentBuilder named(kColorRgb, 8, 4, 160, 120);
+    Describe(named).Resource(1006, ByteWriter().Pascal("oval", 1)).Merged(PlanesOf(scene, kColorRgb, 8, 4));
+    write("rgb8-named-alpha", named.Build());
+}
+
+void WriteLayeredSamples(const Writer& write) {
+    constexpr int32_t kCell = 56, kColumns = 8;
+    const char* const modes[] = {"norm", "diss", "dark", "mul ", "idiv", "lbrn", "lite", "scrn",
+                                 "div ", "lddg", "over", "sLit", "hLit", "vLit", "lLit", "pLit",
+                                 "hMix", "diff", "smud", "hue ", "sat ", "colr", "lum "};
+    Picture back(kCell * kColumns, kCell * 3);
+    for (int32_t row = 0; row < 3; ++row) {
+        const double top = row * kCell;
+        back.Draw(Box(0, top, back.width, top + kCell), [=](Point p) {
+            return Mix(Hues(kCell, 1)(p), 0xFF000000, (p.y - top) / kCell * 1.1 - 0.1);
+        });
+    }
+    DocumentBuilder blend = Layered(back.width, back.height);
+    blend.Layer(LayerOf(back, "background"));
+    for (int32_t i = 0; i < static_cast<int32_t>(std::size(modes)); ++i) {
+        Picture disc(kCell - 8, kCell - 8);
+        disc.Draw(Disc(24, 24, 23), Down({0xFFFFF0D0, 0xE0E07030, 0x90203060}, 48));
+        blend.Layer(
+            LayerOf(disc, modes[i], i % kColumns * kCell + 4, i / kColumns * kCell + 4).Mode(modes[i]));
+    }
+    write("blend-modes", blend.Build());
+
+    const Picture scene = Scene(160, 120);
+    Picture half(160, 120), spot(60, 60), tile(50, 50);
+    half.Draw(Box(60, -9, 200, 200), Flat(~0u), 80);
+    spot.Draw(Disc(30, 30, 20), Flat(~0u), 20);
+    tile.Draw(Box(2, 2, 48, 48, 9), Down({0xFFF25C54, 0xFF7A2E8E}, 50));
+
+    DocumentBuilder masks = Layered(160, 120);
+    masks.Layer(LayerOf(scene, "background"));
+    const struct {
+        int32_t left;
+        uint8_t defaultColor, flags;
+    } maskCases[] = {{4, 0, 0}, {54, 255, 0}, {104, 0, 2}};
+    for (const auto& test : maskCases) {
+        const Rect rect{test.left - 5, 30, test.left + 55, 90};
+        masks.Layer(
+            LayerOf(tile, "masked", test.left, 35).Mask(rect, test.defaultColor, test.flags, AlphaOf(spot)));
+    }
+    write("masks", masks.Build());
+
+    DocumentBuilder groups = Layered(160, 120);
+    groups.Layer(LayerOf(scene, "background"));
+    groups.Layer(GroupEnd()).Layer(LayerOf(tile, "passed through", 4, 35).Mode("scrn"));
+    groups.Layer(GroupHead("pass", "pass").Opacity(200));
+    groups.Layer(GroupEnd())
+        .Layer(LayerOf(tile, "multiplied", 54, 35))
+        .Layer(GroupHead("mul ", "mul ").Opacity(128));
+    groups.Layer(GroupEnd()).Layer(LayerOf(tile, "not shown", 104, 35)).Layer(GroupHead().Hidden());
+    write("groups", groups.Build());
+
+    // Only the light half of the tile, only where the canvas is dark.
+    const Bytes ranges = ByteWriter().U16(0x6060).U16(0xFFFF).U16(0).U16(0xA0A0).Raw(FullRanges(4));
+    DocumentBuilder mixed = Layered(160, 120);
+    mixed.Layer(LayerOf(scene, "background"));
+    mixed.Layer(LayerOf(tile, "dissolved", 20, 35).Mode("diss").Opacity(128));
+    mixed.Layer(LayerOf(tile, "ranges", 90, 35).Ranges(ranges).Block("brst", ByteWriter().U32(2)));
+    write("dissolve-and-ranges", mixed.Build());
+
+    for (const AdjustmentSample& sample : AdjustmentSamples()) {
+        DocumentBuilder document = Layered(160, 120);
+        document.Layer(LayerOf(scene, "background")).Layer(Adjustment(sample.key, sample.data, &half));
+        write(std::string("adjustment-") + sample.name, document.Build());
+    }
+    const std::pair<const char*, Bytes> effects[] = {{"effect-shadow", DropShadow(75, 120, 8, 9)},
+                                                     {"effect-glow", OuterGlow()},
+                                                     {"effect-overlay", ColorOverlay()}};
+    for (const auto& [name, block] : effects) {
+        DocumentBuilder document = Layered(160, 120);
+        document.Layer(LayerOf(scene, "background"))
+            .Layer(LayerOf(tile, "tile", 60, 35).Block("lfx2", block));
+        write(name, document.Build());
+    }
+
+    DocumentBuilder deep = Layered(160, 120, 16);
+    LayerBuilder layer({0, 0, 160, 120});
+    const Bytes planes = PlanesOf(scene, kColorRgb, 16, 4);
+    const std::ptrdiff_t planeBytes = static_cast<std::ptrdiff_t>(planes.size() / 4);
+    for (int16_t i = 0; i < 4; ++i) {
+        const auto begin = planes.begin() + i * planeBytes;
+        layer.Channel(i < 3 ? i : int16_t{-1}, Bytes(begin, begin + planeBytes), kCompressionZipPrediction);
+    }
+    write("layers16", deep.Layer(layer).LayersInBlock("Lr16").Build());
+}
+
+// Two tones of each face of a cube of mosaic stones, 3 x 3 to a face.
+Picture MosaicCube(double side) {
+    const double half = side * std::sqrt(0.75);
+    Picture cube(static_cast<int32_t>(2 * half) + 5, static_cast<int32_t>(2 * side) + 5);
+    const Point center{half + 2.5, side + 2.5};
+    const Point axes[] = {
+        {-half, -side / 2}, {half, -side / 2}, {half, side / 2}, {0, side}, {-half, side / 2}};
+    const struct {
+        Point u, v;
+        uint32_t from, to;
+    } faces[] = {
+        {axes[0], axes[1], 0xFFFFF1B8, 0xFFF9B453},
+        {axes[1], axes[3], 0xFFF4705C, 0xFFB92F63},
+        {axes[3], axes[0], 0xFF8C4FB5, 0xFF47328F},
+    };
+    for (const auto& face : faces) {
+        const auto at = [&](double a, double b) {
+            return Point{center.x + (face.u.x * a + face.v.x * b) / 3,
+                         center.y + (face.u.y * a + face.v.y * b) / 3};
+        };
+        for (int i = 0; i < 9; ++i) {
+            const double a = i / 3, b = i % 3, gap = 0.05;
+            const double tone = (a + b) / 4 * 0.8 + (i * 7 % 5) * 0.05;
+            cube.Draw(Polygon({at(a + gap, b + gap), at(a + 1 - gap, b + gap), at(a + 1 - gap, b + 1 - gap),
+                               at(a + gap, b + 1 - gap)}),
+                      Flat(Mix(face.from, face.to, tone)));
+        }
+    }
+    return cube;
+}
+
+Shape Hexagon(double cx, double cy, double radius) {
+    std::vector<Point> corners;
+    for (int i = 0; i < 6; ++i) {
+        const double angle = 1.0471975511965976 * i + 0.5235987755982988;
+        corners.push_back({cx + radius * std::cos(angle), cy + radius * std::sin(angle)});
+    }
+    return Polygon(corners);
+}
+
+// The face of the product: what a document looks like when all of it works.
+void WritePicture(const Writer& write) {
+    constexpr int32_t kWidth = 480, kHeight = 320;
+    const auto canvas = [] { return Picture(kWidth, kHeight); };
+    const auto glow = [](Point p) {
+        const double near = std::clamp(1 - std::hypot(p.x - 352, p.y - 196) / 190, 0.0, 1.0);
+        return static_cast<uint32_t>(near * near * 230) << 24 | 0xFFB060;
+    };
+    Picture mist = canvas(), vignette = canvas(), stones = canvas(), glints = canvas();
+    mist.Draw(Everywhere, Down({~0u, ~0u, ~0u, 0xFFFFFFFFu, 0x30FFFFFF, 0x20FFFFFF}, 262));
+    vignette.Draw(Everywhere, [](Point p) {
+        return static_cast<uint32_t>(
+                   std::clamp(std::hypot(p.x / 240 - 1, p.y / 160 - 1) * 230 - 90, 0.0, 255.0))
+               << 24;
+    });
+    for (int i = 0; i < 60; ++i) {
+        const double x = (i % 12) * 41.6 + (i / 12 % 2 ? 20.8 : 0), y = (i / 12) * 36.0;
+        const uint32_t alpha = static_cast<uint32_t>(230 - y * 1.2 - (i * 37 % 11) * 8);
+        stones.Draw(Hexagon(x, y, 22.4), Flat(alpha << 24 | (i * 53 % 7 < 3 ? 0xFFFFFF : 0xB8A8FF)));
+    }
+    for (int i = 0; i < 34; ++i) {
+        const double y = 246 + i * 2.3, wide = 8 + (i * 29 % 17) * (1 + i * 0.09),
+                     x = 352 + (i * 47 % 31 - 15) * (1 + i * 0.06);
+        glints.Draw(Box(x - wide, y - 0.9, x + wide, y + 0.9, 0.9), Flat(0xC0FFC070));
+    }
+    DocumentBuilder document = Layered(kWidth, kHeight);
+    document.Resource(1058, TinyExif()).Resource(1060, TinyXmp());
+    document.Layer(LayerOf(
+        canvas().Draw(Everywhere, Down({0xFF161A48, 0xFF4B3A8C, 0xFFB9578F, 0xFFFF9A6B, 0xFFFFD79A}, 250)),
+        "sky"));
+    document.Layer(LayerOf(canvas().Draw(Everywhere, glow), "glow").Mode("scrn"));
+    document.Layer(LayerOf(canvas().Draw(Disc(352, 196, 30), Flat(0xFFFFF4D0)), "sun"));
+    document.Layer(GroupEnd())
+        .Layer(LayerOf(stones, "stones"))
+        .Layer(GroupHead("sLit", "sLit").Opacity(110).Name("mosaic"));
+    document.Layer(LayerOf(canvas().Draw(Hills(206, 17, 62, 0.4), Flat(0xFF7C5AA6)), "far hills")
+                       .Mask({0, 0, kWidth, kHeight}, 0, 0)
+                       .Channel(-2, AlphaOf(mist), kCompressionPackBits));
+    document.Layer(
+        LayerOf(canvas().Draw(Hills(226, 11, 41, 2.2), Flat(0xFF4A3178)), "near hills").Opacity(235));
+    document.Layer(
+        LayerOf(canvas().Draw(Box(-5, 240, 500, 400),
+                              Down({0xFF6A3F86, 0xFF6A3F86, 0xFF6A3F86, 0xFF5A3A84, 0xFF1B1C4E}, 320)),
+                "water"));
+    document.Layer(LayerOf(glints, "glints").Mode("lddg").Opacity(150));
+    document.Layer(LayerOf(MosaicCube(92), "cube", 74, 62).Block("lfx2", DropShadow(70, 135, 14, 16)));
+    document.Layer(Adjustment("curv", Curve({{0, 0}, {128, 84}, {255, 205}}), &vignette).Name("vignette"));
+    write("picture", document.Build());
+}
+
+void WriteDamagedSamples(const Writer& write) {
+    const Picture scene = Scene(64, 48);
+    const auto flat = [&] {
+        return DocumentBuilder(kColorRgb, 8, 3, 64, 48)
+            .Merged(PlanesOf(scene, kColorRgb, 8, 3), kCompressionZip);
+    };
+    const auto layered = [&](const LayerBuilder& layer) { return Layered(64, 48).Layer(layer).Build(); };
+    const auto cut = [](Bytes bytes, size_t length) {
+        return Bytes(bytes.begin(),
+                     bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), length)));
+    };
+    const LayerBuilder sound = LayerOf(scene, "layer");
+    const Bytes whole = layered(sound);
+    ByteWriter nested;
+    nested.U32(0).U32(16).ClassName("null").U32(1).ItemHead("deep", "VlLs");
+    for (int i = 0; i < 5000; ++i) nested.U32(1).Text("VlLs");
+
+    write("bad-signature", flat().Signature("8BPX").Build());
+    write("version-2", DocumentBuilder(flat()).Version(2).Build());
+    write("depth-24", DocumentBuilder(kColorRgb, 24, 3, 64, 48).MergedData({}).Build());
+    write("short-header", cut(whole, 20));
+    write("truncated-planes", cut(flat().Build(), 2000));
+    write("truncated-layers", cut(whole, whole.size() / 2));
+    write("zip-garbage", flat().MergedData(ByteWriter().U16(2).Text("this is no deflate stream")).Build());
+    write("unknown-compression", flat().MergedData(ByteWriter().U16(4)).Build());
+    write("runs-past-the-row",
+          flat().MergedData(ByteWriter().U16(1).Raw(Bytes(2 * 144, 1)).Raw(Bytes(4000, 0x81))).Build());
+    write("enormous-and-empty", DocumentBuilder(kColorRgb, 32, 56, 30000, 30000).MergedData({0, 0}).Build());
+    write("mask-of-28-bytes", layered(LayerBuilder(sound).MaskBytes(Bytes(28))));
+    write("block-signature", layered(LayerBuilder(sound).Block("luni", {}, "8B64")));
+    write("extra-length", layered(LayerBuilder(sound).ExtraLength(0x7FFFFFFF)));
+    write("huge-bounds",
+          layered(LayerBuilder({-2147483647, -2147483647, 2147483647, 2147483647}).ChannelData(0, {0, 0})));
+    write("channel-longer-than-file",
+          layered(LayerBuilder({0, 0, 64, 48}).ChannelData(0, {0, 0, 1}, 0x7FFFFFFF)));
+    write("nested-lists", layered(LayerBuilder(sound).Block("lfx2", nested)));
+    write("more-layers-than-records", Layered(64, 48).Layer(sound).LayerCount(-30000).Build());
+}
+
+int Run(const std::filesystem::path& folder) {
+    const auto writerTo = [](std::filesystem::path place) -> Writer {
+        std::filesystem::create_directories(place);
+        return [place](const std::string& name, const Bytes& bytes) {
+            std::ofstream file(place / (name + ".psd"), std::ios::binary);
+            file.write(reinterpret_cast<const char*>(bytes.data()),
+                       static_cast<std::streamsize>(bytes.size()));
+            if (!file.flush()) throw std::runtime_error("cannot write " + (place / name).string() + ".psd");
+        };
+    };
+    const Writer write = writerTo(folder);
+    WriteFlatSamples(write);
+    WriteLayeredSamples(write);
+    WritePicture(write);
+    WriteDamagedSamples(writerTo(folder / "damaged"));
+    return 0;
+}
+
+}  // namespace
+}  // namespace tessary::tools
+
+int main(int count, char** arguments) {
+    if (count != 2) {
+        std::fputs("usage: make_samples DIR\n", stderr);
+        return 2;
+    }
+    try {
+        return tessary::tools::Run(arguments[1]);
+    } catch (const std::exception& exception) {
+        std::fprintf(stderr, "make_samples: %s\n", exception.what());
+        return 1;
+    }
+}

@@ -312,7 +312,7 @@ Bytes DocumentBuilder::Build() const {
     file.Counted(section.bytes());
 
     const uint64_t planeBytes = uint64_t{RowBytes(m_width, m_depth)} * m_height;
-    if (m_mergedData) return file.Raw(*m_mergedData);
+    if (m_hasMergedData) return file.Raw(m_mergedData);
     if (planeBytes * m_channels > 1u << 28)
         throw std::length_error("give a document of this size its merged data");
     return file.U16(0).Zeros(static_cast<size_t>(planeBytes * m_channels));

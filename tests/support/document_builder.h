@@ -164,7 +164,9 @@ public:
     // All planes one after another, colour first. Without a call: zeros, raw.
     DocumentBuilder& Merged(Bytes planes, uint16_t compression = 0);
     // The merged section as it is, compression code included; empty for none.
-    DocumentBuilder& MergedData(Bytes bytes) { return m_mergedData = std::move(bytes), *this; }
+    DocumentBuilder& MergedData(Bytes bytes) {
+        return m_hasMergedData = true, m_mergedData = std::move(bytes), *this;
+    }
 
     Bytes LayerInfo() const;  // without its length
     Bytes Build() const;
@@ -180,7 +182,8 @@ private:
     std::string m_layerBlock;
     ByteWriter m_documentBlocks;
     Bytes m_globalMask;
-    std::optional<Bytes> m_mergedData;
+    bool m_hasMergedData = false;  // else zeros stand for it
+    Bytes m_mergedData;
 };
 
 // Opens `file` from a memory stream. `result` tells how it went; the document is null on failure.

@@ -29,8 +29,8 @@ HRESULT STDMETHODCALLTYPE MemoryStream::Seek(LARGE_INTEGER move, DWORD origin, U
                                                       : m_bytes.size();
     const uint64_t target = base + static_cast<uint64_t>(move.QuadPart);
     if (static_cast<int64_t>(target) < 0) return E_INVALIDARG;
-    if (!seekLies) position = target;
-    if (newPosition) newPosition->QuadPart = target;
+    if (!seekLies && !seekSticks) position = target;
+    if (newPosition) newPosition->QuadPart = seekSticks ? position : target;
     return S_OK;
 }
 

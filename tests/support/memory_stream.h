@@ -15,6 +15,7 @@ using Bytes = std::vector<uint8_t>;
 class MemoryStream final : public IStream {
 public:
     explicit MemoryStream(Bytes bytes) : m_bytes(std::move(bytes)) {}
+    void Replace(Bytes bytes) { m_bytes = std::move(bytes); }  // as when the file changes meanwhile
 
     // Behaviour, to be set before use.
     uint32_t maxBytesPerRead = 0xFFFFFFFFu;  // delivers at most so many at once
@@ -22,6 +23,7 @@ public:
     bool failLater = false;                  // and all calls after it
     bool canSeek = true;                     // Seek fails when false
     bool seekLies = false;                   // Seek reports success and stays where it is
+    bool seekSticks = false;                 // Seek succeeds, stays where it is and says so
     bool claimsMore = false;                 // Read reports one byte more than it was asked for
     bool hasSize = false;                    // Stat reports `size` in place of the number of bytes
     uint64_t size = 0;

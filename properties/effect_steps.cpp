@@ -1,0 +1,160 @@
+#include "properties/effect_steps.h"
+
+#include <algorithm>
+
+#include "properties/curve_spline.h"
+#include "render/image_ops.h"
+
+namespace tessary {
+namespace {
+
+template <class Map>
+void MapAlpha(uint32_t* pixels, size_t count, Map map) {
+    for (size_t i = 0; i < count; ++i) pixels[i] = (pixels[i] & 0x00FFFFFF) | map(Alpha(pixels[i])) << 24;
+}
+
+// An entry of a gradient that runs from `from` (at place `start`) by way of its middle to `to` (at place
+// `end`).
+uint32_t MixComponents(uint32_t from, uint32_t to, int32_t done, int32_t whole) {
+    uint32_t mixed = 0;
+    for (int shift = 0; shift < 32; shift += 8) {
+        const int32_t a = static_cast<int32_t>(from >> shift & 255);
+        const int32_t b = static_cast<int32_t>(to >> shift & 255);
+        mixed |= static_cast<uint32_t>(a + (b - a) * done / whole) << shift;
+    }
+    return mixed;
+}
+
+uint32_t AverageComponents(uint32_t a, uint32_t b) { return (a & b) + ((a ^ b) >> 1 & 0x7F7F7F7F); }
+
+// A stop of either kind: colours, or opacities in the lowest byte.
+struct TableStop {
+    int32_t index = 0;  // 0..256
+    int32_t midpoint = 50;
+    uint32_t value = 0;
+};
+
+void DrawRun(uint32_t (&table)[256], int32_t start, int32_t end, uint32_t from, uint32_t to) {
+    for (int32_t i = start; i < std::min(end, 256); ++i)
+        table[i] = MixComponents(from, to, i - start, end - start);
+}
+
+// Fills a table from stops in the order of the file: before the first its value, then from each to the next
+// over the midpoint, behind the last its value. Without stops all entries are `none`.
+template <class Stops, class ToTableStop>
+void BuildStopTable(uint32_t (&table)[256], const Stops& stops, uint32_t none, ToTableStop toTableStop) {
+    std::ranges::fill(table, none);
+    if (stops.empty()) return;
+    TableStop here = toTableStop(stops[0]);
+    std::ranges::fill(table, here.value);
+    for (size_t k = 1; k < stops.size(); ++k) {
+        const TableStop next = toTableStop(stops[k]);
+        const int32_t middle = here.index + (next.index - here.index) * here.midpoint / 100;
+        const uint32_t average = AverageComponents(here.value, next.value);
+        DrawRun(table, here.index, middle, here.value, average);
+        DrawRun(table, middle, next.index, average, next.value);
+        for (int32_t i = next.index; i < 256; ++i) table[i] = next.value;
+        here = next;
+    }
+}
+
+}  // namespace
+
+void BoostAlpha(uint32_t* pixels, size_t count) {
+    MapAlpha(pixels, count, [](uint32_t alpha) { return alpha < 24 ? 10 * alpha : 255; });
+}
+
+void ApplyRange(uint32_t* pixels, size_t count, int32_t rangePercent) {
+    const uint32_t range = static_cast<uint32_t>(std::max(rangePercent, 0));
+    MapAlpha(pixels, count, [range](uint32_t alpha) {
+        if (range == 0) return alpha ? 255u : 0u;
+        return std::min(alpha * 50 / range, 255u);
+    });
+}
+
+void BuildContourTable(const ContourSettings& contour, bool antiAlias, uint8_t (&table)[256]) {
+    const std::span<const ContourPoint> points = contour.points.span();
+    ByteTable curve;
+    for (size_t i = 0; i < curve.size(); ++i) curve[i] = static_cast<uint8_t>(i);
+    if (points.size() >= 2) {
+        std::fill_n(curve.begin(), points.front().x, points.front().y);
+        std::fill(curve.begin() + points.back().x, curve.end(), points.back().y);
+        // A corner ends one spline and begins the next.
+        for (size_t first = 0, i = 1; i < points.size(); ++i) {
+            if (points[i].isSmooth && i + 1 != points.size()) continue;
+            DrawSpline(curve, i - first + 1, [&](size_t k) {
+                return CurvePoint{points[first + k].y, points[first + k].x};
+            });
+            first = i;
+        }
+    }
+    for (size_t i = 0; i < curve.size(); ++i) {
+        const bool atEnd = i == 0 || i == curve.size() - 1;
+        table[i] = !antiAlias || atEnd
+                       ? curve[i]
+                       : static_cast<uint8_t>((curve[i - 1] + 2 * curve[i] + curve[i + 1] + 2) / 4);
+    }
+}
+
+void ApplyContour(uint32_t* pixels, size_t count, const ContourSettings& contour, bool antiAlias) {
+    if (contour.points.count < 2) return;
+    uint8_t table[256];
+    BuildContourTable(contour, antiAlias, table);
+    MapAlpha(pixels, count, [&table](uint32_t alpha) { return uint32_t{table[alpha]}; });
+}
+
+void KnockOut(uint32_t* pixels, const uint32_t* covered, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        const uint32_t alpha = (255 - Alpha(covered[i])) * Alpha(pixels[i]) >> 8;
+        pixels[i] = (pixels[i] & 0x00FFFFFF) | alpha << 24;
+    }
+}
+
+bool HasEffectiveMask(const PsdLayer& layer) {
+    return !layer.mask.disabled && (layer.mask.data || layer.mask.defaultColor < 255);
+}
+
+void ApplyMask(uint32_t* pixels, size_t width, size_t height, const PsdLayerMask& mask, int64_t originX,
+               int64_t originY) {
+    const int64_t maskX = originX - mask.bounds.left;  // of the first pixel, in the mask
+    const int64_t maskY = originY - mask.bounds.top;
+    for (size_t y = 0; y < height; ++y) {
+        const int64_t row = maskY + static_cast<int64_t>(y);
+        const bool rowInside = mask.data && row >= 0 && row < mask.height;
+        for (size_t x = 0; x < width; ++x) {
+            const int64_t column = maskX + static_cast<int64_t>(x);
+            uint32_t share = mask.defaultColor;
+            if (rowInside && column >= 0 && column < mask.width) {
+                share = mask.data[static_cast<size_t>(row) * static_cast<size_t>(mask.width) +
+                                  static_cast<size_t>(column)];
+            }
+            uint32_t& pixel = pixels[y * width + x];
+            const uint32_t alpha = share == 255 ? Alpha(pixel) : Alpha(pixel) * share >> 8;
+            pixel = (pixel & 0x00FFFFFF) | alpha << 24;
+        }
+    }
+}
+
+void MapThroughGradient(uint32_t* pixels, size_t count, const GradientSettings& gradient,
+                        int32_t jitterPercent, uint64_t seed) {
+    uint32_t colors[256];
+    BuildStopTable(colors, gradient.colorStops.span(), 0, [](const GradientColorStop& stop) {
+        return TableStop{static_cast<int32_t>(stop.location / 16), static_cast<int32_t>(stop.midpoint),
+                         stop.color};
+    });
+    uint32_t opacities[256];
+    BuildStopTable(opacities, gradient.opacityStops.span(), 255, [](const GradientOpacityStop& stop) {
+        return TableStop{static_cast<int32_t>(stop.location / 16), static_cast<int32_t>(stop.midpoint),
+                         stop.opacity};
+    });
+    const int32_t reach = std::clamp(jitterPercent, 0, 100) * 255 / 100;
+    for (size_t i = 0; i < count; ++i) {
+        const uint32_t alpha = Alpha(pixels[i]);
+        if (alpha == 0) continue;
+        int32_t index = static_cast<int32_t>(255 - alpha);
+        if (reach) index = std::clamp(index + NoiseAt(seed, i, reach), 0, 255);
+        pixels[i] = (colors[index] & 0x00FFFFFF) | opacities[index] << 24;
+    }
+}
+
+}  // namespace tessary

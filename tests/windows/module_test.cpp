@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+#include <psapi.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "tests/support/com_host.h"
+
+namespace tessary::test {
+namespace {
+
+// TESSARY_CYCLES asks for a longer run than every build can afford.
+int Cycles(int usual) {
+    const char* wanted = std::getenv("TESSARY_CYCLES");
+    return wanted ? std::atoi(wanted) : usual;
+}
+
+struct Usage {
+    SIZE_T memory = 0;
+    DWORD handles = 0;
+};
+
+Usage CurrentUsage() {
+    PROCESS_MEMORY_COUNTERS_EX counters = {};
+    counters.cb = sizeof(counters);
+    GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
+                         sizeof(counters));
+    Usage usage{counters.PrivateUsage, 0};
+    GetProcessHandleCount(GetCurrentProcess(), &usage.handles);
+    return usage;
+}
+
+TEST(Module, MakesOnlyItsOwnClass) {
+    const auto getClassObject =
+        Export<HRESULT WINAPI(REFCLSID, REFIID, void**)>(LoadDll(), "DllGetClassObject");
+    void* out = &out;
+    EXPECT_EQ(getClassObject(CLSID_Tessary, IID_IClassFactory, nullptr), E_POINTER);
+    EXPECT_EQ(getClassObject(CLSID_WICJpegDecoder, IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(getClassObject(CLSID_Tessary, IID_IWICBitmapDecoder, &out), E_NOINTERFACE);
+
+    const auto factory = DecoderFactory();
+    EXPECT_EQ(DecoderFactory().get(), factory.get());
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
+    for (const IID& id : {IID_IUnknown, IID_IWICBitmapDecoder}) {
+        out = &out;
+        EXPECT_EQ(factory->CreateInstance(factory.get(), id, &out), CLASS_E_NOAGGREGATION);
+        EXPECT_EQ(out, nullptr);
+    }
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IStream, &out), E_NOINTERFACE);
+    EXPECT_TRUE(CanUnload()) << "a refused decoder still holds the module";
+}
+
+TEST(Module, StaysWhileAnythingLives) {
+    const auto factory = DecoderFactory();
+    EXPECT_TRUE(CanUnload()) << "a factory alone does not count";
+    auto decoder = NewDecoder();
+    auto frame = FrameOf(decoder.get());
+    EXPECT_FALSE(CanUnload());
+    factory->LockServer(FALSE);
+    factory->LockServer(FALSE);
+    EXPECT_FALSE(CanUnload()) << "a client gave back locks that were not its own";
+    decoder.Reset();
+    EXPECT_FALSE(CanUnload());
+    frame.Reset();
+    EXPECT_TRUE(CanUnload());
+    factory->LockServer(FALSE);
+    factory->LockServer(TRUE);
+    EXPECT_FALSE(CanUnload()) << "the count went below zero";
+    factory->LockServer(FALSE);
+    EXPECT_TRUE(CanUnload());
+}
+
+TEST(Module, ObjectsHaveOneIdentity) {
+    MemoryStream stream(RichDocument().Build());
+    const auto decoder = OpenDecoder(stream);
+    const auto frame = FrameOf(decoder.get());
+    const struct {
+        IUnknown* object;
+        const IID& id;
+    } cases[] = {
+        {decoder.get(), IID_ITessary},
+        {decoder.get(), IID_IWICBitmapDecoder},
+        {decoder.get(), IID_IWICMetadataBlockReader},
+        {decoder.get(), IID_IMarshal},
+        {frame.get(), IID_IWICBitmapSource},
+        {frame.get(), IID_IWICBitmapFrameDecode},
+        {frame.get(), IID_IWICMetadataBlockReader},
+        {frame.get(), IID_IWICBitmapSourceTransform},
+    };
+    for (const auto& test : cases) {
+        const ComPtr<IUnknown> object(test.object);
+        const auto other = object.As<IUnknown>(test.id);
+        ASSERT_TRUE(other);
+        EXPECT_EQ(other.As<IUnknown>(IID_IUnknown).get(), object.As<IUnknown>(IID_IUnknown).get());
+    }
+    EXPECT_EQ(decoder->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+    // Another apartment gets the pointer itself.
+    const auto marshal = decoder.As<IMarshal>(IID_IMarshal);
+    CLSID unmarshaler;
+    EXPECT_EQ(marshal->GetUnmarshalClass(IID_IWICBitmapDecoder, decoder.get(), MSHCTX_INPROC, nullptr,
+                                         MSHLFLAGS_NORMAL, &unmarshaler),
+              S_OK);
+    EXPECT_TRUE(IsEqualCLSID(unmarshaler, CLSID_InProcFreeMarshaler));
+}
+
+TEST(Module, UseLeavesNothingBehind) {
+    const Bytes file = RichDocument().Build();
+    Usage before;
+    const int cycles = Cycles(1500);
+    for (int i = -200; i < cycles; ++i) {
+        if (i == 0) before = CurrentUsage();
+        MemoryStream stream(file);
+        {
+            const auto frame = FrameOf(OpenDecoder(stream).get());
+            ComPtr<IWICBitmapSource> thumbnail;
+            frame->GetThumbnail(thumbnail.Put());
+            ASSERT_EQ(PixelsOf(frame.get()).size(), 48u);
+        }
+        ASSERT_EQ(stream.references, 1);
+        ASSERT_TRUE(CanUnload());
+    }
+    const Usage after = CurrentUsage();
+    EXPECT_LT(after.memory, before.memory + (1u << 20));
+    EXPECT_LE(after.handles, before.handles + 4);
+}
+
+TEST(Module, CanBeLoadedAgainAndAgain) {
+    wchar_t path[MAX_PATH], folder[MAX_PATH];
+    GetModuleFileNameW(LoadDll(), path, MAX_PATH);
+    GetTempPathW(MAX_PATH, folder);
+    const std::wstring copy = std::wstring(folder) + L"TessaryCopy.dll";
+    ASSERT_TRUE(CopyFileW(path, copy.c_str(), FALSE));
+    Usage before;
+    const int cycles = Cycles(100);
+    for (int i = -10; i < cycles; ++i) {
+        if (i == 0) before = CurrentUsage();
+        const HMODULE loaded = LoadLibraryW(copy.c_str());
+        ASSERT_TRUE(loaded);
+        ComPtr<IClassFactory> factory;
+        ComPtr<IWICBitmapDecoder> decoder;
+        ASSERT_EQ(Export<HRESULT WINAPI(REFCLSID, REFIID, void**)>(loaded, "DllGetClassObject")(
+                      CLSID_Tessary, IID_IClassFactory, factory.PutVoid()),
+                  S_OK);
+        EXPECT_EQ(factory->CreateInstance(nullptr, IID_IWICBitmapDecoder, decoder.PutVoid()), S_OK);
+        decoder.Reset();
+        factory.Reset();
+        ASSERT_EQ(Export<HRESULT WINAPI()>(loaded, "DllCanUnloadNow")(), S_OK);
+        FreeLibrary(loaded);
+        ASSERT_FALSE(GetModuleHandleW(L"TessaryCopy.dll"));
+    }
+    const Usage after = CurrentUsage();
+    EXPECT_LT(after.memory, before.memory + (1u << 20));
+    EXPECT_LE(after.handles, before.handles + 4);
+    EXPECT_TRUE(DeleteFileW(copy.c_str()));
+}
+
+}  // namespace
+}  // namespace tessary::test
