@@ -123,11 +123,13 @@ TEST(ApplyAdjustment, BuildsTablesOnceFromTheFirstRecord) {
 TEST(ApplyAdjustment, ReachesTheCanvasFromAFile) {
     DocumentBuilder file(kColorRgb, 8, 3, 2, 1);
     file.Layer(LayerBuilder({0, 0, 2, 1}).Solid(0xFF204060));
-    file.Layer(LayerBuilder({}).Block("thrs", ByteWriter().U16(65).U16(0)).Block("nvrt", {}));
-    file.Layer(
-        LayerBuilder({}).Block("post", ByteWriter().U16(1).U16(0)).Mask({1, 0, 2, 1}, 0, 0, Bytes{255}));
+    file.Layer(LayerBuilder({}).Channel(-1, {}).Block("thrs", ByteWriter().U16(65).U16(0)).Block("nvrt", {}));
+    file.Layer(LayerBuilder({})
+                   .Channel(-1, {})
+                   .Block("post", ByteWriter().U16(1).U16(0))
+                   .Mask({1, 0, 2, 1}, 0, 0, Bytes{255}));
     Opened opened = OpenBytes(file.Build());
-    ASSERT_TRUE(opened.document);
+    ASSERT_EQ(opened.result, PsdReadResult::kOk) << static_cast<int>(opened.result);
     for (int round = 0; round < 2; ++round) {
         ASSERT_EQ(Render(opened.document.get(), 0, 0, 2, 1), PsdReadResult::kOk);
         EXPECT_EQ(opened.document->canvas[0], 0xFFDFBF9Fu);  // the later block makes the kind
