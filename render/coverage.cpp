@@ -2,18 +2,12 @@
 
 #include <algorithm>
 
+#include "document/blend_keys.h"
 #include "render/pixel.h"
 
 namespace tessary {
 
 namespace {
-
-// The group's mode is the key of its divider when that carried one. Otherwise it is the key of its record,
-// where writers put Normal for a group that passes through.
-PsdBlendMode GroupBlendMode(const PsdLayer& group) {
-    if (group.hasSectionBlendMode) return group.sectionBlendMode;
-    return group.blendMode == kBlendNormal ? kBlendPassThrough : group.blendMode;
-}
 
 void CoverByColor(const uint32_t* layer, size_t count, uint32_t color, uint8_t* coverage) {
     const uint32_t factor = color == 255 ? 256 : color;
