@@ -87,8 +87,8 @@ TEST_F(Corpus, MergedImagesAreWhatOtherProgramsRead) {
 }
 
 TEST_F(Corpus, DocumentsHaveTheLayersOfTheCatalogue) {
-    // An odd layer info at the section's end; ranges without channels; a record that claims two bytes more than
-    // it has; levels with an unknown tail; a gradient map of version 3.
+    // An odd layer info at the section's end; ranges without channels; a record that claims two bytes more
+    // than it has; levels with an unknown tail; a gradient map of version 3.
     const std::set<std::string> refused = {
         "kif__rgb-gimp-2.8.10.psd", "agpsd__read-layer-offsets-read-src.psd", "rustpsd__luni.psd",
         "agpsd__read-write-adjustments-expected.psd", "psdtools__layers-gradient-map-v3-perceptual.psd"};
