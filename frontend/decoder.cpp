@@ -9,7 +9,7 @@ namespace tessary {
 namespace {
 
 constexpr DWORD kCapability = WICBitmapDecoderCapabilityCanDecodeAllImages |
-                              WICBitmapDecoderCapabilityCanDecodeSomeImages |
+                              WICBitmapDecoderCapabilityCanEnumerateMetadata |
                               WICBitmapDecoderCapabilityCanDecodeThumbnail;
 
 // The caller's stream behind a read-ahead buffer, or as it is when there is no memory for one.
@@ -51,9 +51,11 @@ STDMETHODIMP_(ITessary*) CTessary::GetTessary() { return this; }
 
 // Looks at the held stream, which stays where it is. What is not a document leaves its size at most.
 HRESULT CTessary::ProbeStream() {
-    const StreamPositionKeeper keep(m_lock, m_stream.get());
     HeaderInfo info;
-    const HRESULT result = Guarded([&] { return ProbeHeader(m_stream.get(), info); });
+    const HRESULT result = Guarded([&] {
+        const StreamPositionKeeper keep(m_lock, m_stream.get());
+        return ProbeHeader(m_stream.get(), info);
+    });
     m_width = info.width;
     m_height = info.height;
     m_dpiX = info.dpiX;
@@ -127,7 +129,9 @@ STDMETHODIMP CTessary::GetThumbnail(IWICBitmapSource** thumbnail) {
     if (!m_hasThumbnail) return WINCODEC_ERR_CODECNOTHUMBNAIL;
     if (!m_thumbnailSource) {
         // With the factory as it stands: none is made for a thumbnail, which mostly does without.
-        CreateThumbnailSource(m_componentFactory.get(), m_stream.get(), m_lock, m_thumbnailSource);
+        Guarded([this] {
+            return CreateThumbnailSource(m_componentFactory.get(), m_stream.get(), m_lock, m_thumbnailSource);
+        });
     }
     if (!m_thumbnailSource) return WINCODEC_ERR_CODECNOTHUMBNAIL;
     return m_thumbnailSource->QueryInterface(IID_IWICBitmapSource, reinterpret_cast<void**>(thumbnail));

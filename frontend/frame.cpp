@@ -194,7 +194,9 @@ STDMETHODIMP CTessaryBitmapFrameDecoder::GetThumbnail(IWICBitmapSource** thumbna
     if (!m_hasThumbnail) return WINCODEC_ERR_CODECNOTHUMBNAIL;
     const LockHolder hold(m_lock);
     if (!m_thumbnailSource) {
-        CreateThumbnailSource(m_componentFactory.get(), m_stream.get(), m_lock, m_thumbnailSource);
+        Guarded([this] {
+            return CreateThumbnailSource(m_componentFactory.get(), m_stream.get(), m_lock, m_thumbnailSource);
+        });
     }
     if (!m_thumbnailSource) return WINCODEC_ERR_CODECNOTHUMBNAIL;
     return m_thumbnailSource->QueryInterface(IID_IWICBitmapSource, reinterpret_cast<void**>(thumbnail));

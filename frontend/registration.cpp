@@ -12,6 +12,7 @@ namespace {
 
 constexpr wchar_t kServerKey[] = L"CLSID\\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}\\InprocServer32";
 constexpr wchar_t kUserClasses[] = L"Software\\Classes\\";
+constexpr wchar_t kArchitectureFolder[] = L"%PROCESSOR_ARCHITECTURE%\\";
 constexpr DWORD kPathCharacters = 520;
 
 // Always a failure, even for code 0 of a call that failed without saying why.
@@ -90,6 +91,13 @@ HRESULT ReadScript(std::wstring_view script, const std::wstring& modulePath, boo
     const bool valid =
         ExpandScript(script, replacements, expanded) && ParseScript(expanded, perUser, operations);
     return valid ? S_OK : FailureFrom(ERROR_INVALID_DATA);
+}
+
+std::wstring Expand(const std::wstring& text) {
+    const DWORD size = ExpandEnvironmentStringsW(text.c_str(), nullptr, 0);
+    std::wstring expanded(size, L'\0');
+    ExpandEnvironmentStringsW(text.c_str(), expanded.data(), size);
+    return expanded.c_str();
 }
 
 void NotifyShell() { SHChangeNotify(SHCNE_ASSOCCHANGED, SHCNF_IDLIST, nullptr, nullptr); }
@@ -184,8 +192,10 @@ HRESULT RewriteServerPath(HKEY root, const std::wstring& path, RegistryJournal& 
     if (!fileName || fileName == value) return E_UNEXPECTED;
     const wchar_t* const folder = StrRChrW(value, fileName - 1, L'\\');
     if (!folder) return E_UNEXPECTED;
-    const std::wstring rewritten = std::wstring(value, static_cast<size_t>(folder + 1 - value)) +
-                                   L"%PROCESSOR_ARCHITECTURE%\\" + fileName;
+    const std::wstring parent(value, static_cast<size_t>(folder + 1 - value));
+    const std::wstring rewritten = parent + kArchitectureFolder + fileName;
+    // Percent signs in the folders' own names would be read as variables: such a path has to stay plain.
+    if (type == REG_SZ && Expand(rewritten) != parent + Expand(kArchitectureFolder) + fileName) return S_OK;
     status = journal.BeforeSettingValue(key, root, path, {});
     if (status != ERROR_SUCCESS) return FailureFrom(status);
     const size_t length = (rewritten.size() + 1) * sizeof(wchar_t);

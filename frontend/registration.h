@@ -41,7 +41,8 @@ HRESULT InstallScript(std::wstring_view script, const std::wstring& modulePath, 
 HRESULT RemoveScript(std::wstring_view script, const std::wstring& modulePath, bool perUser);
 
 // Replaces, in the default value of this key, the module's own folder by %PROCESSOR_ARCHITECTURE%, so that
-// programs of every architecture find the build made for them. The journal undoes it.
+// programs of every architecture find the build made for them. A path whose own percent signs would then be
+// read as variables stays as it is. The journal undoes it.
 HRESULT RewriteServerPath(HKEY root, const std::wstring& path, RegistryJournal& journal);
 
 }  // namespace tessary

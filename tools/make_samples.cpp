@@ -151,9 +151,11 @@ void WriteLayeredSamples(const Writer& write) {
 
     // Only the light half of the tile, only where the canvas is dark.
     const Bytes ranges = ByteWriter().U16(0x6060).U16(0xFFFF).U16(0).U16(0xA0A0).Raw(FullRanges(4));
+    Picture faded(50, 50);
+    faded.Draw(Box(2, 2, 48, 48, 9), Down({0xE0F25C54, 0x207A2E8E}, 50));
     DocumentBuilder mixed = Layered(160, 120);
     mixed.Layer(LayerOf(scene, "background"));
-    mixed.Layer(LayerOf(tile, "dissolved", 20, 35).Mode("diss").Opacity(128));
+    mixed.Layer(LayerOf(faded, "dissolved", 20, 35).Mode("diss"));
     mixed.Layer(LayerOf(tile, "ranges", 90, 35).Ranges(ranges).Block("brst", ByteWriter().U32(2)));
     write("dissolve-and-ranges", mixed.Build());
 
@@ -183,6 +185,15 @@ void WriteLayeredSamples(const Writer& write) {
     write("layers16", deep.Layer(layer).LayersInBlock("Lr16").Build());
 }
 
+Shape Hexagon(double cx, double cy, double radius) {
+    std::vector<Point> corners;
+    for (int i = 0; i < 6; ++i) {
+        const double angle = 1.0471975511965976 * i + 0.5235987755982988;
+        corners.push_back({cx + radius * std::cos(angle), cy + radius * std::sin(angle)});
+    }
+    return Polygon(corners);
+}
+
 // Two tones of each face of a cube of mosaic stones, 3 x 3 to a face.
 Picture MosaicCube(double side) {
     const double half = side * std::sqrt(0.75);
@@ -198,6 +209,7 @@ Picture MosaicCube(double side) {
         {axes[1], axes[3], 0xFFF4705C, 0xFFB92F63},
         {axes[3], axes[0], 0xFF8C4FB5, 0xFF47328F},
     };
+    cube.Draw(Hexagon(center.x, center.y, side), Flat(0xFF2A1D4C));
     for (const auto& face : faces) {
         const auto at = [&](double a, double b) {
             return Point{center.x + (face.u.x * a + face.v.x * b) / 3,
@@ -212,15 +224,6 @@ Picture MosaicCube(double side) {
         }
     }
     return cube;
-}
-
-Shape Hexagon(double cx, double cy, double radius) {
-    std::vector<Point> corners;
-    for (int i = 0; i < 6; ++i) {
-        const double angle = 1.0471975511965976 * i + 0.5235987755982988;
-        corners.push_back({cx + radius * std::cos(angle), cy + radius * std::sin(angle)});
-    }
-    return Polygon(corners);
 }
 
 // The face of the product: what a document looks like when all of it works.
@@ -289,12 +292,13 @@ void WriteDamagedSamples(const Writer& write) {
     ByteWriter nested;
     nested.U32(0).U32(16).ClassName("null").U32(1).ItemHead("deep", "VlLs");
     for (int i = 0; i < 5000; ++i) nested.U32(1).Text("VlLs");
+    nested.U32(0);
 
     write("bad-signature", flat().Signature("8BPX").Build());
     write("version-2", DocumentBuilder(flat()).Version(2).Build());
     write("depth-24", DocumentBuilder(kColorRgb, 24, 3, 64, 48).MergedData({}).Build());
     write("short-header", cut(whole, 20));
-    write("truncated-planes", cut(flat().Build(), 2000));
+    write("truncated-planes", cut(flat().Build(), 1000));
     write("truncated-layers", cut(whole, whole.size() / 2));
     write("zip-garbage", flat().MergedData(ByteWriter().U16(2).Text("this is no deflate stream")).Build());
     write("unknown-compression", flat().MergedData(ByteWriter().U16(4)).Build());

@@ -8,33 +8,13 @@
 
 #include <cstdio>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include "frontend/com_support.h"
 
 namespace {
 
-template <class T>
-class ComPtr {
-public:
-    ComPtr() = default;
-    ComPtr(const ComPtr&) = delete;
-    ComPtr& operator=(const ComPtr&) = delete;
-    ~ComPtr() { Release(); }
-    T** Receive() {
-        Release();
-        return &m_object;
-    }
-    void** ReceiveVoid() { return reinterpret_cast<void**>(Receive()); }
-    T* get() const { return m_object; }
-    T* operator->() const { return m_object; }
-    explicit operator bool() const { return m_object != nullptr; }
-
-private:
-    void Release() {
-        if (m_object) std::exchange(m_object, nullptr)->Release();
-    }
-    T* m_object = nullptr;
-};
+using tessary::ComPtr;
 
 void Print(FILE* file, const std::wstring& text) {
     const int length = static_cast<int>(text.size());
@@ -99,7 +79,7 @@ std::wstring FriendlyName(IWICComponentInfo* info) {
 
 std::wstring ComponentName(IWICImagingFactory* factory, REFGUID component) {
     ComPtr<IWICComponentInfo> info;
-    if (FAILED(factory->CreateComponentInfo(component, info.Receive()))) return GuidText(component);
+    if (FAILED(factory->CreateComponentInfo(component, info.Put()))) return GuidText(component);
     const std::wstring name = FriendlyName(info.get());
     return name.empty() ? GuidText(component) : name + L" " + GuidText(component);
 }
@@ -114,15 +94,15 @@ std::wstring SizeText(IWICBitmapSource* source) {
 // The frame's own thumbnail, else the file's.
 HRESULT GetThumbnail(IWICBitmapDecoder* decoder, IWICBitmapFrameDecode* frame,
                      ComPtr<IWICBitmapSource>& thumbnail) {
-    const HRESULT result = frame->GetThumbnail(thumbnail.Receive());
+    const HRESULT result = frame->GetThumbnail(thumbnail.Put());
     if (SUCCEEDED(result) && thumbnail) return result;
-    const HRESULT second = decoder->GetThumbnail(thumbnail.Receive());
+    const HRESULT second = decoder->GetThumbnail(thumbnail.Put());
     return SUCCEEDED(second) && !thumbnail ? WINCODEC_ERR_CODECNOTHUMBNAIL : second;
 }
 
 void PrintFacts(IWICImagingFactory* factory, IWICBitmapDecoder* decoder, IWICBitmapFrameDecode* frame) {
     ComPtr<IWICBitmapDecoderInfo> info;
-    HRESULT result = decoder->GetDecoderInfo(info.Receive());
+    HRESULT result = decoder->GetDecoderInfo(info.Put());
     PrintFact(L"decoder", SUCCEEDED(result) ? FriendlyName(info.get()) : Explain(result));
 
     GUID guid = {};
@@ -149,7 +129,7 @@ void PrintFacts(IWICImagingFactory* factory, IWICBitmapDecoder* decoder, IWICBit
                             : result == WINCODEC_ERR_CODECNOTHUMBNAIL ? L"none"
                                                                       : Explain(result));
     ComPtr<IWICMetadataBlockReader> blocks;
-    result = frame->QueryInterface(__uuidof(IWICMetadataBlockReader), blocks.ReceiveVoid());
+    result = frame->QueryInterface(__uuidof(IWICMetadataBlockReader), blocks.PutVoid());
     if (SUCCEEDED(result)) result = blocks->GetCount(&count);
     PrintFact(L"metadata", result == E_NOINTERFACE ? L"none"
                            : SUCCEEDED(result)     ? std::to_wstring(count)
@@ -166,7 +146,7 @@ HRESULT WriteInFormat(IWICImagingFactory* factory, IWICBitmapSource* source, IWI
     if (FAILED(result)) return result;
     if (IsEqualGUID(sourceFormat, targetFormat)) return target->WriteSource(source, nullptr);
     ComPtr<IWICFormatConverter> converter;
-    result = factory->CreateFormatConverter(converter.Receive());
+    result = factory->CreateFormatConverter(converter.Put());
     if (FAILED(result)) return result;
     result = converter->Initialize(source, targetFormat, WICBitmapDitherTypeNone, nullptr, 0,
                                    WICBitmapPaletteTypeCustom);
@@ -175,12 +155,12 @@ HRESULT WriteInFormat(IWICImagingFactory* factory, IWICBitmapSource* source, IWI
 
 HRESULT EncodePng(IWICImagingFactory* factory, IWICBitmapSource* source, IWICStream* stream) {
     ComPtr<IWICBitmapEncoder> encoder;
-    HRESULT result = factory->CreateEncoder(GUID_ContainerFormatPng, nullptr, encoder.Receive());
+    HRESULT result = factory->CreateEncoder(GUID_ContainerFormatPng, nullptr, encoder.Put());
     if (FAILED(result)) return result;
     result = encoder->Initialize(stream, WICBitmapEncoderNoCache);
     if (FAILED(result)) return result;
     ComPtr<IWICBitmapFrameEncode> frame;
-    result = encoder->CreateNewFrame(frame.Receive(), nullptr);
+    result = encoder->CreateNewFrame(frame.Put(), nullptr);
     if (FAILED(result)) return result;
     result = frame->Initialize(nullptr);
     if (FAILED(result)) return result;
@@ -207,7 +187,7 @@ HRESULT WritePng(IWICImagingFactory* factory, IWICBitmapSource* source, const wc
     bool created = false;
     {
         ComPtr<IWICStream> stream;
-        result = factory->CreateStream(stream.Receive());
+        result = factory->CreateStream(stream.Put());
         if (FAILED(result)) return result;
         result = stream->InitializeFromFilename(path, GENERIC_WRITE);
         created = SUCCEEDED(result);
@@ -220,14 +200,14 @@ HRESULT WritePng(IWICImagingFactory* factory, IWICBitmapSource* source, const wc
 int View(const wchar_t* input, const wchar_t* output, bool wantThumbnail) {
     ComPtr<IWICImagingFactory> factory;
     HRESULT result = CoCreateInstance(CLSID_WICImagingFactory, nullptr, CLSCTX_INPROC_SERVER,
-                                      IID_IWICImagingFactory, factory.ReceiveVoid());
+                                      IID_IWICImagingFactory, factory.PutVoid());
     if (FAILED(result)) return Fail(L"the imaging component does not start", result);
     ComPtr<IWICBitmapDecoder> decoder;
     result = factory->CreateDecoderFromFilename(input, nullptr, GENERIC_READ, WICDecodeMetadataCacheOnDemand,
-                                                decoder.Receive());
+                                                decoder.Put());
     if (FAILED(result)) return Fail(std::wstring(L"cannot open ") + input, result);
     ComPtr<IWICBitmapFrameDecode> frame;
-    result = decoder->GetFrame(0, frame.Receive());
+    result = decoder->GetFrame(0, frame.Put());
     if (FAILED(result)) return Fail(std::wstring(L"no frame in ") + input, result);
     PrintFacts(factory.get(), decoder.get(), frame.get());
     if (!output) return 0;
@@ -297,7 +277,7 @@ bool CheckServer(const std::wstring& path) {
     HRESULT result = HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
     if (getClassObject) {
         ComPtr<IClassFactory> classObject;
-        result = getClassObject(kTessary, IID_IClassFactory, classObject.ReceiveVoid());
+        result = getClassObject(kTessary, IID_IClassFactory, classObject.PutVoid());
     }
     PrintFact(L"class object", SUCCEEDED(result) ? L"yes" : L"no, " + Explain(result));
     FreeLibrary(module);

@@ -19,43 +19,16 @@ class ComEnvironment : public ::testing::Environment {
 };
 [[maybe_unused]] const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new ComEnvironment);
 
-Bytes EncodeJpeg(UINT width, UINT height) {
-    ComPtr<IWICBitmapEncoder> encoder;
-    ComPtr<IStream> stream;
-    ComPtr<IWICBitmapFrameEncode> frame;
-    EXPECT_EQ(CoCreateInstance(CLSID_WICJpegEncoder, nullptr, CLSCTX_INPROC_SERVER, IID_IWICBitmapEncoder,
-                               encoder.PutVoid()),
-              S_OK);
-    EXPECT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, stream.Put()), S_OK);
-    EXPECT_EQ(encoder->Initialize(stream.get(), WICBitmapEncoderNoCache), S_OK);
-    EXPECT_EQ(encoder->CreateNewFrame(frame.Put(), nullptr), S_OK);
-    frame->Initialize(nullptr);
-    frame->SetSize(width, height);
-    WICPixelFormatGUID format = GUID_WICPixelFormat24bppBGR;
-    frame->SetPixelFormat(&format);
-    Bytes pixels(size_t{width} * height * 3, 100);
-    frame->WritePixels(height, width * 3, static_cast<UINT>(pixels.size()), pixels.data());
-    EXPECT_EQ(frame->Commit(), S_OK);
-    EXPECT_EQ(encoder->Commit(), S_OK);
-    HGLOBAL memory;
-    EXPECT_EQ(GetHGlobalFromStream(stream.get(), &memory), S_OK);
-    const auto* data = static_cast<const uint8_t*>(GlobalLock(memory));
-    const LARGE_INTEGER zero = {};
-    ULARGE_INTEGER size = {};
-    stream->Seek(zero, STREAM_SEEK_END, &size);
-    return Bytes(data, data + size.QuadPart);
-}
-
 HRESULT STDMETHODCALLTYPE CreateIfdReader(IWICComponentFactory*, REFGUID format, const GUID* vendor,
                                           DWORD options, IStream* stream, IWICMetadataReader** reader) {
     ++IfdFactory::made;
     IfdFactory::options = options;
     EXPECT_TRUE(IsEqualGUID(format, GUID_MetadataFormatIfd) && !vendor);
-    HRESULT result = CoCreateInstance(CLSID_WICIfdMetadataReader, nullptr, CLSCTX_INPROC_SERVER,
-                                      IID_IWICMetadataReader, reinterpret_cast<void**>(reader));
-    if (FAILED(result)) return result;
-    const auto persist = ComPtr<IWICMetadataReader>(*reader).As<IWICPersistStream>(IID_IWICPersistStream);
-    return persist ? persist->LoadEx(stream, vendor, options) : E_NOINTERFACE;
+    auto made = Create<IWICMetadataReader>(CLSID_WICIfdMetadataReader, IID_IWICMetadataReader);
+    const auto persist = made.As<IWICPersistStream>(IID_IWICPersistStream);
+    if (!persist) return E_NOINTERFACE;
+    *reader = made.Detach();
+    return persist->LoadEx(stream, vendor, options);
 }
 
 }  // namespace
@@ -68,6 +41,40 @@ HMODULE LoadDll() {
         return LoadLibraryA(path.c_str());
     }();
     return module;
+}
+
+Bytes EncodeJpeg(UINT width, UINT height, const JpegColors& colors) {
+    const auto encoder = Create<IWICBitmapEncoder>(CLSID_WICJpegEncoder, IID_IWICBitmapEncoder);
+    ComPtr<IStream> stream;
+    ComPtr<IWICBitmapFrameEncode> frame;
+    EXPECT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, stream.Put()), S_OK);
+    EXPECT_EQ(encoder->Initialize(stream.get(), WICBitmapEncoderNoCache), S_OK);
+    EXPECT_EQ(encoder->CreateNewFrame(frame.Put(), nullptr), S_OK);
+    frame->Initialize(nullptr);
+    frame->SetSize(width, height);
+    WICPixelFormatGUID format = colors.format;
+    EXPECT_EQ(frame->SetPixelFormat(&format), S_OK);
+    EXPECT_TRUE(IsEqualGUID(format, colors.format));
+    ByteWriter pixels;
+    for (UINT i = 0; i < width * height; ++i) pixels.Raw(i % width < width / 2 ? colors.left : colors.right);
+    Bytes bytes = pixels;
+    const UINT size = static_cast<UINT>(bytes.size());
+    EXPECT_EQ(frame->WritePixels(height, size / height, size, bytes.data()), S_OK);
+    EXPECT_EQ(frame->Commit(), S_OK);
+    EXPECT_EQ(encoder->Commit(), S_OK);
+    STATSTG stat = {};
+    stream->Stat(&stat, STATFLAG_NONAME);
+    Bytes jpeg(static_cast<size_t>(stat.cbSize.QuadPart));
+    stream->Seek({}, STREAM_SEEK_SET, nullptr);
+    stream->Read(jpeg.data(), static_cast<ULONG>(jpeg.size()), nullptr);
+    return jpeg;
+}
+
+ComPtr<IWICColorContext> NewColorContext() {
+    ComPtr<IWICColorContext> context;
+    Create<IWICImagingFactory>(CLSID_WICImagingFactory, IID_IWICImagingFactory)
+        ->CreateColorContext(context.Put());
+    return context;
 }
 
 ComPtr<IClassFactory> DecoderFactory() {
@@ -108,7 +115,7 @@ Bytes PixelsOf(IWICBitmapFrameDecode* frame) {
 }
 
 DocumentBuilder RichDocument() {
-    static const Bytes jpeg = EncodeJpeg(2, 2);
+    static const Bytes jpeg = EncodeJpeg(2, 2, {GUID_WICPixelFormat24bppBGR, Bytes(3, 100), Bytes(3, 100)});
     const uint32_t jpegSize = static_cast<uint32_t>(jpeg.size());
     ByteWriter planes, thumbnail, exif;
     for (uint32_t i = 0; i < 36; ++i) planes.U8(i % 12 + i / 12 * 16);
@@ -131,10 +138,8 @@ Bytes RichPixels() {
     return pixels;
 }
 
-IfdFactory::IfdFactory() {
-    EXPECT_EQ(CoCreateInstance(CLSID_WICImagingFactory, nullptr, CLSCTX_INPROC_SERVER,
-                               IID_IWICComponentFactory, m_factory.PutVoid()),
-              S_OK);
+IfdFactory::IfdFactory()
+    : m_factory(Create<IWICComponentFactory>(CLSID_WICImagingFactory, IID_IWICComponentFactory)) {
     void**& table = *reinterpret_cast<void***>(m_factory.get());
     m_table = table;
     std::copy_n(m_table, kFactorySlots, m_patched);
@@ -149,8 +154,7 @@ void Reinitialize(IWICBitmapFrameDecode* frame, IStream* stream, IWICComponentFa
     const auto init = ComPtr<IWICBitmapFrameDecode>(frame).As<ITessaryBitmapFrameDecodePrivate>(
         IID_ITessaryBitmapFrameDecodePrivate);
     ASSERT_TRUE(init);
-    EXPECT_EQ(init->Initialize(stream, factory, factory, GUID_NULL, 4, 3, 300, 300, 1, 1, nullptr, 1, 1),
-              S_OK);
+    EXPECT_EQ(init->Initialize(stream, factory, factory, GUID{}, 4, 3, 300, 300, 1, 1, nullptr, 1, 1), S_OK);
 }
 
 }  // namespace tessary::test

@@ -15,6 +15,15 @@ Function* Export(HMODULE module, const char* name) {
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
 }
 
+// An object of the system's.
+template <class T>
+ComPtr<T> Create(REFCLSID classId, REFIID id) {
+    ComPtr<T> object;
+    CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, id, object.PutVoid());
+    return object;
+}
+ComPtr<IWICColorContext> NewColorContext();
+
 ComPtr<IClassFactory> DecoderFactory();
 bool CanUnload();
 
@@ -22,6 +31,13 @@ ComPtr<IWICBitmapDecoder> NewDecoder();
 ComPtr<IWICBitmapDecoder> OpenDecoder(IStream& stream);  // initialised; the test fails if that cannot be
 ComPtr<IWICBitmapFrameDecode> FrameOf(IWICBitmapDecoder* decoder);
 Bytes PixelsOf(IWICBitmapFrameDecode* frame);  // top row first, empty on failure
+
+// A JPEG file with one colour in its left and one in its right half, given as bytes of a pixel.
+struct JpegColors {
+    GUID format;
+    Bytes left, right;
+};
+Bytes EncodeJpeg(UINT width, UINT height, const JpegColors& colors);
 
 // 4 x 3 RGB pixels with profile, thumbnail, EXIF and XMP. Pixel i is red i, green 16 + i, blue 32 + i.
 DocumentBuilder RichDocument();

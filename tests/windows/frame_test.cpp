@@ -1,7 +1,7 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <propidl.h>
 
-#include <functional>
+#include <algorithm>
 #include <string>
 
 #include "tests/support/com_host.h"
@@ -15,113 +15,71 @@ ComPtr<IWICMetadataBlockReader> BlocksOf(Frame* frame) {
     return ComPtr<Frame>(frame).As<IWICMetadataBlockReader>(IID_IWICMetadataBlockReader);
 }
 
-ComPtr<IWICColorContext> NewContext() {
-    ComPtr<IWICImagingFactory> factory;
-    ComPtr<IWICColorContext> context;
-    CoCreateInstance(CLSID_WICImagingFactory, nullptr, CLSCTX_INPROC_SERVER, IID_IWICImagingFactory,
-                     factory.PutVoid());
-    factory->CreateColorContext(context.Put());
-    return context;
+ComPtr<IWICBitmapSourceTransform> TransformOf(Frame* frame) {
+    return ComPtr<Frame>(frame).As<IWICBitmapSourceTransform>(IID_IWICBitmapSourceTransform);
 }
 
-TEST(Frame, ChecksArgumentsWithAndWithoutADocument) {
+TEST(Frame, AnswersWithAndWithoutADocument) {
     MemoryStream stream(RichDocument().Build());
-    const auto fresh = FrameOf(NewDecoder().get()), open = FrameOf(OpenDecoder(stream).get());
-    UINT number;
-    GUID guid;
-    double dpi;
-    BYTE bytes[64];
-    BOOL yes;
-    const auto context = NewContext();
-    IWICColorContext* contexts[17] = {};
-    ComPtr<IWICMetadataReader> reader;
-    ComPtr<IEnumUnknown> enumerator;
-    ComPtr<IWICBitmapSource> thumbnail;
-    const auto transform = [](Frame* f) {
-        return ComPtr<Frame>(f).As<IWICBitmapSourceTransform>(IID_IWICBitmapSourceTransform);
-    };
-    const auto copy = [&](INT x, INT y, INT width, INT height) {
-        return [&bytes, area = WICRect{x, y, width, height}](Frame* f) {
-            return f->CopyPixels(&area, 16, sizeof(bytes), bytes);
-        };
-    };
-    const struct {
-        const char* what;
-        std::function<HRESULT(Frame*)> call;
-        HRESULT without;
-        HRESULT with;
-    } cases[] = {
-        {"null width", [&](Frame* f) { return f->GetSize(nullptr, &number); }, E_INVALIDARG, E_INVALIDARG},
-        {"null height", [&](Frame* f) { return f->GetSize(&number, nullptr); }, E_INVALIDARG, E_INVALIDARG},
-        {"null format", [](Frame* f) { return f->GetPixelFormat(nullptr); }, E_INVALIDARG, E_INVALIDARG},
-        {"null dpi", [&](Frame* f) { return f->GetResolution(&dpi, nullptr); }, E_INVALIDARG, E_INVALIDARG},
-        {"null palette", [](Frame* f) { return f->CopyPalette(nullptr); }, E_INVALIDARG, E_INVALIDARG},
-        {"null buffer", [](Frame* f) { return f->CopyPixels(nullptr, 16, 48, nullptr); }, E_INVALIDARG,
-         E_INVALIDARG},
-        {"all pixels", [&](Frame* f) { return f->CopyPixels(nullptr, 16, 48, bytes); }, WINCODEC_ERR_BADIMAGE,
-         S_OK},
-        {"left of the image", copy(-1, 0, 2, 2), E_INVALIDARG, E_INVALIDARG},
-        {"too wide", copy(1, 0, 4, 2), E_INVALIDARG, E_INVALIDARG},
-        {"too high", copy(0, 1, 4, 3), E_INVALIDARG, E_INVALIDARG},
-        {"sums that wrap", copy(1, 0, 0x7FFFFFFF, 1), E_INVALIDARG, E_INVALIDARG},
-        {"negative height", copy(0, 1, 1, -1), E_INVALIDARG, E_INVALIDARG},
-        {"nothing, but inside", copy(0, 0, 0, 0), WINCODEC_ERR_BADIMAGE, S_OK},
-        {"null query reader", [](Frame* f) { return f->GetMetadataQueryReader(nullptr); }, E_INVALIDARG,
-         E_INVALIDARG},
-        {"no profile count", [](Frame* f) { return f->GetColorContexts(0, nullptr, nullptr); }, E_INVALIDARG,
-         E_INVALIDARG},
-        {"profiles for none", [&](Frame* f) { return f->GetColorContexts(0, contexts, &number); },
-         E_INVALIDARG, E_INVALIDARG},
-        {"no array", [&](Frame* f) { return f->GetColorContexts(1, nullptr, &number); }, E_INVALIDARG,
-         E_INVALIDARG},
-        {"a null among two",
-         [&](Frame* f) {
-             contexts[0] = context.get();
-             return f->GetColorContexts(2, contexts, &number);
-         },
-         E_INVALIDARG, E_INVALIDARG},
-        {"17 contexts",
-         [&](Frame* f) {
-             std::fill_n(contexts, 17, context.get());
-             return f->GetColorContexts(17, contexts, &number);
-         },
-         E_INVALIDARG, E_INVALIDARG},
-        {"16 contexts", [&](Frame* f) { return f->GetColorContexts(16, contexts, &number); }, S_OK, S_OK},
-        {"null thumbnail", [](Frame* f) { return f->GetThumbnail(nullptr); }, E_INVALIDARG, E_INVALIDARG},
-        {"thumbnail", [&](Frame* f) { return f->GetThumbnail(thumbnail.Put()); },
-         WINCODEC_ERR_CODECNOTHUMBNAIL, S_OK},
-        {"null block format", [](Frame* f) { return BlocksOf(f)->GetContainerFormat(nullptr); }, E_INVALIDARG,
-         E_INVALIDARG},
-        {"null block count", [](Frame* f) { return BlocksOf(f)->GetCount(nullptr); }, E_INVALIDARG,
-         E_INVALIDARG},
-        {"null reader", [](Frame* f) { return BlocksOf(f)->GetReaderByIndex(0, nullptr); }, E_INVALIDARG,
-         E_INVALIDARG},
-        {"second reader", [&](Frame* f) { return BlocksOf(f)->GetReaderByIndex(1, reader.Put()); },
-         WINCODEC_ERR_UNSUPPORTEDOPERATION, WINCODEC_ERR_UNSUPPORTEDOPERATION},
-        {"null enumerator", [](Frame* f) { return BlocksOf(f)->GetEnumerator(nullptr); }, E_INVALIDARG,
-         E_INVALIDARG},
-        {"null closest size", [&](Frame* f) { return transform(f)->GetClosestSize(&number, nullptr); },
-         E_INVALIDARG, E_INVALIDARG},
-        {"null closest format", [&](Frame* f) { return transform(f)->GetClosestPixelFormat(nullptr); },
-         E_INVALIDARG, E_INVALIDARG},
-        {"null answer", [&](Frame* f) { return transform(f)->DoesSupportTransform({}, nullptr); },
-         E_INVALIDARG, E_INVALIDARG},
-    };
-    for (const auto& test : cases) {
-        EXPECT_EQ(test.call(fresh.get()), test.without) << test.what << " without";
-        EXPECT_EQ(test.call(open.get()), test.with) << test.what << " with";
-    }
-
-    EXPECT_EQ(open->GetPixelFormat(&guid), S_OK);
-    EXPECT_TRUE(IsEqualGUID(guid, GUID_WICPixelFormat32bppBGRA));
-    EXPECT_EQ(open->GetResolution(&dpi, &dpi), S_OK);
-    EXPECT_EQ(dpi, 300.0);
-    UINT width = 1, height = 1;
-    EXPECT_EQ(transform(open.get())->GetClosestSize(&width, &height), S_OK);
-    EXPECT_EQ(width * 10 + height, 43u);
-    for (const auto option : {WICBitmapTransformRotate0, WICBitmapTransformFlipVertical}) {
-        EXPECT_EQ(transform(open.get())->DoesSupportTransform(option, &yes), S_OK);
-        EXPECT_EQ(yes, option == WICBitmapTransformRotate0);
+    const auto context = NewColorContext();
+    IWICColorContext* contexts[17];
+    std::fill_n(contexts, 17, context.get());
+    IWICColorContext* half[] = {context.get(), nullptr};
+    for (const bool open : {false, true}) {
+        const auto f = FrameOf((open ? OpenDecoder(stream) : NewDecoder()).get());
+        const auto blocks = BlocksOf(f.get());
+        const auto transform = TransformOf(f.get());
+        UINT width = 9, height = 9, number = 9;
+        double x = 9, y = 9;
+        GUID format, container;
+        BYTE bytes[64];
+        BOOL same = 9, flipped = 9;
+        ComPtr<IWICBitmapSource> thumbnail;
+        ComPtr<IWICMetadataReader> reader;
+        const auto copy = [&](const WICRect& area) { return f->CopyPixels(&area, 16, sizeof(bytes), bytes); };
+        const HRESULT invalid[] = {f->GetSize(nullptr, &height),
+                                   f->GetSize(&width, nullptr),
+                                   f->GetPixelFormat(nullptr),
+                                   f->GetResolution(&x, nullptr),
+                                   f->CopyPalette(nullptr),
+                                   f->CopyPixels(nullptr, 16, 48, nullptr),
+                                   copy({-1, 0, 2, 2}),
+                                   copy({1, 0, 4, 2}),
+                                   copy({0, 1, 4, 3}),
+                                   copy({1, 0, 0x7FFFFFFF, 1}),
+                                   copy({0, 1, 1, -1}),
+                                   f->GetMetadataQueryReader(nullptr),
+                                   f->GetColorContexts(0, nullptr, nullptr),
+                                   f->GetColorContexts(0, contexts, &number),
+                                   f->GetColorContexts(1, nullptr, &number),
+                                   f->GetColorContexts(2, half, &number),
+                                   f->GetColorContexts(17, contexts, &number),
+                                   f->GetThumbnail(nullptr),
+                                   blocks->GetContainerFormat(nullptr),
+                                   blocks->GetCount(nullptr),
+                                   blocks->GetReaderByIndex(0, nullptr),
+                                   blocks->GetEnumerator(nullptr),
+                                   transform->GetClosestSize(&width, nullptr),
+                                   transform->GetClosestPixelFormat(nullptr),
+                                   transform->DoesSupportTransform(WICBitmapTransformRotate0, nullptr)};
+        EXPECT_THAT(invalid, ::testing::Each(E_INVALIDARG));
+        const HRESULT answers[] = {f->GetColorContexts(16, contexts, &number),
+                                   f->GetResolution(&x, &y),
+                                   blocks->GetContainerFormat(&container),
+                                   transform->GetClosestSize(&width, &height),
+                                   transform->GetClosestPixelFormat(&format),
+                                   transform->DoesSupportTransform(WICBitmapTransformRotate0, &same),
+                                   transform->DoesSupportTransform(WICBitmapTransformFlipVertical, &flipped)};
+        EXPECT_THAT(answers, ::testing::Each(S_OK));
+        EXPECT_EQ(f->CopyPixels(nullptr, 16, 48, bytes), open ? S_OK : WINCODEC_ERR_BADIMAGE);
+        EXPECT_EQ(copy({0, 0, 0, 0}), open ? S_OK : WINCODEC_ERR_BADIMAGE);
+        EXPECT_EQ(f->GetThumbnail(thumbnail.Put()), open ? S_OK : WINCODEC_ERR_CODECNOTHUMBNAIL);
+        EXPECT_EQ(blocks->GetReaderByIndex(1, reader.Put()), WINCODEC_ERR_UNSUPPORTEDOPERATION);
+        EXPECT_EQ(width * 10 + height, open ? 43u : 0u);
+        EXPECT_EQ(x, open ? 300.0 : 0.0);
+        EXPECT_TRUE(IsEqualGUID(format, GUID_WICPixelFormat32bppBGRA));
+        EXPECT_EQ(container.Data1, 0x9B2C4F61u);
+        EXPECT_TRUE(same && !flipped);
     }
 }
 
@@ -192,7 +150,7 @@ TEST(Frame, GivesTheProfileButNotToTheMediaCentre) {
     }
     EXPECT_EQ(frame->GetColorContexts(0, nullptr, &actual), S_OK);
     EXPECT_EQ(actual, 1u);
-    const auto first = NewContext(), second = NewContext();
+    const auto first = NewColorContext(), second = NewColorContext();
     IWICColorContext* contexts[] = {first.get(), second.get()};
     for (int round = 0; round < 2; ++round) {
         EXPECT_EQ(frame->GetColorContexts(2, contexts, &actual), S_OK);
@@ -221,14 +179,14 @@ TEST(Frame, GivesTheProfileButNotToTheMediaCentre) {
     DeleteFileW(copy.c_str());
 }
 
-// The value of a tag in the reader's directory.
-ULONGLONG TagValue(IWICMetadataReader* reader, USHORT tag, PROPVARIANT& value) {
+// Reads a tag of the reader's directory and gives its type, -1 without one.
+int ReadTag(IWICMetadataReader* reader, USHORT tag, PROPVARIANT& value) {
     PROPVARIANT id;
     PropVariantInit(&id);
     PropVariantInit(&value);
     id.vt = VT_UI2;
     id.uiVal = tag;
-    return SUCCEEDED(reader->GetValue(nullptr, &id, &value)) ? value.vt : VT_ILLEGAL;
+    return SUCCEEDED(reader->GetValue(nullptr, &id, &value)) ? int{value.vt} : -1;
 }
 
 TEST(Frame, ShowsExifWithTheXmpPacketInIt) {
@@ -248,12 +206,12 @@ TEST(Frame, ShowsExifWithTheXmpPacketInIt) {
     EXPECT_EQ(stream.position, position);
     EXPECT_EQ(IfdFactory::options, 5u) << "big-endian, no cache stream";
     PROPVARIANT value;
-    EXPECT_EQ(TagValue(reader.get(), 274, value), ULONGLONG{VT_UI2});
+    EXPECT_EQ(ReadTag(reader.get(), 274, value), VT_UI2);
     EXPECT_EQ(value.uiVal, 6);
-    EXPECT_EQ(TagValue(reader.get(), 700, value), ULONGLONG{VT_UI1 | VT_VECTOR});
+    EXPECT_EQ(ReadTag(reader.get(), 700, value), VT_UI1 | VT_VECTOR);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(value.caub.pElems), value.caub.cElems), "<xmp/>");
     PropVariantClear(&value);
-    EXPECT_EQ(TagValue(reader.get(), 305, value), ULONGLONG{VT_ILLEGAL});
+    EXPECT_EQ(ReadTag(reader.get(), 305, value), -1);
 
     ComPtr<IWICMetadataQueryReader> query;
     EXPECT_EQ(frame->GetMetadataQueryReader(query.Put()), S_OK);

@@ -1,0 +1,279 @@
+#include "document/layer_section.h"
+
+#include <gtest/gtest.h>
+
+#include <iterator>
+
+#include "document/channel_codec.h"
+#include "tests/support/document_builder.h"
+#include "tests/support/memory_stream.h"
+
+namespace tessary::test {
+namespace {
+
+constexpr Rect kTwo = {0, 0, 2, 1};  // two pixels
+const Bytes kNothing = {0, 0};       // channel data: a compression code and no samples
+using Channels = std::vector<std::pair<int16_t, Bytes>>;
+using Pixels = std::vector<uint32_t>;
+
+DocumentBuilder Rgb(uint32_t depth = 8) { return {kColorRgb, depth, 3, 4, 4}; }
+
+// Two pixels, or none, with raw channels.
+LayerBuilder Raw(const Channels& channels, const Rect& bounds = kTwo) {
+    LayerBuilder layer(bounds);
+    for (const auto& [id, samples] : channels) layer.ChannelData(id, ByteWriter().U16(0).Raw(samples));
+    return layer;
+}
+
+template <class T>
+std::vector<T> Values(const Owned<T>& values) {
+    return {values.get(), values.get() + values.count()};
+}
+
+// What must hold of every open, and of every document that opens.
+void CheckWhole(const Opened& opened) {
+    ASSERT_EQ(opened.result == PsdReadResult::kOk, static_cast<bool>(opened.document));
+    if (!opened.document) return;
+    ASSERT_EQ(opened.document->layers.count(), static_cast<size_t>(opened.document->layerCount));
+    for (const PsdLayer& layer : opened.document->layers.span()) {
+        const int64_t pixels = layer.width < 1 || layer.height < 1 ? 0 : int64_t{layer.width} * layer.height;
+        EXPECT_EQ(layer.image.count(), static_cast<size_t>(pixels));
+        const int64_t masked = layer.mask.data ? int64_t{layer.mask.width} * layer.mask.height : 0;
+        EXPECT_EQ(layer.mask.data.count(), static_cast<size_t>(masked));
+        EXPECT_TRUE(!layer.parent || layer.parent->layerKind == kLayerGroup);
+    }
+}
+
+TEST(LayerPixels, ChannelsArePlacedById) {
+    const Pixels want = {0x09010305, 0x0A020406}, opaque = {0xFF010000, 0xFF020000};
+    const Channels inks = {{0, {255, 0}}, {1, {255, 0}}, {2, {255, 0}}, {3, {255, 255}}, {-1, {9, 10}}};
+    const Channels wide = {{0, {1, 255, 2, 0}}, {1, {3, 0, 4, 0}}, {2, {5, 0, 6, 0}}, {-1, {9, 0, 10, 0}}};
+    const Bytes fill = ByteWriter().U32(16).ClassName("null").U32(1).ColorItem("Clr ", 7, 8, 9);
+    const struct {
+        const char* what;
+        uint32_t colorMode, depth;
+        LayerBuilder layer;
+        Pixels want;
+    } cases[] = {
+        {"alpha last", 3, 8, Raw({{2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}, {-1, {9, 10}}}), want},
+        {"mask first", 3, 8, Raw({{-2, {}}, {-1, {9, 10}}, {2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}}), want},
+        {"16 bits", 3, 16, Raw(wide), want},
+        {"five channels", 3, 8, Raw({{3, {7}}, {-1, {9}}, {0, {1, 2}}, {1, {}}, {2, {}}}), opaque},
+        {"the first of an id", 3, 8, Raw({{0, {1, 2}}, {0, {3, 4}}}), opaque},
+        {"32 bits", 3, 32, Raw({{0, ByteWriter().F32(1).F32(0.5)}}), {0xFFFF0000, 0xFF7F0000}},
+        {"gray", 1, 8, Raw({{0, {1, 2}}, {-1, {9, 10}}}), {0x09010101, 0x0A020202}},
+        {"inks", 4, 8, Raw(inks), {0x09FFFFFF, 0x0A010101}},
+        {"bits", 0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
+        {"data cut short", 3, 8, Raw({{0, {8}}, {1, {7, 7, 7}}}), {0xFF080700, 0xFF000700}},
+        {"no data", 3, 8, Raw({{2, {5, 6}}, {1, {}}}).ChannelData(-1, {}).ChannelData(0, {1}), {5, 6}},
+        {"solid fill", 3, 8, Raw({{0, {1, 2}}}).Block("SoCo", fill), opaque},
+    };
+    for (const auto& test : cases) {
+        DocumentBuilder document(test.colorMode, test.depth, 1, 2, 1);
+        const Opened opened = OpenBytes(document.Layer(test.layer).Build());
+        ASSERT_EQ(opened.result, PsdReadResult::kOk) << test.what;
+        EXPECT_EQ(Values(opened.document->layers[0].image), test.want) << test.what;
+    }
+}
+
+TEST(LayerPixels, EveryCompressionGivesTheSamePixels) {
+    Pixels pixels;
+    for (uint32_t i = 0; i < 17 * 5; ++i) pixels.push_back(i % 7 < 4 ? 0xFF332211 : i * 0x01030507);
+    for (uint16_t code = 0; code <= 3; ++code) {
+        const LayerBuilder layer = LayerBuilder({-3, -2, 14, 3}).Pixels(pixels, code);
+        // The second layer finds the first one's samples in the scratch buffers.
+        const Opened opened = OpenBytes(Rgb().Layer(layer).Layer(Raw({{0, {8}}})).Layer(layer).Build());
+        ASSERT_EQ(opened.result, PsdReadResult::kOk) << code;
+        EXPECT_EQ(Values(opened.document->layers[1].image), (Pixels{0xFF080000, 0xFF000000}));
+        EXPECT_EQ(Values(opened.document->layers[2].image), pixels) << code;
+    }
+}
+
+TEST(LayerPixels, MasksAreChosenById) {
+    const Rect one = {5, 5, 6, 6};
+    const struct {
+        const char* what;
+        LayerBuilder layer;
+        Bytes want;
+    } cases[] = {
+        {"user mask", Raw({{-2, {1, 2}}}).Mask(kTwo, 0, 0), {1, 2}},
+        {"no mask channel", Raw({{0, {1, 2}}}).Mask(kTwo, 0, 0), {}},
+        {"no mask data", LayerBuilder(kTwo).ChannelData(-2, {}).Mask(kTwo, 0, 0), {}},
+        {"a channel without a mask", Raw({{-2, {1, 2}}}), {}},
+        {"real mask", Raw({{-2, {1, 2}}, {-3, {7}}}).RealMask(kTwo, 0, 0, one, 0, 0), {7}},
+        {"real mask first", Raw({{-3, {7, 8}}, {-2, {1}}}).RealMask(one, 0, 0, kTwo, 0, 0), {7, 8}},
+        {"user data only", Raw({{-2, {3, 4}}}).RealMask(one, 0, 0, kTwo, 0, 0), {3, 4}},
+        {"real data without a real mask", Raw({{-3, {7, 8}}, {-2, {1, 2}}}).Mask(kTwo, 0, 0), {1, 2}},
+        {"empty layer", Raw({{0, {}}, {-2, {1, 2}}}, {}).Mask(kTwo, 0, 0), {1, 2}},
+    };
+    for (const auto& test : cases) {
+        const Opened opened = OpenBytes(Rgb().Layer(test.layer).Layer(Raw({{2, {5, 6}}})).Build());
+        ASSERT_EQ(opened.result, PsdReadResult::kOk) << test.what;
+        EXPECT_EQ(Values(opened.document->layers[0].mask.data), test.want) << test.what;
+        EXPECT_EQ(Values(opened.document->layers[1].image), (Pixels{0xFF000005, 0xFF000006})) << test.what;
+        CheckWhole(opened);
+    }
+}
+
+TEST(LayerPixels, RefusesDamagedChannels) {
+    using enum PsdReadResult;
+    const struct {
+        const char* what;
+        int16_t id;
+        Bytes data;
+        uint32_t claimed;
+        PsdReadResult want;
+    } cases[] = {
+        {"unknown compression", 0, {0, 4, 1, 2}, 4, kBadCompression},
+        {"unknown compression of a channel without use", 9, {0, 4, 1, 2}, 4, kBadCompression},
+        {"data beyond the stream", 0, {0, 0, 1, 2}, 500, kShortRead},
+        {"data beyond the stream without use", 9, {0, 0, 1, 2}, 0x7FFFFFFF, kShortRead},
+        {"a length with its highest bit", 0, {0, 0, 1, 2}, 0xFFFFFFFF, kShortRead},
+        {"no zlib data", 0, {0, 2, 1, 2, 3, 4}, 6, kInflateFailed},
+        {"a damaged user mask beside the real one", -2, {0, 2, 1, 1}, 4, kInflateFailed},
+    };
+    for (const auto& test : cases) {
+        LayerBuilder layer = Raw({{-3, {}}}).RealMask(kTwo, 0, 0, kTwo, 0, 0);
+        layer.ChannelData(test.id, test.data, test.claimed);
+        EXPECT_EQ(OpenBytes(Rgb().Layer(layer).MergedData({}).Build()).result, test.want) << test.what;
+    }
+}
+
+TEST(LayerPixels, ClaimsThatNoDataBacksAreRefused) {
+    const Rect huge = {0, 0, 30000, 30000}, large = {0, 0, 4000, 4000}, widest = {0, 0, 1 << 30, 1 << 30};
+    const struct {
+        const char* what;
+        LayerBuilder layer;
+        int copies;
+    } cases[] = {
+        {"the widest layer", Raw({{0, {}}}, widest), 1},
+        {"the widest layer without colours", Raw({{-2, {}}}, widest), 1},
+        {"a huge mask", Raw({{-2, {}}}, {}).Mask(huge, 0, 0), 1},
+        {"user masks beside real ones", Raw({{-2, {}}, {-3, {}}}, {}).RealMask(large, 0, 0, kTwo, 0, 0), 9},
+        {"a plane of raw samples", Raw({{0, Bytes(4000)}}, {0, 0, 10000, 10000}), 1},
+        {"layers that are too much together", Raw({{0, {}}}, large), 9},
+        {"a layer for each 54 bytes", Raw({{0, {}}}, huge).Name(""), 32767},
+    };
+    for (const auto& test : cases) {
+        DocumentBuilder document = Rgb();
+        for (int i = 0; i < test.copies; ++i) document.Layer(test.layer);
+        EXPECT_EQ(OpenBytes(document.Build()).result, PsdReadResult::kOutOfMemory) << test.what;
+    }
+}
+
+TEST(LayerSection, CountsAreTakenWithoutSign) {
+    const std::pair<int16_t, int> cases[] = {{int16_t{-3}, 3}, {int16_t{-32768}, 32768}, {int16_t{2}, 1}};
+    for (const auto& [count, layers] : cases) {
+        DocumentBuilder document = Rgb().LayerCount(count);
+        for (int i = 0; i < layers; ++i) document.Layer(Raw({{0, {}}}, {}).Name(""));
+        const Opened opened = OpenBytes(document.Build());
+        CheckWhole(opened);
+        EXPECT_EQ(opened.document ? opened.document->layerCount : -2, count > 0 ? -2 : layers) << count;
+    }
+    EXPECT_EQ(OpenBytes(Rgb().LayerCount(0).Build()).result, PsdReadResult::kBadLayer);
+}
+
+TEST(LayerSection, DocumentBlocksCarryLayers) {
+    const Bytes one = Rgb(16).Layer(Raw({{0, {1, 0, 1, 0}}})).LayerInfo();
+    const Bytes three = Rgb(16).Layer(Raw({{0, {3, 0, 3, 0}}})).LayerInfo();
+    const Bytes mask = {0, 0, 0xFF, 0, 0x80, 0, 0, 0, 0, 0, 0, 50, 128, 9, 9, 9};
+    const auto plain = [&] { return Rgb(16).GlobalMask(mask).DocumentBlock("Patt", Bytes(21, 'p')); };
+    const auto seven = [&] { return plain().Layer(Raw({{0, {7, 0, 7, 0}}})); };
+    const struct {
+        const char* what;
+        DocumentBuilder document;
+        uint32_t pixel;
+    } cases[] = {
+        {"alone", plain().DocumentBlock("Lr16", one), 0xFF010000},
+        {"twice", plain().DocumentBlock("Lr16", one).DocumentBlock("Lr16", three), 0xFF030000},
+        {"beside the section's own", seven().DocumentBlock("Lr16", three), 0xFF030000},
+        {"empty", seven().DocumentBlock("Lr16", {}).DocumentBlock("Lr32", one), 0xFF070000},
+    };
+    for (const auto& test : cases) {
+        const Opened opened = OpenBytes(test.document.Build());
+        ASSERT_EQ(opened.result, PsdReadResult::kOk) << test.what;
+        ASSERT_EQ(opened.document->layerCount, 1) << test.what;
+        EXPECT_EQ(opened.document->layers[0].image[0], test.pixel) << test.what;
+        EXPECT_EQ(opened.document->globalMaskColor, 0xFFFF8000u);
+        EXPECT_EQ(opened.document->globalMaskOpacity + opened.document->globalMaskKind, 50 + 128);
+    }
+}
+
+TEST(LayerSection, GroupsHoldOneLevel) {
+    const LayerBuilder layer = Raw({{0, {}}}, {});
+    DocumentBuilder document = Rgb().Layer(layer).Layer(GroupEnd()).Layer(layer).Layer(GroupEnd());
+    document.Layer(layer).Layer(GroupHead()).Layer(layer).Layer(GroupHead()).Layer(layer);
+    const Opened opened = OpenBytes(document.Build());
+    ASSERT_EQ(opened.result, PsdReadResult::kOk);
+    // The member of the outer group that lies below the inner one has lost it.
+    const int parents[] = {-1, -1, -1, -1, 5, -1, 7, -1, -1};
+    const Owned<PsdLayer>& layers = opened.document->layers;
+    for (size_t i = 0; i < std::size(parents); ++i) {
+        EXPECT_EQ(layers[i].parent ? layers[i].parent - layers.get() : -1, parents[i]) << i;
+    }
+}
+
+TEST(LayerSection, ReadModesDecideWhatIsRead) {
+    const Bytes file = Rgb().Layer(Raw({{0, {1, 2}}})).Merged(Bytes(48, 7)).Build();
+    const struct {
+        uint32_t mode;
+        int32_t layers;
+        uint32_t merged;
+    } cases[] = {{0, 1, 0xFF070707}, {1, 0, 0}, {2, 1, 0}, {3, 0, 0xFF070707},
+                 {4, 0, 0},          {5, 0, 0}, {6, 0, 0}};
+    for (const auto& test : cases) {
+        const Opened opened = OpenBytes(file, test.mode);
+        ASSERT_EQ(opened.result, PsdReadResult::kOk) << test.mode;
+        EXPECT_EQ(opened.document->layerCount, test.layers) << test.mode;
+        const Owned<uint32_t>& merged = opened.document->mergedPixels;
+        EXPECT_EQ(merged ? merged[0] : 0, test.merged) << test.mode;
+    }
+}
+
+TEST(LayerSection, SurvivesEveryFault) {
+    const Bytes samples = {1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 6, 0};
+    LayerBuilder layer({0, 0, 3, 2});
+    layer.Channel(0, samples, kCompressionZip).Channel(1, samples, kCompressionPackBits);
+    layer.Channel(2, samples, kCompressionZipPrediction).RealMask(kTwo, 0, 0, {0, 0, 3, 2}, 255, 0);
+    layer.Channel(-2, {1, 2, 3, 4}).Channel(-3, samples).Ranges(Bytes(32, 1));
+    layer.Block("luni", ByteWriter().Unicode(u"name")).Block("brst", ByteWriter().U32(1));
+    const Bytes info = Rgb(16).Layer(GroupEnd()).Layer(layer).Layer(GroupHead("norm", "mul ")).LayerInfo();
+    const Bytes file = Rgb(16).Layer(layer).GlobalMask(Bytes(13)).DocumentBlock("Lr16", info).Build();
+    const Opened whole = OpenBytes(file);
+    ASSERT_EQ(whole.result, PsdReadResult::kOk);
+    ASSERT_EQ(whole.document->layers[1].parent, &whole.document->layers[2]);
+
+    for (size_t at = 0; at < file.size(); ++at) {
+        CheckWhole(OpenBytes(Bytes(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(at))));
+        Bytes damaged = file;
+        damaged[at] ^= 0x80;
+        CheckWhole(OpenBytes(damaged));
+    }
+    for (uint64_t call = 1, calls = call; call <= calls; ++call) {
+        MemoryStream stream(file);
+        stream.maxBytesPerRead = 7;
+        stream.failCall = call;
+        Opened opened;
+        opened.result = OpenDocument(opened.document, &stream, kReadEverything);
+        CheckWhole(opened);
+        calls = stream.calls;
+    }
+#if defined(TESSARY_FAULT_INJECTION)
+    for (uint64_t n = 1, count = n; n <= count; ++n) {
+        FailAllocationNumber(n);
+        const PsdReadResult result = OpenBytes(file).result;
+        count = AllocationCount();
+        EXPECT_EQ(result == PsdReadResult::kOk, n > count) << n;
+    }
+    // Each decoded channel takes the inflater's memory; channels that repeat an id are not decoded.
+    LayerBuilder repeating(kTwo);
+    for (int i = 0; i < 32767; ++i) repeating.Channel(0, {1, 2}, kCompressionZip);
+    const Bytes repeated = Rgb().Layer(repeating).Build();
+    FailAllocationNumber(0);
+    EXPECT_EQ(OpenBytes(repeated).result, PsdReadResult::kOk);
+    EXPECT_LT(AllocationCount(), 30u);
+#endif
+}
+
+}  // namespace
+}  // namespace tessary::test
