@@ -93,27 +93,5 @@ TEST(BlendModes, EveryWeightFollowsTheRule) {
     }
 }
 
-// Bright colours of full saturation pass 255 by one on the way back from hue, and must not wrap to 0.
-TEST(BlendModes, HueAndItsKinFollowTheRule) {
-    std::mt19937 generator(6);
-    const auto random = [&] { return static_cast<uint32_t>(generator()); };
-    for (uint32_t mode = kBlendHue; mode <= kBlendLuminosity; ++mode) {
-        int wrong = 0;
-        for (int round = 0; round < 4000; ++round) {
-            std::vector<uint32_t> layer, canvas;
-            std::vector<uint8_t> coverage;
-            for (int i = 0; i < 100; ++i) {
-                const uint32_t bright = i % 3 == 0 ? 0xC0C0C0 : 0;
-                layer.push_back(0xFF000000 | bright | (random() & 0xFFFFFF));
-                canvas.push_back((random() % 4 == 0 ? 1 : random() & 255) << 24 | bright |
-                                 (random() & 0xFFFFFF));
-                coverage.push_back(static_cast<uint8_t>(random()));
-            }
-            wrong += Differences({.mode = mode}, layer, coverage, canvas, coverage);
-        }
-        EXPECT_EQ(wrong, 0) << "mode " << mode;
-    }
-}
-
 }  // namespace
 }  // namespace tessary::test
