@@ -41,19 +41,27 @@ HRESULT OpenJpegFrame(IStream* jpeg, ComPtr<IWICBitmapFrameDecode>& frame) {
     return FAILED(result) ? result : decoder->GetFrame(0, frame.Put());
 }
 
-// Puts a converter behind `picture` unless its pixels are as wanted already.
+// Puts a converter to `format` behind `picture`.
+HRESULT ConvertTo(REFWICPixelFormatGUID format, IWICComponentFactory* factory,
+                  ComPtr<IWICBitmapSource>& picture) {
+    ComPtr<IWICFormatConverter> converter;
+    HRESULT result = factory->CreateFormatConverter(converter.Put());
+    if (FAILED(result)) return result;
+    result = converter->Initialize(picture.get(), format, WICBitmapDitherTypeNone, nullptr, 0.0,
+                                   WICBitmapPaletteTypeCustom);
+    picture = ComPtr<IWICBitmapSource>(converter.get());
+    return result;
+}
+
+// Makes `picture` 24 bits BGR unless it is. Goes by 32 bits, to which every converter knows the way from grey
+// and CMYK; not every one knows the direct way.
 HRESULT ConvertToBgr(IWICComponentFactory* factory, ComPtr<IWICBitmapSource>& picture) {
     WICPixelFormatGUID format = {};
     HRESULT result = picture->GetPixelFormat(&format);
     if (FAILED(result) || IsEqualGUID(format, GUID_WICPixelFormat24bppBGR)) return result;
     if (!factory) return E_FAIL;
-    ComPtr<IWICFormatConverter> converter;
-    result = factory->CreateFormatConverter(converter.Put());
-    if (FAILED(result)) return result;
-    result = converter->Initialize(picture.get(), GUID_WICPixelFormat24bppBGR, WICBitmapDitherTypeNone,
-                                   nullptr, 0.0, WICBitmapPaletteTypeCustom);
-    picture = ComPtr<IWICBitmapSource>(converter.get());
-    return result;
+    result = ConvertTo(GUID_WICPixelFormat32bppBGRA, factory, picture);
+    return FAILED(result) ? result : ConvertTo(GUID_WICPixelFormat24bppBGR, factory, picture);
 }
 
 // Puts a scaler behind `picture` unless its size is as wanted already.

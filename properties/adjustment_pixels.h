@@ -1,5 +1,6 @@
-// The adjustments that look at whole pixels: each is a callable that takes the colour bytes of a pixel as
-// integers 0..255 and rewrites them. Making one does what can be done once a layer.
+// The adjustments that look at whole pixels. Each is made once a layer and then maps pixels: the light ones
+// are callables that take the colour bytes of one pixel as integers 0..255 and rewrite them, the heavy ones
+// map whole rows and keep the alpha bytes.
 #pragma once
 
 #include <array>
@@ -15,20 +16,7 @@ namespace tessary {
 class HueMap {
 public:
     explicit HueMap(const HueRecord& record);
-
-    void operator()(int32_t& red, int32_t& green, int32_t& blue) const {
-        const IntegerHsl from = RgbToHsl(red, green, blue);
-        const Shift& shift = m_shifts[static_cast<size_t>(from.hue)];
-        const int32_t hue = from.hue + shift.hue;
-        const IntegerRgb to =
-            HslToRgb({hue >= 360 ? hue - 360 : hue,
-                      ClampToByte(from.saturation + shift.saturation * from.saturation / 100),
-                      ClampToByte(from.lightness + shift.lightness * from.lightness / 100)});
-        // The way there and back is not exact, so pixels that nothing applies to must not take it.
-        red = shift.any ? ClampToByte(to.red) : red;
-        green = shift.any ? ClampToByte(to.green) : green;
-        blue = shift.any ? ClampToByte(to.blue) : blue;
-    }
+    void MapRow(const uint32_t* in, uint32_t* out, size_t count) const;
 
 private:
     struct Shift {
@@ -43,88 +31,22 @@ private:
 // Inks added to the colours of a class. Greys have hue 0 and so count as reds too.
 class SelectiveMap {
 public:
-    explicit SelectiveMap(const SelectiveRecord& record) : m_record(record) {
-        for (size_t i = 0; i < kClassCount; ++i)
-            m_active[i] = !record.inks[SelectiveRecord::kReds + i].IsZero();
-    }
-
-    void operator()(int32_t& red, int32_t& green, int32_t& blue) const {
-        const Inks inks = InksOf(red, green, blue);
-        Inks sums = inks;
-        const int32_t hue = RgbToHsl(red, green, blue).hue;
-        // At most two classes reach a hue: the one whose span begins here or before, and its neighbour.
-        const int32_t upper = (hue + 45) / 60;
-        for (int32_t i = upper > 0 ? upper - 1 : 0; i <= upper && i < kClassCount; ++i) {
-            const int32_t weight = ClassWeight(i, hue);
-            if (m_active[static_cast<size_t>(i)] && weight > 0)
-                AddWeighted(sums, m_record.inks[SelectiveRecord::kReds + i], weight, inks);
-        }
-        const auto tone = inks.black == 0    ? SelectiveRecord::kWhites
-                          : inks.black < 255 ? SelectiveRecord::kNeutrals
-                                             : SelectiveRecord::kBlacks;
-        AddPlain(sums, m_record.inks[tone], inks);
-
-        const int32_t black = ClampToByte(sums.black);
-        const auto back = [&](int32_t ink) {
-            return (65535 - (255 - black) * ClampToByte(ink) - 256 * black) >> 8;
-        };
-        red = back(sums.cyan);
-        green = back(sums.magenta);
-        blue = back(sums.yellow);
-    }
+    explicit SelectiveMap(const SelectiveRecord& record);
+    void MapRow(const uint32_t* in, uint32_t* out, size_t count) const;
 
 private:
-    static constexpr int32_t kClassCount = 6;  // reds to magentas
+    static constexpr size_t kInks = 4;  // cyan, magenta, yellow, black
+    using InkValues = std::array<int32_t, kInks>;
 
-    struct Inks {
-        int32_t cyan;
-        int32_t magenta;
-        int32_t yellow;
-        int32_t black;
+    // What a hue's one or two classes add: percent times weight 0..255.
+    struct HueValues {
+        InkValues first{};
+        InkValues second{};
+        bool hasSecond = false;
     };
-
-    static Inks InksOf(int32_t red, int32_t green, int32_t blue) {
-        const int32_t brighter = red > green ? red : green;
-        const int32_t brightest = brighter > blue ? brighter : blue;
-        // Black has no other ink: its three dividends are 0, and so only the divisor must not be.
-        const int32_t divisor = brightest > 0 ? brightest : 1;
-        return {SmallQuotient((brightest - red) * 255, divisor),
-                SmallQuotient((brightest - green) * 255, divisor),
-                SmallQuotient((brightest - blue) * 255, divisor), 255 - brightest};
-    }
-
-    // Rises over 30 degrees, holds for 30 and falls over 30. The reds do not go round: 345 to 359 degrees
-    // belong to no class.
-    static int32_t ClassWeight(int32_t index, int32_t hue) {
-        const int32_t center = 15 + 60 * index;
-        if (hue < center - 60 || hue >= center + 30) return 0;
-        if (hue < center - 30) return (hue - (center - 60)) * 255 / 30;
-        return hue < center ? 255 : (center + 30 - hue) * 255 / 30;
-    }
-
-    void AddWeighted(Inks& sums, const InkAdjustment& ink, int32_t weight, const Inks& inks) const {
-        // The largest product is 32768 x 255 x 255, which 32 bits hold.
-        const auto part = [&](int32_t value, int32_t share) {
-            return value * weight * (m_record.absolute ? 255 : share) / 25500;
-        };
-        sums.cyan += part(ink.cyan, inks.cyan);
-        sums.magenta += part(ink.magenta, inks.magenta);
-        sums.yellow += part(ink.yellow, inks.yellow);
-        sums.black += part(ink.black, inks.black);
-    }
-
-    void AddPlain(Inks& sums, const InkAdjustment& ink, const Inks& inks) const {
-        const auto part = [&](int32_t value, int32_t share) {
-            return value * (m_record.absolute ? 255 : share) / 100;
-        };
-        sums.cyan += part(ink.cyan, inks.cyan);
-        sums.magenta += part(ink.magenta, inks.magenta);
-        sums.yellow += part(ink.yellow, inks.yellow);
-        sums.black += part(ink.black, inks.black);
-    }
-
-    const SelectiveRecord& m_record;
-    bool m_active[kClassCount];
+    std::array<HueValues, 360> m_hues;
+    std::array<InkValues, 3> m_tones;  // whites, neutrals, blacks; percent
+    int32_t m_whole;  // 255 when amounts are absolute and not shares of what is there, else 0
 };
 
 class ThresholdMap {

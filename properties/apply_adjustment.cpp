@@ -16,13 +16,17 @@ struct PixelArea {
     size_t height = 0;
 };
 
+template <class MapRow>
+void MapRows(const PixelArea& area, MapRow mapRow) {
+    for (size_t y = 0; y < area.height; ++y)
+        mapRow(area.canvas + y * area.canvasRowPixels, area.pixels + y * area.rowPixels, area.width);
+}
+
 template <class Map>
 void MapPixels(const PixelArea& area, Map map) {
-    for (size_t y = 0; y < area.height; ++y) {
-        const uint32_t* in = area.canvas + y * area.canvasRowPixels;
-        uint32_t* out = area.pixels + y * area.rowPixels;
-        for (size_t x = 0; x < area.width; ++x) out[x] = map(in[x]);
-    }
+    MapRows(area, [&](const uint32_t* in, uint32_t* out, size_t count) {
+        for (size_t x = 0; x < count; ++x) out[x] = map(in[x]);
+    });
 }
 
 // The three drivers: a table a channel, one table for all, and a callback that gets the colours as integers.
@@ -79,6 +83,12 @@ void DrawRecordMap(const void* record, const PixelArea& area) {
     DrawCallback(area, Map(*static_cast<const Record*>(record)));
 }
 
+template <class Record, class Map>
+void DrawRecordRows(const void* record, const PixelArea& area) {
+    const Map map(*static_cast<const Record*>(record));
+    MapRows(area, [&](const uint32_t* in, uint32_t* out, size_t count) { map.MapRow(in, out, count); });
+}
+
 constexpr ByteTable kInverse = [] {
     ByteTable table{};
     for (size_t i = 0; i < table.size(); ++i) table[i] = static_cast<uint8_t>(255 - i);
@@ -110,8 +120,8 @@ constexpr KindRow kKindRows[] = {
     {kLayerBalance, kPropertyBalance, kAnyMode, BuildWith<BalanceRecord, BuildBalanceTables>,
      DrawRecordTables<BalanceRecord>},
     {kLayerHue, kPropertyHue, kAnyMode, BuildWith<HueRecord, BuildHueWeights>,
-     DrawRecordMap<HueRecord, HueMap>},
-    {kLayerSelective, kPropertySelective, kAnyMode, nullptr, DrawRecordMap<SelectiveRecord, SelectiveMap>},
+     DrawRecordRows<HueRecord, HueMap>},
+    {kLayerSelective, kPropertySelective, kAnyMode, nullptr, DrawRecordRows<SelectiveRecord, SelectiveMap>},
     {kLayerThreshold, kPropertyThreshold, kAnyMode, nullptr, DrawRecordMap<ThresholdRecord, ThresholdMap>},
     {kLayerInvert, kNoRecord, kAnyMode, nullptr, DrawInverse},
     {kLayerPosterize, kPropertyPosterize, kAnyMode, BuildWith<PosterizeRecord, BuildPosterizeTable>,

@@ -41,11 +41,14 @@ bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) 
 void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     // Of the groups around it a layer heeds its own only.
     if (!Shows(layer) || (layer.parent && !Shows(*layer.parent))) return;
+    const bool hasOwnPixels = static_cast<bool>(layer.image);
     if (layer.layerKind >= kLayerLevels) ApplyAdjustment(document, layer, area);
     if (!layer.image) return;
     DrawEffectsBelow(document, layer, area);
-    if (!layer.image) return;
     if (DrawPixels(document, layer, area)) DrawEffectsAbove(document, layer, area);
+    // A buffer of document size that was made for an adjustment is not kept: a file of a few kilobytes can hold
+    // thousands of adjustments. The next render makes it again.
+    if (!hasOwnPixels) layer.image.Reset();
 }
 
 }  // namespace

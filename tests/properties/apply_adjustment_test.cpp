@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "properties/adjustment_records.h"
+#include "render/render.h"
+#include "tests/support/document_builder.h"
 
 namespace tessary::test {
 namespace {
@@ -26,13 +28,8 @@ struct Scene {
     PsdLayer layer;
 };
 
-void AddInvert(PsdLayer& layer) {
-    layer.propertyList.entries[layer.propertyList.count++].code = kPropertyInvert;
-}
-
 TEST(ApplyAdjustment, RecoloursTheAreaAndKeepsAlpha) {
     Scene scene(kLayerInvert);
-    AddInvert(scene.layer);
     scene.layer.bounds = {7, 7, 7, 7};
     ASSERT_TRUE(scene.Apply({1, 1, 3, 3}));
     EXPECT_EQ(scene.layer.bounds, (Rect{0, 0, 4, 3}));
@@ -97,21 +94,24 @@ TEST(ApplyAdjustment, KnowsWhatItCannotDraw) {
         EXPECT_EQ(scene.layer.rebuildTables, !test.drawn) << test.what;
         EXPECT_EQ(scene.layer.image[5] != 0, test.drawn) << test.what;
     }
-    Scene ordinary(kLayerSolidFill);
-    EXPECT_FALSE(ordinary.Apply());
-    EXPECT_FALSE(ordinary.layer.image);
 }
 
 TEST(ApplyAdjustment, BuildsTablesOnceFromTheFirstRecord) {
     Scene scene(kLayerPosterize);
     auto* first = AppendProperty<PosterizeRecord>(scene.layer, kPropertyPosterize);
     AppendProperty<PosterizeRecord>(scene.layer, kPropertyPosterize)->levels = 1;
-    first->levels = 255;
-    ASSERT_TRUE(scene.Apply());
-    EXPECT_EQ(scene.layer.image[3], scene.document.canvas[3]);
-    first->levels = 0;
-    ASSERT_TRUE(scene.Apply());
-    EXPECT_EQ(scene.layer.image[3], scene.document.canvas[3]);
+    for (const uint16_t later : {uint16_t{255}, uint16_t{0}}) {
+        first->levels = later;
+        ASSERT_TRUE(scene.Apply());
+        EXPECT_EQ(scene.layer.image[3], scene.document.canvas[3]);
+    }
+
+    Scene balanced(kLayerBalance);
+    auto* balance = AppendProperty<BalanceRecord>(balanced.layer, kPropertyBalance);
+    balance->cyanRed.highlights = 100;      // + 100 * (1.075 - 1 / (16 / 16 + 1)) = 57
+    balance->magentaGreen.highlights = 50;  // + 50 * (1.075 - 1 / 3) = 37
+    ASSERT_TRUE(balanced.Apply());
+    EXPECT_EQ(balanced.layer.image[0], balanced.document.canvas[0] + 0x392500);
 
     Scene neverBuilt(kLayerCurves);
     AppendProperty<CurvesRecord>(neverBuilt.layer, kPropertyCurves);
@@ -120,31 +120,34 @@ TEST(ApplyAdjustment, BuildsTablesOnceFromTheFirstRecord) {
     EXPECT_EQ(neverBuilt.layer.image[11], neverBuilt.document.canvas[11] & 0xFF000000);
 }
 
-TEST(ApplyAdjustment, TablesGoToTheirChannels) {
-    Scene scene(kLayerBalance);
-    auto* balance = AppendProperty<BalanceRecord>(scene.layer, kPropertyBalance);
-    balance->cyanRed = {0, 0, 100};      // + 100 * (1.075 - 1 / (16 / 16 + 1)) = 57
-    balance->magentaGreen = {0, 0, 50};  // + 50 * (1.075 - 1 / 3) = 37
-    balance->yellowBlue = {0, 0, 0};
-    ASSERT_TRUE(scene.Apply());
-    EXPECT_EQ(scene.layer.image[0], scene.document.canvas[0] + 0x392500);
+TEST(ApplyAdjustment, ReachesTheCanvasFromAFile) {
+    DocumentBuilder file(kColorRgb, 8, 3, 2, 1);
+    file.Layer(LayerBuilder({0, 0, 2, 1}).Solid(0xFF204060));
+    file.Layer(LayerBuilder({}).Channel(-1, {}).Block("thrs", ByteWriter().U16(65).U16(0)).Block("nvrt", {}));
+    file.Layer(LayerBuilder({})
+                   .Channel(-1, {})
+                   .Block("post", ByteWriter().U16(1).U16(0))
+                   .Mask({1, 0, 2, 1}, 0, 0, Bytes{255}));
+    Opened opened = OpenBytes(file.Build());
+    ASSERT_EQ(opened.result, PsdReadResult::kOk) << static_cast<int>(opened.result);
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_EQ(Render(opened.document.get(), 0, 0, 2, 1), PsdReadResult::kOk);
+        EXPECT_EQ(opened.document->canvas[0], 0xFFDFBF9Fu);  // the later block makes the kind
+        EXPECT_EQ(opened.document->canvas[1], 0xFFFFFFFFu);
+    }
 }
 
+#if defined(TESSARY_FAULT_INJECTION)
 TEST(ApplyAdjustment, WithoutMemoryTheLayerStaysWithoutPixels) {
     Scene scene(kLayerInvert);
-    AddInvert(scene.layer);
-#if defined(TESSARY_FAULT_INJECTION)
     FailAllocationNumber(1);
     EXPECT_FALSE(scene.Apply());
     FailAllocationNumber(0);
-#else
-    scene.document.width = scene.document.height = 0xFFFFFFFF;
-    EXPECT_FALSE(scene.Apply());
-#endif
     EXPECT_FALSE(scene.layer.image);
     EXPECT_EQ(scene.layer.width, 0);
     EXPECT_TRUE(scene.layer.rebuildTables);
 }
+#endif
 
 }  // namespace
 }  // namespace tessary::test

