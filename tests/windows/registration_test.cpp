@@ -1,6 +1,7 @@
 #include "frontend/registration.h"
 
 #include <gtest/gtest.h>
+#include <process.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -240,15 +241,12 @@ Lines Expected(const wchar_t* table, int script, bool perUser, const Text& modul
         if (row[0] != L'|') {
             keys.clear();
             if (row.substr(0, space).find(static_cast<wchar_t>(L'0' + script % 10)) == Text::npos) continue;
-            Text path = row.substr(space + 1);
-            for (const bool association : {false, true}) {
-                if (association && path[0] != L'#') break;
-                const Text start = association ? L"Classes\\SystemFileAssociations\\*" : L"Classes\\*";
-                const Text whole = path[0] == L'#' ? start + path.substr(1) : path;
+            for (const wchar_t* place : {L"Classes\\*", L"Classes\\SystemFileAssociations\\*"}) {
                 for (const wchar_t* extension : {L".psd", L".pdd"}) {
-                    const size_t star = whole.find(L'*');
-                    keys.push_back((perUser && whole.starts_with(L"Classes") ? L"U\\" : L"M\\") +
-                                   (star == whole.npos ? whole : Text(whole).replace(star, 1, extension)));
+                    Text key = row.substr(space + 1);
+                    if (key[0] == L'#') key.replace(0, 1, place);
+                    if (const size_t star = key.find(L'*'); star != key.npos) key.replace(star, 1, extension);
+                    keys.push_back((perUser && key.starts_with(L"Classes") ? L"U\\" : L"M\\") + key);
                 }
             }
         }
@@ -280,21 +278,11 @@ Text Script(int number) {
     return script;
 }
 
-DWORD RegSvr32(const Text& options, const Text& dll = DllPath()) {
-    Text command = L"regsvr32.exe /s " + options + L" \"" + dll + L"\"";
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &process)) {
-        return ~0u;
-    }
-    DWORD code = ~0u;
-    WaitForSingleObject(process.hProcess, INFINITE);
-    GetExitCodeProcess(process.hProcess, &code);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-    return code;
+// Its exit status. Each call is a process and a module of its own, as in life.
+intptr_t RegSvr32(const Text& options, const Text& dll = DllPath()) {
+    const Text quoted = L"\"" + dll + L"\"";
+    return _wspawnlp(_P_WAIT, L"regsvr32.exe", L"regsvr32.exe", L"/s", options.c_str(), quoted.c_str(),
+                     nullptr);
 }
 
 // Starts and ends without any trace of the codec in the registry.
@@ -478,7 +466,6 @@ TEST_F(Registration, ReplacesTheFolderOfTheServerByTheArchitecture) {
     EXPECT_EQ(RewriteServerPath(HKEY_LOCAL_MACHINE, path, journal), unset);
 }
 
-// Each call is a process and a module of its own, as in life.
 TEST_F(Registration, RegSvr32RegistersForMachineAndUser) {
     const Text folder = WindowsPath(TESSARY_DLL_DIR);
     const Text rewritten = L"\\InprocServer32|=e " + folder.substr(0, folder.rfind(L'\\')) +
@@ -495,14 +482,14 @@ TEST_F(Registration, RegSvr32RegistersForMachineAndUser) {
     const Lines before = Snapshot();
     for (const auto& test : cases) {
         SCOPED_TRACE(Utf8(test.install));
-        EXPECT_EQ(RegSvr32(test.install), 0u);
+        EXPECT_EQ(RegSvr32(test.install), 0);
         const Lines registered = Snapshot(), added = Minus(registered, before);
         EXPECT_TRUE(added.contains((test.perUser ? L"U\\" : L"M\\") + kClassKey + rewritten));
         Lines expected = Expected(kExpected, 106, test.perUser);
         std::erase_if(expected, [](const Text& line) { return line.ends_with(L"InprocServer32|=s "); });
         EXPECT_EQ(Join(Minus(expected, registered)), "");
         EXPECT_EQ(Minus(added, expected).size(), 1u) << Join(Minus(added, expected));
-        EXPECT_EQ(RegSvr32(test.remove), 0u);
+        EXPECT_EQ(RegSvr32(test.remove), 0);
         const Lines kept = Minus(Expected(kKept, 106, test.perUser), before);
         EXPECT_EQ(Join(Minus(Snapshot(), before)), Join(kept));
         Clean();
@@ -524,11 +511,11 @@ TEST_F(Registration, RegSvr32RegistersForMachineAndUser) {
     HKEY key = nullptr;
     RegCreateKeyW(HKEY_CLASSES_ROOT, L"Applications\\Photoshop.exe", &key);
     RegCloseKey(key);
-    EXPECT_EQ(RegSvr32(L""), 0u);
+    EXPECT_EQ(RegSvr32(L""), 0);
     const Lines registered = QuickSnapshot();
     EXPECT_TRUE(registered.contains(L"M\\Classes\\.pdd\\OpenWithList\\ehshell.exe"));
     EXPECT_FALSE(registered.contains(L"M\\Classes\\Photoshop.Image"));
-    EXPECT_EQ(RegSvr32(L"/u"), 0u);
+    EXPECT_EQ(RegSvr32(L"/u"), 0);
     RegDeleteTreeW(HKEY_CLASSES_ROOT, L"Applications\\Photoshop.exe");
 }
 
@@ -563,18 +550,18 @@ TEST_F(Registration, ImagingComponentFindsTheDecoder) {
     for (const Text& server : {DllPath(), dll}) {
         GUID container = {};
         EXPECT_EQ(OpenByName(document, container), WINCODEC_ERR_COMPONENTNOTFOUND);
-        EXPECT_EQ(RegSvr32(L"", server), 0u);
+        EXPECT_EQ(RegSvr32(L"", server), 0);
         EXPECT_EQ(OpenByName(document, container), S_OK) << Utf8(server);
         EXPECT_EQ(container.Data1, 0x9B2C4F61u);
-        EXPECT_EQ(RegSvr32(L"/u", server), 0u);
+        EXPECT_EQ(RegSvr32(L"/u", server), 0);
     }
     // No folder to replace: the registration fails, and fails whole.
     Clean();
     const Lines before = Snapshot();
     ASSERT_TRUE(CopyFileW(DllPath().c_str(), misplaced.c_str(), FALSE));
-    EXPECT_NE(RegSvr32(L"", misplaced), 0u);
+    EXPECT_NE(RegSvr32(L"", misplaced), 0);
     EXPECT_EQ(Join(Minus(Snapshot(), before)), "");
-    EXPECT_NE(RegSvr32(L"/n /i:user", misplaced), 0u);
+    EXPECT_NE(RegSvr32(L"/n /i:user", misplaced), 0);
     Clean();
     EXPECT_EQ(Join(Minus(Snapshot(), before)), "");
     CoFreeUnusedLibrariesEx(0, 0);
