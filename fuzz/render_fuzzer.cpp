@@ -10,7 +10,7 @@ using namespace tessary;
 
 namespace {
 
-constexpr uint64_t kPixelsWorthTheTime = 1u << 20;
+constexpr uint64_t kPixelsWorthTheTime = 1u << 18;
 
 }  // namespace
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <numeric>
 #include <span>
 
 #include "document/checked_math.h"
@@ -21,7 +20,7 @@ uint8_t TruncateToByte(double value) {
 
 ByteTable IdentityTable() {
     ByteTable table;
-    std::iota(table.begin(), table.end(), uint8_t{0});
+    for (size_t i = 0; i < table.size(); ++i) table[i] = static_cast<uint8_t>(i);
     return table;
 }
 

@@ -243,7 +243,7 @@ void WritePicture(const Writer& write) {
     });
     for (int i = 0; i < 60; ++i) {
         const double x = (i % 12) * 41.6 + (i / 12 % 2 ? 20.8 : 0), y = (i / 12) * 36.0;
-        const uint32_t alpha = static_cast<uint32_t>(230 - y * 1.2 - (i * 37 % 11) * 8);
+        const uint32_t alpha = static_cast<uint32_t>(std::max(230 - y * 1.2 - (i * 37 % 11) * 8, 0.0));
         stones.Draw(Hexagon(x, y, 22.4), Flat(alpha << 24 | (i * 53 % 7 < 3 ? 0xFFFFFF : 0xB8A8FF)));
     }
     for (int i = 0; i < 34; ++i) {
