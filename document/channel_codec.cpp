@@ -72,15 +72,17 @@ PsdReadResult Inflate(std::span<const uint8_t> input, std::span<uint8_t> output,
     }
 }
 
-void UnpackRows(std::span<const uint8_t> input, uint64_t rows, size_t rowBytes, uint8_t* planes) {
+size_t UnpackRows(std::span<const uint8_t> input, uint64_t rows, size_t rowBytes, uint8_t* planes) {
+    size_t written = 0;
     const uint64_t tableBytes = 2 * rows;
-    if (rowBytes == 0 || tableBytes >= input.size()) return;
+    if (rowBytes == 0 || tableBytes >= input.size()) return 0;
     std::span<const uint8_t> packed = input.subspan(static_cast<size_t>(tableBytes));
     for (size_t row = 0; row < rows && !packed.empty(); ++row) {
         const size_t stored = std::min<size_t>(LoadU16(input.data() + 2 * row), packed.size());
-        UnpackBits(packed.first(stored), {planes + row * rowBytes, rowBytes});
+        written += UnpackBits(packed.first(stored), {planes + row * rowBytes, rowBytes});
         packed = packed.subspan(stored);
     }
+    return written;
 }
 
 }  // namespace
@@ -96,7 +98,8 @@ uint32_t CompressionExpansion(uint16_t compression) {
 }
 
 PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input, const PlaneShape& shape,
-                           std::span<uint8_t> planes) {
+                           std::span<uint8_t> planes, size_t& produced) {
+    produced = 0;
     const uint64_t rowBytes = PlaneRowBytes(shape.width, shape.depth);
     const uint64_t rows = uint64_t{shape.height} * shape.planeCount;
     const auto total = CheckedProduct({rowBytes, rows});
@@ -105,21 +108,22 @@ PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input,
 
     switch (compression) {
     case kCompressionRaw:
-        if (const size_t count = std::min(input.size(), planes.size())) {
-            std::memcpy(planes.data(), input.data(), count);
-        }
+        produced = std::min(input.size(), planes.size());
+        if (produced) std::memcpy(planes.data(), input.data(), produced);
         return PsdReadResult::kOk;
     case kCompressionPackBits:
-        UnpackRows(input, rows, static_cast<size_t>(rowBytes), planes.data());
+        produced = UnpackRows(input, rows, static_cast<size_t>(rowBytes), planes.data());
         return PsdReadResult::kOk;
-    case kCompressionZip: return InflateAll(input, planes);
+    case kCompressionZip: return Inflate(input, planes, produced);
     case kCompressionZipPrediction: {
-        size_t produced = 0;
         const PsdReadResult result = Inflate(input, planes, produced);
-        if (result != PsdReadResult::kOk || planes.empty()) return result;
-        UndoPrediction(planes.data(), shape.width, rows, shape.depth);
+        if (result != PsdReadResult::kOk || produced == 0) return result;
+        const size_t rowsReached = (produced - 1) / static_cast<size_t>(rowBytes) + 1;
+        UndoPrediction(planes.data(), shape.width, rowsReached, shape.depth);
         // Sums run on behind an early end; what the input did not reach stays zero.
-        std::fill(planes.begin() + static_cast<std::ptrdiff_t>(produced), planes.end(), uint8_t{0});
+        const size_t endOfRow = rowsReached * static_cast<size_t>(rowBytes);
+        std::fill(planes.begin() + static_cast<std::ptrdiff_t>(produced),
+                  planes.begin() + static_cast<std::ptrdiff_t>(endOfRow), uint8_t{0});
         return PsdReadResult::kOk;
     }
     default: return PsdReadResult::kBadCompression;

@@ -29,10 +29,11 @@ uint32_t CompressionExpansion(uint16_t compression);
 
 // Decodes `input` (behind the compression code) into `planes`, planeCount x height rows. Bytes that the input
 // does not reach are 0 afterwards. kBadCompression, kInflateSetup, kInflateFailed.
+//   produced  gets the number of bytes that the input really gave; the others are not touched
 //   input   PackBits: the row count table first, planeCount x height 16-bit counts
 //   planes  at least planeCount x height x PlaneRowBytes bytes, zero-filled by the caller
 PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input, const PlaneShape& shape,
-                           std::span<uint8_t> planes);
+                           std::span<uint8_t> planes, size_t& produced);
 
 // Unpacks one PackBits row.
 //   input    the compressed bytes of this row only

@@ -12,6 +12,7 @@ namespace {
 
 constexpr uint64_t kLeastPlaneBytes = 12288;
 constexpr uint64_t kLeastInputBytes = 4096;
+constexpr uint64_t kLargePlaneBytes = 16u << 20;
 
 // The planes that a layer can have a use for. Other channels are passed over, as are those that repeat an id.
 enum PlaneSlot : uint32_t {
@@ -98,12 +99,11 @@ bool LayOutPlanes(const PsdDocument& document, const PsdLayer& layer, LayerPlane
     return true;
 }
 
-// Whether the layer by itself, and all layers up to it, may take what they claim when this layer's data can
-// fill so many bytes.
-bool IsAffordable(const LayerPixelState& state, const LayerPlanes& planes, uint64_t fillableBytes) {
-    return MayAllocate(planes.planeBytes, fillableBytes, 1) &&
-           MayAllocate(planes.keptBytes, fillableBytes, 1) &&
-           MayAllocate(state.claimedBytes + planes.keptBytes, state.fillableBytes + fillableBytes, 1);
+// Whether the layer by itself, and all layers up to it, may take what they claim when this layer's data fills
+// so many bytes.
+bool IsAffordable(const LayerPixelState& state, const LayerPlanes& planes, uint64_t filledBytes) {
+    return MayAllocate(planes.planeBytes, filledBytes, 1) && MayAllocate(planes.keptBytes, filledBytes, 1) &&
+           MayAllocate(state.claimedBytes + planes.keptBytes, state.decodedBytes + filledBytes, 1);
 }
 
 // Makes room for `need` bytes. Grows by doubling, for layers that grow little by little; what the buffer held
@@ -118,12 +118,12 @@ bool Grow(Owned<uint8_t>& buffer, uint64_t need, uint64_t least) {
 
 // Reads one channel's data. `plane` is null when it is not wanted; then only its place in the file counts.
 PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, const Plane* plane,
-                          LayerPixelState& state, uint64_t& fillableBytes) {
+                          LayerPixelState& state, uint64_t& decodedBytes) {
     if (channel.dataLength > InputLeft(document)) return PsdReadResult::kShortRead;
     const bool wanted = plane && plane->bytes != 0;
     uint8_t* const samples = wanted ? state.planes.get() + plane->offset : nullptr;
     if (channel.dataLength < 2) {
-        if (wanted) std::memset(samples, 0, plane->bytes);
+        if (wanted && !state.planesAreZero) std::memset(samples, 0, plane->bytes);
         Skip(document, static_cast<int32_t>(channel.dataLength));
         return PsdReadResult::kOk;
     }
@@ -136,13 +136,16 @@ PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, 
         return PsdReadResult::kOk;
     }
     if (!MayAllocate(plane->bytes, length, expansion)) return PsdReadResult::kOutOfMemory;
-    fillableBytes += uint64_t{length} * expansion;
     if (!Grow(state.input, length, kLeastInputBytes)) return PsdReadResult::kOutOfMemory;
     if (Read(document, state.input.get(), length) != length) return PsdReadResult::kShortRead;
-    std::memset(samples, 0, plane->bytes);
-    return DecodePlanes(compression, {state.input.get(), length},
-                        {.width = plane->width, .height = plane->height, .depth = document.depth},
-                        {samples, plane->bytes});
+    if (!state.planesAreZero) std::memset(samples, 0, plane->bytes);
+    size_t produced;
+    const PsdReadResult result =
+        DecodePlanes(compression, {state.input.get(), length},
+                     {.width = plane->width, .height = plane->height, .depth = document.depth},
+                     {samples, plane->bytes}, produced);
+    decodedBytes += produced;
+    return result;
 }
 
 PsdReadResult ConvertLayer(const PsdDocument& document, PsdLayer& layer, const LayerPlanes& planes,
@@ -194,19 +197,22 @@ PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, LayerPixel
     if (!LayOutPlanes(document, layer, planes)) return PsdReadResult::kOutOfMemory;
     // How the data is compressed stands in front of each channel; until then it is worth as much as data can.
     if (!IsAffordable(state, planes, planes.inputBytes * kZipExpansion)) return PsdReadResult::kOutOfMemory;
+    // Large planes are made anew for each layer: what its data does not reach is then never touched.
+    if (planes.planeBytes > kLargePlaneBytes) state.planes.Reset();
+    state.planesAreZero = !state.planes || planes.planeBytes > state.planes.count();
     if (!Grow(state.planes, planes.planeBytes, kLeastPlaneBytes)) return PsdReadResult::kOutOfMemory;
 
-    uint64_t fillableBytes = 0;
+    uint64_t decodedBytes = 0;
     for (const PsdChannelInfo& channel : layer.channels.span()) {
         const uint32_t slot = SlotOf(channel.id, planes);
         const Plane* const plane =
             slot != kSlotCount && planes.slots[slot].channel == &channel ? &planes.slots[slot] : nullptr;
-        const PsdReadResult result = ReadChannel(document, channel, plane, state, fillableBytes);
+        const PsdReadResult result = ReadChannel(document, channel, plane, state, decodedBytes);
         if (result != PsdReadResult::kOk) return result;
     }
-    if (!IsAffordable(state, planes, fillableBytes)) return PsdReadResult::kOutOfMemory;
+    if (!IsAffordable(state, planes, decodedBytes)) return PsdReadResult::kOutOfMemory;
     state.claimedBytes += planes.keptBytes;
-    state.fillableBytes += fillableBytes;
+    state.decodedBytes += decodedBytes;
 
     const uint8_t* const samples = state.planes.get();
     const PsdReadResult result = ConvertLayer(document, layer, planes, samples);

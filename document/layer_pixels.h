@@ -6,12 +6,13 @@
 namespace tessary {
 
 // What one layer's reading leaves to the next: the scratch buffers, and what all layers together have claimed
-// and stored so far.
+// and stored so far: the bytes that their pixels take, and those that their data decoded to.
 struct LayerPixelState {
     Owned<uint8_t> planes;
+    bool planesAreZero = false;
     Owned<uint8_t> input;
     uint64_t claimedBytes = 0;
-    uint64_t fillableBytes = 0;
+    uint64_t decodedBytes = 0;
 };
 
 // Reads the data of all the layer's channels at the reader's position and fills layer.image and

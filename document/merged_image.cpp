@@ -54,12 +54,12 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
     if (expansion == 0) return PsdReadResult::kBadCompression;
     // The pixels are counted besides the planes: with 1 bit or without channels they are the larger part.
     const uint64_t pixelCount = uint64_t{document.width} * document.height;
-    const uint32_t pixelExpansion = document.depth == 1 ? 8 * expansion : expansion;
-    const auto isPlausible = [&](uint64_t inputBytes) {
-        return MayAllocate(*total, inputBytes, expansion) &&
-               MayAllocate(pixelCount, inputBytes, pixelExpansion);
+    const uint32_t pixelsPerByte = document.depth == 1 ? 8 : 1;
+    const auto isPlausible = [&](uint64_t bytes, uint32_t expandedBy) {
+        return MayAllocate(*total, bytes, expandedBy) &&
+               MayAllocate(4 * pixelCount, 4 * bytes, pixelsPerByte * expandedBy);
     };
-    if (!isPlausible(InputLeft(document))) return PsdReadResult::kOutOfMemory;
+    if (!isPlausible(InputLeft(document), expansion)) return PsdReadResult::kOutOfMemory;
 
     // The stream's size is a claim as well, so what has arrived is asked again.
     Owned<uint8_t> planes;
@@ -67,17 +67,20 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
     if (compression == kCompressionRaw) {
         const PsdReadResult result = ReadBytes(document, *total, planes, delivered);
         if (result != PsdReadResult::kOk) return result;
-        if (!isPlausible(delivered)) return PsdReadResult::kOutOfMemory;
+        if (!isPlausible(delivered, expansion)) return PsdReadResult::kOutOfMemory;
     } else {
         Owned<uint8_t> input;
         PsdReadResult result = ReadUpTo(document, InputLeft(document), input, delivered);
         if (result != PsdReadResult::kOk) return result;
-        if (!isPlausible(delivered)) return PsdReadResult::kOutOfMemory;
+        if (!isPlausible(delivered, expansion)) return PsdReadResult::kOutOfMemory;
         planes = AllocateZeroed<uint8_t>({*total});
         if (!planes) return PsdReadResult::kOutOfMemory;
         const PlaneShape shape{document.width, document.height, document.depth, document.channels};
-        result = DecodePlanes(compression, {input.get(), delivered}, shape, planes.span());
+        size_t produced;
+        result = DecodePlanes(compression, {input.get(), delivered}, shape, planes.span(), produced);
         if (result != PsdReadResult::kOk) return result;
+        // Planes that nothing was decoded to are no memory yet, the pixels will be.
+        if (!isPlausible(produced, 1)) return PsdReadResult::kOutOfMemory;
     }
 
     document.mergedPixels = AllocateZeroed<uint32_t>({document.width, document.height});

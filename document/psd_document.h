@@ -416,9 +416,18 @@ struct PsdDocument {
 
     Owned<uint32_t> mergedPixels;  // width x height, or null when the read mode passes it over
 
-    Owned<uint32_t> canvas;   // width x height, made by Render
-    Owned<uint8_t> noiseMap;  // width x height, made by the first Render
+    Owned<uint32_t> canvas;             // width x height, made by Render
+    Owned<uint8_t> noiseMap;            // width x height, made by the first Render
+    uint64_t drawingLeft = UINT64_MAX;  // pixels, see SpendDrawing
 };
+
+// Takes `pixels` from what Render may still spend on pixels that no data of the file stands behind; false,
+// and nothing taken, when that is too much.
+inline bool SpendDrawing(PsdDocument& document, uint64_t pixels) {
+    if (pixels > document.drawingLeft) return false;
+    document.drawingLeft -= pixels;
+    return true;
+}
 
 // Reads a document from the start of `stream`, which is rewound and borrowed for the call only.
 // Gives null and a code on failure.

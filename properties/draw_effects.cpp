@@ -45,6 +45,23 @@ constexpr SlotRow kSlots[kEffectSlotCount] = {
     {IsEnabled<&EffectsRecord::bevel>, nullptr, false, kBevelBelow, kBevelAbove},
 };
 
+int32_t BlurSize(const EffectsRecord& effects, uint32_t slot) {
+    switch (slot) {
+    case kSlotDropShadow: return effects.dropShadow.size;
+    case kSlotOuterGlow: return effects.outerGlow.size;
+    default: return 0;
+    }
+}
+
+// An effect costs so many times the pixels that it covers, for one pixel of a blur is the sum of many.
+bool MayRender(PsdDocument& document, const PsdLayer& layer, int32_t blurSize) {
+    const uint64_t margins = 2 * static_cast<uint64_t>(blurSize);
+    const uint64_t width = static_cast<uint64_t>(layer.width) + margins;
+    const uint64_t height = static_cast<uint64_t>(layer.height) + margins;
+    const auto cost = CheckedProduct({width, height, static_cast<uint64_t>(2 + blurSize / 8)});
+    return cost && SpendDrawing(document, *cost);
+}
+
 // The newer encoding wins where a layer has both.
 EffectsRecord* DrawnEffects(PsdLayer& layer) {
     if (layer.width < 1 || layer.height < 1 || !layer.image) return nullptr;
@@ -89,7 +106,8 @@ void DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area, bool isB
     for (uint32_t slot = kEffectSlotCount; slot-- > 0;) {
         const SlotRow& row = kSlots[slot];
         if (!effects->present[slot] || !row.isEnabled(*effects)) continue;
-        if (effects->renderPending[slot] && row.render && row.isRenderedBelow == isBelow) {
+        if (effects->renderPending[slot] && row.render && row.isRenderedBelow == isBelow &&
+            MayRender(document, layer, BlurSize(*effects, slot))) {
             // Without memory its buffer stays empty and nothing is drawn.
             static_cast<void>(row.render(document, layer, *effects));
         }

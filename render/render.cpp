@@ -22,6 +22,17 @@ Side ClampSide(int32_t begin, int32_t length, uint32_t limit) {
     return {std::max(begin, 0), static_cast<int32_t>(std::max<int64_t>(end, 0))};
 }
 
+// Adjustments and effects cost a file a few bytes each, however many pixels they are drawn over. All of a
+// document together may take so many pixels and so many more for each byte of the file; what does not fit is
+// not drawn.
+constexpr uint64_t kFreeDrawing = 128u << 20;
+constexpr uint64_t kDrawingPerByte = 128;
+
+uint64_t DrawingAllowance(const PsdDocument& document) {
+    const uint64_t streamSize = static_cast<uint64_t>(std::max(document.streamSize, 0));
+    return kFreeDrawing + kDrawingPerByte * std::min<uint64_t>(document.reader.position, streamSize);
+}
+
 bool Shows(const PsdLayer& layer) { return layer.visible && layer.opacity != 0; }
 
 // Draws the layer's own pixels. False when its mask lies beside the area: then its upper effects are not
@@ -42,7 +53,11 @@ void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     // Of the groups around it a layer heeds its own only.
     if (!Shows(layer) || (layer.parent && !Shows(*layer.parent))) return;
     const bool hasOwnPixels = static_cast<bool>(layer.image);
-    if (layer.layerKind >= kLayerLevels) ApplyAdjustment(document, layer, area);
+    if (layer.layerKind >= kLayerLevels) {
+        if (!hasOwnPixels && !SpendDrawing(document, static_cast<uint64_t>(area.Width() * area.Height())))
+            return;
+        ApplyAdjustment(document, layer, area);
+    }
     if (!layer.image) return;
     DrawEffectsBelow(document, layer, area);
     if (DrawPixels(document, layer, area)) DrawEffectsAbove(document, layer, area);
@@ -71,6 +86,7 @@ PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width,
         if (area != whole) FillRect(document->canvas.get(), document->width, whole, kBackground);
     }
     FillRect(document->canvas.get(), document->width, area, kBackground);
+    document->drawingLeft = DrawingAllowance(*document);
     for (PsdLayer& layer : document->layers.span()) DrawLayer(*document, layer, area);
     return PsdReadResult::kOk;
 }
