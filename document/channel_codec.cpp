@@ -87,10 +87,10 @@ void UnpackRows(std::span<const uint8_t> input, uint64_t rows, size_t rowBytes, 
 
 uint32_t CompressionExpansion(uint16_t compression) {
     switch (compression) {
-    case kCompressionRaw: return 1;
-    case kCompressionPackBits: return 64;
+    case kCompressionRaw: return kRawExpansion;
+    case kCompressionPackBits: return kPackBitsExpansion;
     case kCompressionZip:
-    case kCompressionZipPrediction: return 1032;
+    case kCompressionZipPrediction: return kZipExpansion;
     default: return 0;
     }
 }

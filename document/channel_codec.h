@@ -24,7 +24,12 @@ struct PlaneShape {
     uint32_t planeCount = 1;
 };
 
-// How many bytes one stored byte can become; 0 for a code that does not exist.
+// How many bytes one stored byte can become at most.
+inline constexpr uint32_t kRawExpansion = 1;
+inline constexpr uint32_t kPackBitsExpansion = 64;
+inline constexpr uint32_t kZipExpansion = 1032;
+
+// The same by compression code; 0 for a code that does not exist.
 uint32_t CompressionExpansion(uint16_t compression);
 
 // Decodes `input` (behind the compression code) into `planes`, planeCount x height rows. Bytes that the input
