@@ -38,12 +38,7 @@ Bytes EffectsBlock(const std::vector<Effect>& effects, bool masterSwitch = true)
 }
 
 // A layer of which only the effects show.
-LayerBuilder Unfilled(uint32_t alpha = 255, const Rect& bounds = kTile) {
-    const size_t count = static_cast<size_t>(bounds.Width() * bounds.Height());
-    return LayerBuilder(bounds)
-        .Pixels(std::vector<uint32_t>(count, alpha << 24 | 0x5060F0))
-        .Block("iOpa", Bytes(4));
-}
+LayerBuilder Unfilled() { return LayerBuilder(kTile).Solid(0xFF5060F0).Block("iOpa", Bytes(4)); }
 
 struct Drawing {
     explicit Drawing(const std::vector<LayerBuilder>& layers) {
@@ -58,7 +53,6 @@ struct Drawing {
     std::vector<uint32_t> Canvas() const {
         return {document->canvas.get(), document->canvas.get() + kSide * kSide};
     }
-    uint32_t At(int x, int y) const { return document->canvas[static_cast<size_t>(y * kSide + x)]; }
     const EffectBuffer& Buffer(EffectSlot slot) const {
         return FindProperty<EffectsRecord>(document->layers[0], kPropertyEffects)->buffers[slot];
     }
@@ -162,20 +156,25 @@ TEST(ShadowsAndGlows, SpreadThenSoftenThenAreKnockedOut) {
 }
 
 TEST(Effects, AMaskTakesItsShareOnce) {
-    constexpr Rect kMask = {18, 18, 24, 24};  // reaches over the layer's corner
+    constexpr Rect kMask = {18, 18, 24, 24};  // over the layer's corner; nothing is left beside it
+    Bytes mask(36);
+    std::vector<uint32_t> pixels(42);
+    for (uint32_t i = 0; i < 36; ++i) {
+        mask[i] = static_cast<uint8_t>(i * 7);
+        if (i % 6 > 1 && i / 6 > 1) pixels[(i / 6 - 2) * 6 + i % 6 - 2] = (255 * i * 7 >> 8) << 24 | 0xC81E3C;
+    }
+    const LayerBuilder thinned = LayerBuilder(kTile).Pixels(pixels),
+                       hidden = LayerBuilder(thinned).Block("iOpa", Bytes(4));
     for (const std::string_view key : {"DrSh", "OrGl", "SoFi"}) {
         const std::vector<Effect> effects = {{key, {{"blur", 3}, {"Dstn", 2}}}};
-        std::vector<uint32_t> pixels;
-        for (int i = 0; i < 42; ++i)
-            pixels.push_back(i % 6 < 4 && i / 6 < 4 ? 99u << 24 : 0);  // 255 * 100 >> 8
-        const LayerBuilder thinned = LayerBuilder(kTile).Pixels(pixels).Block("iOpa", Bytes(4));
-        EXPECT_EQ(Drawing(effects, Unfilled().Mask(kMask, 0, 0, Bytes(36, 100))).Canvas(),
-                  Drawing(effects, thinned).Canvas())
+        EXPECT_EQ(Drawing(effects, Unfilled().Mask(kMask, 0, 0, mask)).Canvas(),
+                  Drawing(effects, hidden).Canvas())
             << key;
-        EXPECT_EQ(Drawing(effects, Unfilled().Mask(kMask, 0, 2, Bytes(36, 100))).Canvas(),
-                  Drawing(effects).Canvas())
+        EXPECT_EQ(Drawing(effects, Unfilled().Mask(kMask, 0, 2, mask)).Canvas(), Drawing(effects).Canvas())
             << key;
     }
+    // An overlay is the layer in another colour.
+    EXPECT_EQ(Drawing({{"SoFi"}}, hidden).Canvas(), Drawing(std::vector{thinned}).Canvas());
 }
 
 // The same picture comes out of plain layers that stack in the order of the effects, and out of no other.
@@ -218,18 +217,11 @@ TEST(Effects, AreDrawnOnlyWhereTheyAreSwitchedOn) {
     ByteWriter old;
     old.U16(0).U16(2).Text("8BIMcmnS").U32(7).U32(0).U8(1).U16(0).Text("8BIMsofi").U32(24).U32(0);
     old.Text("8BIMnorm").U16(0).U16(0).U16(0).U16(0xFFFF).U16(0).U8(255).U8(1);
+    const auto center = [](const Drawing& drawing) { return drawing.Canvas()[23 * kSide + 23] & 0xFFFFFF; };
     const LayerBuilder both = Unfilled().Block("lrFX", old);
-    EXPECT_EQ(Drawing(std::vector{both}).At(22, 22) & 0xFFFFFF, 0x0000FFu);
-    EXPECT_EQ(Drawing({{"SoFi"}}, both).At(22, 22) & 0xFFFFFF, 0xC81E3Cu);
+    EXPECT_EQ(center(Drawing(std::vector{both})), 0x0000FFu);
+    EXPECT_EQ(center(Drawing({{"SoFi"}}, both)), 0xC81E3Cu);
     EXPECT_EQ(Drawing({{"SoFi", {}, "none", 100, false}}, both).Canvas(), nothing);
-}
-
-TEST(ColorOverlay, FollowsTheLayersAlpha) {
-    constexpr Rect kRamp = {0, 0, 48, 6};
-    std::vector<uint32_t> pixels;
-    for (uint32_t i = 0; i < 288; ++i) pixels.push_back(std::min(i, 255u) << 24 | 0xC81E3C);
-    const Drawing overlay({{"SoFi"}}, LayerBuilder(kRamp).Pixels(pixels).Block("iOpa", Bytes(4)));
-    EXPECT_EQ(overlay.Canvas(), Drawing(std::vector{LayerBuilder(kRamp).Pixels(pixels)}).Canvas());
 }
 
 }  // namespace
