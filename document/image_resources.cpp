@@ -1,7 +1,6 @@
 #include "document/image_resources.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "document/big_endian.h"
 #include "document/byte_reader.h"

@@ -99,7 +99,6 @@ public:
         m_initialized = true;
         return S_OK;
     }
-    bool IsInitialized() const { return m_initialized; }
 
     void Enter() { EnterCriticalSection(&m_section); }
     void Leave() { LeaveCriticalSection(&m_section); }

@@ -6,7 +6,6 @@
 #include <objbase.h>
 
 #include <atomic>
-#include <span>
 
 #include "frontend/com_support.h"
 
@@ -22,8 +21,6 @@ struct ObjectMapRow {
 
 class CTessaryModule {
 public:
-    bool IsReady() const { return m_lock.IsInitialized(); }
-
     void Lock() { ++m_lockCount; }
     void Unlock() { --m_lockCount; }
     void LockForClient();

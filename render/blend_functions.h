@@ -48,17 +48,18 @@ struct BlendSoftLight {
     }
 };
 struct BlendPinLight {
+    // d held between 2s - 256 and 2s: of the two bounds only one can bind. White leaves white at 254.
     static constexpr int32_t Blend(int32_t s, int32_t d) {
-        const int32_t low = d < 2 * s ? d : 2 * s;
-        const int32_t high = 2 * s - 256 > d ? 2 * s - 256 : d;  // 256: white leaves white at 254
-        return s < 128 ? low : high;
+        const int32_t low = 2 * s - 256;
+        const int32_t below = d < 2 * s ? d : 2 * s;
+        return below > low ? below : low;
     }
 };
 struct BlendHardMix {
-    static constexpr int32_t Blend(int32_t s, int32_t d) { return s + d > 255 ? 255 : 0; }
+    static constexpr int32_t Blend(int32_t s, int32_t d) { return ((s + d) >> 8) * 255; }
 };
 struct BlendDifference {
-    static constexpr int32_t Blend(int32_t s, int32_t d) { return s > d ? s - d : d - s; }
+    static constexpr int32_t Blend(int32_t s, int32_t d) { return (s > d ? s : d) - (s < d ? s : d); }
 };
 struct BlendExclusion {
     static constexpr int32_t Blend(int32_t s, int32_t d) { return d + s - (d * s >> 7); }
@@ -94,22 +95,22 @@ struct BlendLinearLight {
 
 // The modes that need all three channels of a pixel. Results go up to 256.
 struct BlendHue {
-    static constexpr IntegerRgb Blend(const IntegerHsl& s, const IntegerHsl& d) {
+    static IntegerRgb Blend(const IntegerHsl& s, const IntegerHsl& d) {
         return HslToRgb({s.hue, d.saturation, d.lightness});
     }
 };
 struct BlendSaturation {
-    static constexpr IntegerRgb Blend(const IntegerHsl& s, const IntegerHsl& d) {
+    static IntegerRgb Blend(const IntegerHsl& s, const IntegerHsl& d) {
         return HslToRgb({d.hue, s.saturation, d.lightness});
     }
 };
 struct BlendColor {
-    static constexpr IntegerRgb Blend(const IntegerHsl& s, const IntegerHsl& d) {
+    static IntegerRgb Blend(const IntegerHsl& s, const IntegerHsl& d) {
         return HslToRgb({s.hue, s.saturation, d.lightness});
     }
 };
 struct BlendLuminosity {
-    static constexpr IntegerRgb Blend(const IntegerHsl& s, const IntegerHsl& d) {
+    static IntegerRgb Blend(const IntegerHsl& s, const IntegerHsl& d) {
         return HslToRgb({d.hue, d.saturation, s.lightness});
     }
 };

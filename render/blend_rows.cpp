@@ -25,23 +25,26 @@ enum class Rule {
     kNormalWithRanges  // the same, but an empty canvas pixel is weighed like any other
 };
 
-struct Weights {
-    alignas(16) uint16_t bytes[4 * kBlendRunPixels];  // B, G, R, A of each pixel
-};
+constexpr size_t kWeightCount = 4 * kBlendRunPixels;  // B, G, R, A of each pixel
 
+// Two neighbouring 16-bit values by one store; four separate ones cost more than all the rest of weighing.
+void StorePair(uint16_t* pair, uint32_t first, uint32_t second) {
+    const uint32_t both = first | second << 16;
+    std::memcpy(pair, &both, sizeof both);
+}
+
+// All ones in the channels that take part.
 struct ChannelMasks {
-    uint16_t blue, green, red;
+    uint32_t blue, green, red;
 
     explicit ChannelMasks(uint32_t keep)
         : blue(Blue(keep) != 0 ? 0 : 0xFFFF), green(Green(keep) != 0 ? 0 : 0xFFFF),
           red(Red(keep) != 0 ? 0 : 0xFFFF) {}
 };
 
-void StoreWeight(uint16_t* bytes, uint16_t weight, const ChannelMasks& masks) {
-    bytes[0] = weight & masks.blue;
-    bytes[1] = weight & masks.green;
-    bytes[2] = weight & masks.red;
-    bytes[3] = 0;
+void StoreWeight(uint16_t* bytes, uint32_t weight, const ChannelMasks& masks) {
+    StorePair(bytes, weight & masks.blue, weight & masks.green);
+    StorePair(bytes + 2, weight & masks.red, 0);
 }
 
 // >> 8, not / 255: a full-opacity pixel comes out as 254, and only the fast rules may give 255.
@@ -49,44 +52,51 @@ uint32_t OpacityFactor(Rule rule, uint32_t opacity) {
     return rule != Rule::kGeneral && opacity == 255 ? 256 : opacity;
 }
 
+// The stores below are bytes to the compiler and may alias anything reached by reference, so the loops take
+// what they need by value; otherwise they do not vectorise.
+
 // An opaque canvas: the weight is the layer's alpha itself, and 255 stands for a copy.
-void WeighOpaque(const BlendRun& run, uint32_t factor, const ChannelMasks& masks, Weights& weights) {
+void WeighOpaque(const BlendRun run, uint32_t factor, const ChannelMasks masks, uint16_t* weights) {
     const uint16_t narrowFactor = static_cast<uint16_t>(factor);
     for (size_t i = 0; i < run.count; ++i) {
         const uint16_t alpha = static_cast<uint16_t>(run.coverage[i] * narrowFactor) >> 8;
-        StoreWeight(weights.bytes + 4 * i, static_cast<uint16_t>(alpha + (alpha == 255 ? 1 : 0)), masks);
+        StoreWeight(weights + 4 * i, static_cast<uint16_t>(alpha + (alpha == 255 ? 1 : 0)), masks);
     }
 }
 
+// a * b >> 8 for products below 2^16, which 16-bit lanes can hold.
+int32_t ScaledProduct(int32_t a, int32_t b) { return static_cast<uint16_t>(a * b) >> 8; }
+
 // The weight of a layer pixel of alpha A over a canvas pixel of alpha da, 256 over an empty one.
 int32_t WeightOver(int32_t alpha, int32_t canvasAlpha) {
-    const int32_t divisor = ((256 - alpha) * canvasAlpha >> 8) + alpha;
+    const int32_t divisor = ScaledProduct(256 - alpha, canvasAlpha) + alpha;
     const int32_t weight = SmallQuotient(alpha * 256, divisor > 1 ? divisor : 1);
     const int32_t overOpaque = alpha == 255 ? 256 : alpha;
     return canvasAlpha == 255 ? overOpaque : canvasAlpha == 0 ? 256 : weight;
 }
 
 template <Rule kRule>
-void WeighMixed(const BlendRun& run, uint32_t factor, const ChannelMasks& masks, Weights& weights) {
-    const bool copiesAlpha = kRule == Rule::kNormal && factor == 256;
+void WeighMixed(const BlendRun run, uint32_t factor, const ChannelMasks masks, uint16_t* weights) {
+    // Full opacity takes an alpha as it is stored, even where a mask has lowered the coverage.
+    const uint32_t stored = kRule == Rule::kNormal && factor == 256 ? kOpaque : 0;
     for (size_t i = 0; i < run.count; ++i) {
         const uint32_t canvas = run.canvas[i];
         const uint32_t layer = run.layer[i];
         const int32_t coverage = run.coverage[i];
         const int32_t canvasAlpha = static_cast<int32_t>(Alpha(canvas));
-        const int32_t alpha = coverage * static_cast<int32_t>(factor) >> 8;
-        const int32_t newAlpha = canvasAlpha + ((256 - canvasAlpha) * alpha >> 8);
+        const int32_t alpha = ScaledProduct(coverage, static_cast<int32_t>(factor));
+        const int32_t newAlpha = canvasAlpha + ScaledProduct(256 - canvasAlpha, alpha);
         const int32_t weight = coverage == 0 ? 0 : WeightOver(alpha, canvasAlpha);
         const uint32_t blended = (canvas & kColorBytes) | static_cast<uint32_t>(newAlpha) << 24;
         if constexpr (kRule == Rule::kNormalWithRanges) {
             run.canvas[i] = blended;
-            StoreWeight(weights.bytes + 4 * i, static_cast<uint16_t>(weight), masks);
+            StoreWeight(weights + 4 * i, static_cast<uint32_t>(weight), masks);
         } else {
             const bool takes = canvasAlpha == 0 && coverage != 0;
-            const uint32_t taken =
-                copiesAlpha ? layer : (layer & kColorBytes) | static_cast<uint32_t>(alpha) << 24;
+            const uint32_t takenAlpha = (layer & stored) | (static_cast<uint32_t>(alpha) << 24 & ~stored);
+            const uint32_t taken = (layer & kColorBytes) | (takenAlpha & kOpaque);
             run.canvas[i] = takes ? taken : blended;
-            StoreWeight(weights.bytes + 4 * i, static_cast<uint16_t>(takes ? 0 : weight), masks);
+            StoreWeight(weights + 4 * i, static_cast<uint32_t>(takes ? 0 : weight), masks);
         }
     }
 }
@@ -98,7 +108,7 @@ bool IsOpaque(const uint32_t* canvas, size_t count) {
 }
 
 template <Rule kRule>
-void Weigh(const BlendRun& run, const BlendSettings& settings, Weights& weights) {
+void Weigh(const BlendRun& run, const BlendSettings& settings, uint16_t* weights) {
     const uint32_t factor = OpacityFactor(kRule, settings.opacity);
     const ChannelMasks masks(settings.keep);
     if (IsOpaque(run.canvas, run.count))
@@ -114,14 +124,13 @@ uint8_t MixByte(int32_t d, int32_t blended, int32_t weight) {
 }
 
 template <class Mode>
-void MixRow(const BlendRun& run, const Weights& weights) {
-    // Bytes may alias anything, the run itself included: without local copies nothing here vectorises.
+void MixRow(const BlendRun run, const uint16_t* weights) {
     uint8_t* const canvas = reinterpret_cast<uint8_t*>(run.canvas);
     const uint8_t* const layer = reinterpret_cast<const uint8_t*>(run.layer);
     const size_t count = 4 * run.count;
     for (size_t i = 0; i < count; ++i) {
         const int32_t d = canvas[i];
-        canvas[i] = MixByte(d, Mode::Blend(layer[i], d), weights.bytes[i]);
+        canvas[i] = MixByte(d, Mode::Blend(layer[i], d), weights[i]);
     }
 }
 
@@ -131,21 +140,19 @@ IntegerHsl PixelToHsl(uint32_t pixel) {
 }
 
 template <class Mode>
-void MixPixels(const BlendRun& run, const Weights& weights) {
-    alignas(16) uint16_t blended[4 * kBlendRunPixels];
+void MixPixels(const BlendRun run, const uint16_t* weights) {
+    alignas(16) uint16_t blended[kWeightCount];
     for (size_t i = 0; i < run.count; ++i) {
         const IntegerRgb color = Mode::Blend(PixelToHsl(run.layer[i]), PixelToHsl(run.canvas[i]));
-        blended[4 * i] = static_cast<uint16_t>(color.blue);
-        blended[4 * i + 1] = static_cast<uint16_t>(color.green);
-        blended[4 * i + 2] = static_cast<uint16_t>(color.red);
-        blended[4 * i + 3] = 0;
+        StorePair(blended + 4 * i, static_cast<uint32_t>(color.blue), static_cast<uint32_t>(color.green));
+        StorePair(blended + 4 * i + 2, static_cast<uint32_t>(color.red), 0);
     }
     uint8_t* const canvas = reinterpret_cast<uint8_t*>(run.canvas);
     const size_t count = 4 * run.count;
     for (size_t i = 0; i < count; ++i) {
         // 256 of weight 256 is 256, which is to be stored as 255: there, and only there, 255 is mixed
         // instead.
-        const int32_t weight = weights.bytes[i];
+        const int32_t weight = weights[i];
         const int32_t color = blended[i] - ((blended[i] & weight) >> 8);
         canvas[i] = MixByte(canvas[i], color, weight);
     }
@@ -156,7 +163,7 @@ struct BlendNothing {};
 
 template <class Mode>
 void GeneralRow(const BlendRun& run, const BlendSettings& settings) {
-    Weights weights;
+    alignas(16) uint16_t weights[kWeightCount];
     Weigh<Rule::kGeneral>(run, settings, weights);
     if constexpr (std::is_invocable_v<decltype(Mode::Blend), int32_t, int32_t>)
         MixRow<Mode>(run, weights);
@@ -166,7 +173,7 @@ void GeneralRow(const BlendRun& run, const BlendSettings& settings) {
 
 template <>
 void GeneralRow<BlendNothing>(const BlendRun& run, const BlendSettings& settings) {
-    Weights weights;
+    alignas(16) uint16_t weights[kWeightCount];
     Weigh<Rule::kGeneral>(run, settings, weights);
 }
 
@@ -178,7 +185,7 @@ void NormalRow(const BlendRun& run, const BlendSettings& settings) {
         std::memcpy(run.canvas, run.layer, run.count * sizeof(uint32_t));
         return;
     }
-    Weights weights;
+    alignas(16) uint16_t weights[kWeightCount];
     Weigh<kRule>(run, settings, weights);
     MixRow<BlendNormal>(run, weights);
 }
@@ -187,29 +194,32 @@ void NormalRow(const BlendRun& run, const BlendSettings& settings) {
 void DissolveRow(const BlendRun& run, const BlendSettings&) {
     for (size_t i = 0; i < run.count; ++i) {
         const uint32_t canvas = run.canvas[i];
+        const uint32_t layer = run.layer[i];
         const int32_t coverage = run.coverage[i];
-        const int32_t divisor = (static_cast<int32_t>(Alpha(canvas)) * (256 - coverage) >> 8) + coverage;
+        const int32_t divisor = ScaledProduct(static_cast<int32_t>(Alpha(canvas)), 256 - coverage) + coverage;
         const int32_t threshold = SmallQuotient(coverage * 256, divisor > 1 ? divisor : 1);
         const bool drawn = (coverage != 0) & (run.noise[i] <= threshold);
-        run.canvas[i] = drawn ? run.layer[i] | kOpaque : canvas;
+        run.canvas[i] = drawn ? layer | kOpaque : canvas;
     }
 }
 
 // This one does know the opacity, and takes over an empty canvas pixel without asking the noise.
 void DissolveRowWithRanges(const BlendRun& run, const BlendSettings& settings) {
+    const int32_t opacity = static_cast<int32_t>(settings.opacity);
+    const uint32_t keep = settings.keep;
     for (size_t i = 0; i < run.count; ++i) {
         const uint32_t canvas = run.canvas[i];
         const uint32_t layer = run.layer[i];
         const int32_t coverage = run.coverage[i];
         const int32_t canvasAlpha = static_cast<int32_t>(Alpha(canvas));
-        const int32_t alpha = coverage * static_cast<int32_t>(settings.opacity) >> 8;
+        const int32_t alpha = ScaledProduct(coverage, opacity);
         const int32_t weight = WeightOver(alpha, canvasAlpha);
-        const bool drawn = (coverage != 0) & (weight != 0) & (run.noise[i] <= weight);
-        const uint32_t opaque = ((layer & ~settings.keep) | (canvas & settings.keep)) | kOpaque;
-        const uint32_t taken = (layer & kColorBytes) | static_cast<uint32_t>(alpha) << 24;
-        const uint32_t overEmpty = coverage != 0 ? taken : canvas;
+        const bool drawn = (weight != 0) & (run.noise[i] <= weight);
+        const uint32_t opaque = ((layer & ~keep) | (canvas & keep)) | kOpaque;
         const uint32_t overFilled = drawn ? opaque : canvas;
-        run.canvas[i] = canvasAlpha == 0 ? overEmpty : overFilled;
+        const uint32_t overEmpty = (layer & kColorBytes) | static_cast<uint32_t>(alpha) << 24;
+        const uint32_t blended = canvasAlpha == 0 ? overEmpty : overFilled;
+        run.canvas[i] = coverage != 0 ? blended : canvas;
     }
 }
 

@@ -2,6 +2,7 @@
 // branches, so that loops over it vectorise.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 
 namespace tessary {
@@ -26,46 +27,55 @@ constexpr int32_t SmallQuotient(int32_t numerator, int32_t denominator) {
     return static_cast<int32_t>(static_cast<float>(numerator) / static_cast<float>(denominator));
 }
 
+// Inside, whole numbers are kept in floats, which hold them exactly at these sizes: the baseline vector unit
+// compares, selects and multiplies floats in one step each, and 32-bit integers in many. A choice between a
+// value and 0 costs half of a choice between two values, hence the form of some sums.
+inline float LowerOf(float a, float b) { return b < a ? b : a; }
+inline float HigherOf(float a, float b) { return b > a ? b : a; }
+inline float WholePart(float value) { return static_cast<float>(static_cast<int32_t>(value)); }
+
 // Channels 0..255. A grey has hue and saturation 0.
-constexpr IntegerHsl RgbToHsl(int32_t red, int32_t green, int32_t blue) {
-    const int32_t redOrGreen = red > green ? red : green;
-    const int32_t highest = redOrGreen > blue ? redOrGreen : blue;
-    const int32_t lowerOfTwo = red < green ? red : green;
-    const int32_t lowest = lowerOfTwo < blue ? lowerOfTwo : blue;
-    const int32_t span = highest - lowest;
-    const int32_t sum = highest + lowest;
-    const int32_t lightness = (sum + 1) >> 1;
-    // Both numerators are 0 for a grey; only the divisors must not be.
-    const int32_t reach = lightness >= 128 ? 511 - sum : sum;
-    const int32_t saturation = SmallQuotient(span * 255, reach > 1 ? reach : 1);
+inline IntegerHsl RgbToHsl(int32_t redByte, int32_t greenByte, int32_t blueByte) {
+    const float red = static_cast<float>(redByte);
+    const float green = static_cast<float>(greenByte);
+    const float blue = static_cast<float>(blueByte);
+    const float highest = HigherOf(HigherOf(red, green), blue);
+    const float lowest = LowerOf(LowerOf(red, green), blue);
+    const float span = highest - lowest;
+    const float sum = highest + lowest;
+    const int32_t lightness = static_cast<int32_t>((sum + 1.0f) * 0.5f);
+    // Both numerators are 0 where a divisor would be; 1 stands in for it there.
+    const float reach = sum + (sum >= 255.0f ? 511.0f - 2.0f * sum : 0.0f);  // from a lightness of 128 on
+    const int32_t saturation = static_cast<int32_t>(span * 255.0f / (reach + (reach == 0.0f ? 1.0f : 0.0f)));
     // Red goes before green where both are highest.
-    const bool redFirst = red == highest;
-    const bool greenFirst = green == highest;
-    const int32_t difference = redFirst ? green - blue : greenFirst ? blue - red : red - green;
-    const int32_t sector = redFirst ? 0 : greenFirst ? 120 : 240;
-    const int32_t angle = SmallQuotient(difference * 60, span > 1 ? span : 1) + sector;
-    return {angle < 0 ? angle + 360 : angle, saturation, lightness};
+    const float notRed = green == highest ? blue - red : red - green;
+    const float difference = red == highest ? green - blue : notRed;
+    const float notRedSector = 240.0f - (green == highest ? 120.0f : 0.0f);
+    const float sector = red == highest ? 0.0f : notRedSector;
+    const float angle = WholePart(difference * 60.0f / (span + (span == 0.0f ? 1.0f : 0.0f))) + sector;
+    return {static_cast<int32_t>(angle + (angle < 0.0f ? 360.0f : 0.0f)), saturation, lightness};
 }
 
-// One channel of HslToRgb; `angle` 0..359.
-constexpr int32_t HslChannel(int32_t low, int32_t high, int32_t angle) {
-    const int32_t upward = angle < 60 ? angle : 240 - angle;
-    const int32_t slope = angle >= 60 && angle < 180 ? 60 : angle >= 240 ? 0 : upward;
-    // * 17477 >> 20 is / 60 for every product up to 256 * 60.
-    return low + ((high - low) * slope * 17477 >> 20);
+// One channel of HslToRgb: `rise` held in 0..60, as sixtieths of the way up from the lowest channel.
+inline int32_t HslChannel(float low, float span, float rise) {
+    const float twiceHeld = std::abs(rise) - std::abs(rise - 60.0f) + 60.0f;
+    // The one keeps whole quotients whole.
+    return static_cast<int32_t>(low + (span * twiceHeld + 1.0f) * (1.0f / 120.0f));
 }
 
 // hue 0..359, saturation and lightness 0..255. Channels are 0..256: a light colour of full saturation passes
 // 255 by one, and what becomes of that is the caller's.
-constexpr IntegerRgb HslToRgb(const IntegerHsl& color) {
-    const int32_t share = color.saturation * color.lightness >> 8;
-    const int32_t high = color.lightness + (color.lightness < 128 ? share : color.saturation - share);
-    const int32_t low = 2 * color.lightness - high;
-    const int32_t redAngle = color.hue + 120;
-    const int32_t blueAngle = color.hue + 240;
-    return {HslChannel(low, high, redAngle >= 360 ? redAngle - 360 : redAngle),
-            HslChannel(low, high, color.hue),
-            HslChannel(low, high, blueAngle >= 360 ? blueAngle - 360 : blueAngle)};
+inline IntegerRgb HslToRgb(const IntegerHsl& color) {
+    const float hue = static_cast<float>(color.hue);
+    const float saturation = static_cast<float>(color.saturation);
+    const float lightness = static_cast<float>(color.lightness);
+    const float share = WholePart(saturation * lightness * (1.0f / 256.0f));
+    const float half = share + (lightness >= 128.0f ? saturation - 2.0f * share : 0.0f);
+    const float low = lightness - half;
+    // Each channel falls off over 60 degrees beyond 60 degrees from its own hue: 0, 120 and 240.
+    return {HslChannel(low, 2.0f * half, std::abs(hue - 180.0f) - 60.0f),
+            HslChannel(low, 2.0f * half, 120.0f - std::abs(hue - 120.0f)),
+            HslChannel(low, 2.0f * half, 120.0f - std::abs(hue - 240.0f))};
 }
 
 }  // namespace tessary

@@ -46,8 +46,8 @@ void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     if (!layer.image) return;
     DrawEffectsBelow(document, layer, area);
     if (DrawPixels(document, layer, area)) DrawEffectsAbove(document, layer, area);
-    // A buffer of document size that was made for an adjustment is not kept: a file of a few kilobytes can hold
-    // thousands of adjustments. The next render makes it again.
+    // A buffer of document size that was made for an adjustment is not kept: a file of a few kilobytes can
+    // hold thousands of adjustments. The next render makes it again.
     if (!hasOwnPixels) layer.image.Reset();
 }
 

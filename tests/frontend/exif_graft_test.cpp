@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <vector>
 
 namespace tessary::test {
@@ -44,8 +43,9 @@ TEST(ExifGraft, TurnsTheFirstSoftwareEntryIntoTheXmpEntry) {
     for (const bool big : {true, false}) {
         const Bytes exif = Exif(big, 3, {271, 305, 305});
         ASSERT_EQ(exif.size(), 46u);
-        Bytes want = exif;
-        std::ranges::copy(entries[big ? 0 : 1], want.begin() + 22);
+        Bytes want(exif.begin(), exif.begin() + 22);
+        for (const uint8_t byte : entries[big ? 0 : 1]) want.push_back(byte);
+        want.insert(want.end(), exif.begin() + 34, exif.end());
         want.insert(want.end(), {'x', 'm', 'p'});
         EXPECT_EQ(Graft(exif, {'x', 'm', 'p'}), want);
         EXPECT_EQ(Graft(exif, {'x', 'm', 'p', 0}), want) << "the packet's closing zero does not count";

@@ -92,91 +92,72 @@ uint32_t PlainRender(const PsdDocument& document, int64_t x, int64_t y) {
     return canvas;
 }
 
+// A document whose layers have some of everything, extreme rectangles included.
 class RandomDocument {
 public:
-    explicit RandomDocument(uint32_t seed, uint32_t width, uint32_t height) : m_random(seed) {
+    RandomDocument(uint32_t seed, uint32_t width, uint32_t height) : m_random(seed) {
         document.width = width;
         document.height = height;
         document.colorMode = Below(5) == 0 ? kColorCmyk : kColorRgb;
         document.layers = AllocateZeroed<PsdLayer>({2 + Below(6)});
-        const size_t count = document.layers.count();
-        for (size_t i = 0; i < count; ++i) FillLayer(document.layers[i], i);
+        for (PsdLayer& layer : document.layers.span()) FillLayer(layer);
     }
     PsdDocument document;
 
 private:
     uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(m_random()) % limit; }
     bool Sometimes() { return Below(4) == 0; }
+    uint8_t Byte() { return Below(3) ? 255 : static_cast<uint8_t>(Below(2) * Below(256)); }
     int32_t Near(uint32_t size) { return static_cast<int32_t>(Below(size + 8)) - 4; }
-    uint8_t Byte() {
-        return Sometimes() ? 0 : Sometimes() ? 128 : static_cast<uint8_t>(255 - Below(256) % 99);
-    }
-    uint16_t Point(bool high) {
-        const uint32_t value = Sometimes() ? Below(0x8000) : 0;
-        return static_cast<uint16_t>(high ? 0xFFFF - value / 2 : value / 2);
-    }
-    PsdBlendRange Range() { return {Point(false), Point(true)}; }
     Rect Bounds() {
         const int32_t left = Near(document.width), top = Near(document.height);
         return {left, top, left + Near(document.width), top + Near(document.height)};
     }
-    uint32_t Pixel() {
-        const uint32_t alpha = Sometimes() ? 0 : Sometimes() ? Below(256) : 255;
-        return alpha << 24 | (static_cast<uint32_t>(m_random()) & 0xFFFFFF);
+    PsdBlendRange Range() {
+        const uint32_t black = Below(2) * Below(0x3000), white = 0xFFFF - Below(2) * Below(0x3000);
+        return {static_cast<uint16_t>(black), static_cast<uint16_t>(white)};
+    }
+    template <class T>
+    Owned<T> Allocate(const Rect& rect) {
+        if (rect.IsEmpty()) return {};
+        return AllocateZeroed<T>({static_cast<uint64_t>(rect.Width()), static_cast<uint64_t>(rect.Height())});
     }
 
-    void FillLayer(PsdLayer& layer, size_t index) {
-        if (Sometimes())
-            layer.bounds = {0, 0, static_cast<int32_t>(document.width),
-                            static_cast<int32_t>(document.height)};
-        else
-            layer.bounds = Bounds();
+    void FillLayer(PsdLayer& layer) {
+        layer.bounds = Sometimes() ? Rect{-1, 0, 2000, 20} : Bounds();
         layer.width = WrapSubtract(layer.bounds.right, layer.bounds.left);
         layer.height = WrapSubtract(layer.bounds.bottom, layer.bounds.top);
+        layer.image = Allocate<uint32_t>(layer.bounds);
+        for (uint32_t& pixel : layer.image.span())
+            pixel = PackPixel(Byte(), Below(256), Below(256), Below(256));
         layer.blendMode = Sometimes() ? kBlendNormal : static_cast<PsdBlendMode>(Below(24));
         layer.visible = Below(10) != 0;
-        layer.opacity = Below(2) ? 255 : Byte();
-        layer.fillOpacity = Below(2) ? 255 : Byte();
+        layer.opacity = Byte();
+        layer.fillOpacity = Byte();
         layer.clipping = Sometimes();
         layer.hasSectionBlendMode = Sometimes();
-        layer.sectionBlendMode = Sometimes() ? kBlendPassThrough : static_cast<PsdBlendMode>(Below(23));
-        if (Below(3) == 0)
+        layer.sectionBlendMode = static_cast<PsdBlendMode>(Sometimes() ? kBlendPassThrough : Below(23));
+        if (Sometimes())
             layer.parent = &document.layers[Below(static_cast<uint32_t>(document.layers.count()))];
-        if (layer.width > 0 && layer.height > 0 && (index == 0 || Below(8) != 0)) {
-            layer.image = AllocateZeroed<uint32_t>(
-                {static_cast<uint64_t>(layer.width), static_cast<uint64_t>(layer.height)});
-            for (uint32_t& pixel : layer.image.span()) pixel = Pixel();
-        }
-        FillMask(layer.mask);
+        const Rect masks[] = {
+            {kLowest, kLowest, kHighest, kHighest}, {kHighest - 2, 0, kHighest, 2}, Bounds()};
+        const uint32_t which = Below(4);
+        layer.mask.bounds = masks[std::min(which, 2u)];
+        layer.mask.disabled = Below(2) == 0;
+        layer.mask.defaultColor = Below(2) ? 0 : 255;
+        if (which != 0) layer.mask.data = Allocate<uint8_t>(layer.mask.bounds);  // nothing can fill the first
+        for (uint8_t& byte : layer.mask.data.span()) byte = Byte();
         if (!Sometimes()) return;
         if (Below(2)) layer.grayRanges = {Range(), Range()};
         if (Below(20) == 0) layer.grayRanges.source = {0x8040, 0x8040};
-        if (Below(2)) {
-            layer.channelRanges = AllocateZeroed<PsdBlendRanges>({1 + Below(5)});
-            for (PsdBlendRanges& range : layer.channelRanges.span()) range = {Range(), Range()};
-        }
+        layer.channelRanges = AllocateZeroed<PsdBlendRanges>({1 + Below(5)});
+        for (PsdBlendRanges& range : layer.channelRanges.span()) range = {Range(), Range()};
         layer.advancedBlending = Sometimes();
         layer.channels = AllocateZeroed<PsdChannelInfo>({4});
-        const int16_t ids[] = {-1, 0, 1, 2};
-        for (size_t i = 0; i < 4; ++i) {
-            layer.channels[i].id = ids[i];
-            layer.channels[i].excluded = Below(3) == 0;
+        for (int16_t i = 0; i < 4; ++i) {
+            layer.channels[static_cast<size_t>(i)].id = static_cast<int16_t>(i - 1);
+            layer.channels[static_cast<size_t>(i)].excluded = Below(3) == 0;
         }
-    }
-
-    void FillMask(PsdLayerMask& mask) {
-        mask.disabled = Below(2) == 0;
-        mask.defaultColor = Below(2) ? 0 : 255;
-        switch (Below(5)) {
-        case 0: mask.bounds = {kLowest, kLowest, kHighest, kHighest}; return;  // no data can fill this
-        case 1: mask.bounds = {kLowest, kLowest, kLowest + 3, kHighest}; return;
-        case 2: mask.bounds = {kHighest - 2, 0, kHighest, 2}; break;
-        default: mask.bounds = Bounds();
-        }
-        if (mask.bounds.IsEmpty()) return;
-        mask.data = AllocateZeroed<uint8_t>(
-            {static_cast<uint64_t>(mask.bounds.Width()), static_cast<uint64_t>(mask.bounds.Height())});
-        for (uint8_t& byte : mask.data.span()) byte = Byte();
     }
 
     std::mt19937 m_random;

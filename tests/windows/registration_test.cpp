@@ -1,12 +1,14 @@
 #include "frontend/registration.h"
 
 #include <gtest/gtest.h>
+#include <process.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -100,6 +102,8 @@ Lines Snapshot() {
     return lines;
 }
 
+const Text kClassKey = L"Classes\\CLSID\\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}";
+
 const wchar_t* const kWatched[] = {
     L"Classes\\CLSID\\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}",
     L"Classes\\CLSID\\{7ED96837-96F0-4812-B211-F13C24117ED3}",
@@ -120,149 +124,140 @@ Lines QuickSnapshot() {
     return lines;
 }
 
-// What the scripts should write. `scripts` holds the last digits of those that do; '*' in a path stands for
-// both extensions, '#' for the extension and the file association of both. A row without data is a key.
-struct ExpectedRow {
-    const wchar_t *scripts, *path, *name, *data;
-};
-#define CLASS_KEY L"Classes\\CLSID\\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}"
-#define INSTANCE_KEY L"Classes\\CLSID\\{7ED96837-96F0-4812-B211-F13C24117ED3}\\Instance"
-#define VERSION_KEY L"Microsoft\\Windows\\CurrentVersion"
-#define ASSOCIATION L"Classes\\SystemFileAssociations\\*"
-#define RUNDLL L"e %SystemRoot%\\System32\\rundll32.exe \"%ProgramFiles%\\Windows Photo "
-constexpr wchar_t kAll[] = L"123456";
-constexpr ExpectedRow kExpected[] = {
-    {kAll, CLASS_KEY, L"", L"s Photoshop Document Decoder (Lumivue Codec Pack)"},
-    {kAll, CLASS_KEY, L"Author", L"s Korvane"},
-    {kAll, CLASS_KEY, L"ColorManagementVersion", L"s 1.0.0.0"},
-    {kAll, CLASS_KEY, L"ContainerFormat", L"s {9B2C4F61-0E3A-4D57-8C1B-6F4A2E9D3B85}"},
-    {kAll, CLASS_KEY, L"Date", L"s 2014-01-15"},
-    {kAll, CLASS_KEY, L"Description", L"s Photoshop Document Decoder"},
-    {kAll, CLASS_KEY, L"FileExtensions", L"s .psd,.pdd"},
-    {kAll, CLASS_KEY, L"FriendlyName", L"s Photoshop Document Decoder (Lumivue Codec Pack)"},
-    {kAll, CLASS_KEY, L"MimeTypes",
-     L"s image/vnd.adobe.photoshop,image/photoshop,image/psd,image/x-photoshop"},
-    {kAll, CLASS_KEY, L"SpecVersion", L"s 1.0.0.0"},
-    {kAll, CLASS_KEY, L"SupportAnimation", L"d 0"},
-    {kAll, CLASS_KEY, L"SupportChromakey", L"d 0"},
-    {kAll, CLASS_KEY, L"SupportLossless", L"d 1"},
-    {kAll, CLASS_KEY, L"SupportMultiframe", L"d 0"},
-    {kAll, CLASS_KEY, L"Vendor", L"s {E14B7A39-52C6-4F0D-9A81-3C7E5B2D4F60}"},
-    {kAll, CLASS_KEY, L"Version", L"s 3.6.0.90"},
-    {kAll, CLASS_KEY, L"ArbitrationPriority", L"d 0"},
-    {kAll, CLASS_KEY L"\\Patterns\\0", L"Length", L"d 14"},
-    {kAll, CLASS_KEY L"\\Patterns\\0", L"Mask", L"b ffffffffffff000000000000ffc0"},
-    {kAll, CLASS_KEY L"\\Patterns\\0", L"Pattern", L"b 3842505300010000000000000000"},
-    {kAll, CLASS_KEY L"\\Patterns\\0", L"Position", L"d 0"},
-    {kAll, CLASS_KEY L"\\Formats\\{6FDDC324-4E03-4BFE-B185-3D77768DC90F}", nullptr, nullptr},
-    {kAll, CLASS_KEY L"\\InprocServer32", L"", L"s MODULE"},
-    {kAll, CLASS_KEY L"\\InprocServer32", L"ThreadingModel", L"s both"},
-    {kAll, INSTANCE_KEY L"\\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}", L"CLSID",
-     L"s {3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}"},
-    {kAll, INSTANCE_KEY L"\\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}", L"FriendlyName",
-     L"s Photoshop Document Decoder (Lumivue Codec Pack)"},
-    {kAll, L"Classes\\*", L"", L"s Photoshop.Image"},
-    {kAll, L"Classes\\*", L"Content Type", L"s image/vnd.adobe.photoshop"},
-    {kAll, L"Classes\\*", L"PerceivedType", L"s image"},
-    {kAll, L"Classes\\*\\OpenWithProgids", L"Photoshop.Image", L"s "},
-    {L"36", L"#\\OpenWithList\\ehshell.exe", nullptr, nullptr},
-    {kAll, L"#\\OpenWithList\\Lumivue.exe", nullptr, nullptr},
-    {kAll, L"#\\OpenWithList\\PhotoViewer.dll", nullptr, nullptr},
-    {kAll, L"#\\ShellEx\\{E357FCCD-A995-4576-B01F-234630154E96}", L"",
-     L"s {C7657C4A-9F68-40FA-A4DF-96BC08EB3551}"},
-    {kAll, L"#\\ShellEx\\{BB2E617C-0920-11D1-9A0B-00C04FC2D6C1}", L"",
-     L"s {3F30C968-480A-4C6C-862D-EFC0897BB84B}"},
-    {kAll, L"#\\ShellEx\\ContextMenuHandlers\\ShellImagePreview", L"",
-     L"s {FFE2A43C-56B9-4BF5-9A79-CC6D4285608A}"},
-    {kAll, ASSOCIATION, L"PreviewDetails", L"s #8250cff3267764c3"},
-    {kAll, ASSOCIATION, L"FullDetails", L"s #580040f172c79914"},
-    {kAll, ASSOCIATION, L"InfoTip", L"s #ba1907d98b867576"},
-    {kAll, ASSOCIATION, L"ExtendedTileInfo",
-     L"s prop:System.ItemType;System.Size;System.DateModified;System.Photo.DateTaken;System.Image.Dimensions;"
-     L"System.OfflineAvailability"},
-    {kAll, ASSOCIATION, L"SetDefaultsFor",
-     L"s prop:System.Author;System.Document.DateCreated;System.Photo.DateTaken"},
-    {L"36", ASSOCIATION L"\\Shell\\SetDesktopWallpaper", L"",
-     L"e @%SystemRoot%\\system32\\stobject.dll,-417"},
-    {L"36", ASSOCIATION L"\\Shell\\SetDesktopWallpaper", L"MultiSelectModel", L"s Player"},
-    {L"36", ASSOCIATION L"\\Shell\\SetDesktopWallpaper", L"NeverDefault", L"s "},
-    {L"36", ASSOCIATION L"\\Shell\\SetDesktopWallpaper", L"SuppressionSlapiPolicy",
-     L"s ChangeDesktopBackground-Enabled"},
-    {L"36", ASSOCIATION L"\\Shell\\SetDesktopWallpaper\\Command", L"", L"e %SystemRoot%\\Explorer.exe"},
-    {L"36", ASSOCIATION L"\\Shell\\SetDesktopWallpaper\\Command", L"DelegateExecute",
-     L"s {FF609CC7-D34D-4049-A1AA-2293517FFCC6}"},
-    {kAll, L"Classes\\Applications\\Lumivue.exe\\SupportedTypes", L".psd", L"s "},
-    {kAll, L"Classes\\Applications\\Lumivue.exe\\SupportedTypes", L".pdd", L"s "},
-    {kAll, VERSION_KEY L"\\PhotoPropertyHandler\\ContainerAssociations",
-     L"{9B2C4F61-0E3A-4D57-8C1B-6F4A2E9D3B85}", L"s {163BCC30-E2E9-4F0B-961D-A3E9FDB788A3}"},
-    {kAll, VERSION_KEY L"\\PropertySystem\\PropertyHandlers\\*", L"",
-     L"s {A38B883C-1682-497E-97B0-0A3A9E801682}"},
-    {kAll, L"Velmar\\Lumivue\\Capabilities\\FileAssociations", L".psd", L"s Photoshop.Image"},
-    {kAll, L"Velmar\\Lumivue\\Capabilities\\FileAssociations", L".pdd", L"s Photoshop.Image"},
-    {L"456", L"Classes\\Photoshop.Image", L"", L"s Adobe Photoshop Image"},
-    {L"4", L"Classes\\Photoshop.Image\\DefaultIcon", L"", L"s shimgvw.dll,3"},
-    {L"56", L"Classes\\Photoshop.Image\\DefaultIcon", L"", L"e %SystemRoot%\\System32\\imageres.dll,-72"},
-    {L"45", L"Classes\\Photoshop.Image\\shell\\open", L"MuiVerb",
-     L"e @%ProgramFiles%\\Windows Photo Gallery\\PhotoViewer.dll,-3043"},
-    {L"6", L"Classes\\Photoshop.Image\\shell\\open", L"MuiVerb",
-     L"e @%ProgramFiles%\\Windows Photo Viewer\\PhotoViewer.dll,-3043"},
-    {L"45", L"Classes\\Photoshop.Image\\shell\\open\\command", L"",
-     RUNDLL L"Gallery\\PhotoViewer.dll\", ImageView_Fullscreen %1"},
-    {L"6", L"Classes\\Photoshop.Image\\shell\\open\\command", L"",
-     RUNDLL L"Viewer\\PhotoViewer.dll\", ImageView_Fullscreen %1"},
-    {L"456", L"Classes\\Photoshop.Image\\shell\\open\\DropTarget", L"CLSID",
-     L"s {FFE2A43C-56B9-4BF5-9A79-CC6D4285608A}"},
-    {L"45", L"Classes\\Photoshop.Image\\shell\\printto\\command", L"",
-     RUNDLL L"Gallery\\PhotoViewer.dll\", ImageView_PrintTo /pt \"%1\" \"%2\" \"%3\" \"%4\""},
-    {L"6", L"Classes\\Photoshop.Image\\shell\\printto\\command", L"",
-     L"e %SystemRoot%\\System32\\rundll32.exe \"%SystemRoot%\\System32\\shimgvw.dll\", ImageView_PrintTo /pt "
-     L"\"%1\" "
-     L"\"%2\" \"%3\" \"%4\""},
-};
+// What the scripts should write: the last digits of those that do and a key, then its values. '*' in a key
+// stands for both extensions, '#' for the extension and the file association of both.
+constexpr wchar_t kExpected[] = LR"(
+123456 Classes\CLSID\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}
+|=s Photoshop Document Decoder (Lumivue Codec Pack)
+|Author=s Korvane
+|ColorManagementVersion=s 1.0.0.0
+|ContainerFormat=s {9B2C4F61-0E3A-4D57-8C1B-6F4A2E9D3B85}
+|Date=s 2014-01-15
+|Description=s Photoshop Document Decoder
+|FileExtensions=s .psd,.pdd
+|FriendlyName=s Photoshop Document Decoder (Lumivue Codec Pack)
+|MimeTypes=s image/vnd.adobe.photoshop,image/photoshop,image/psd,image/x-photoshop
+|SpecVersion=s 1.0.0.0
+|SupportAnimation=d 0
+|SupportChromakey=d 0
+|SupportLossless=d 1
+|SupportMultiframe=d 0
+|Vendor=s {E14B7A39-52C6-4F0D-9A81-3C7E5B2D4F60}
+|Version=s 3.6.0.90
+|ArbitrationPriority=d 0
+123456 Classes\CLSID\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}\Patterns\0
+|Length=d 14
+|Mask=b ffffffffffff000000000000ffc0
+|Pattern=b 3842505300010000000000000000
+|Position=d 0
+123456 Classes\CLSID\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}\Formats\{6FDDC324-4E03-4BFE-B185-3D77768DC90F}
+123456 Classes\CLSID\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}\InprocServer32
+|=s MODULE
+|ThreadingModel=s both
+123456 Classes\CLSID\{7ED96837-96F0-4812-B211-F13C24117ED3}\Instance\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}
+|CLSID=s {3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}
+|FriendlyName=s Photoshop Document Decoder (Lumivue Codec Pack)
+123456 Classes\*
+|=s Photoshop.Image
+|Content Type=s image/vnd.adobe.photoshop
+|PerceivedType=s image
+123456 Classes\*\OpenWithProgids
+|Photoshop.Image=s 
+36 #\OpenWithList\ehshell.exe
+123456 #\OpenWithList\Lumivue.exe
+123456 #\OpenWithList\PhotoViewer.dll
+123456 #\ShellEx\{E357FCCD-A995-4576-B01F-234630154E96}
+|=s {C7657C4A-9F68-40FA-A4DF-96BC08EB3551}
+123456 #\ShellEx\{BB2E617C-0920-11D1-9A0B-00C04FC2D6C1}
+|=s {3F30C968-480A-4C6C-862D-EFC0897BB84B}
+123456 #\ShellEx\ContextMenuHandlers\ShellImagePreview
+|=s {FFE2A43C-56B9-4BF5-9A79-CC6D4285608A}
+123456 Classes\SystemFileAssociations\*
+|PreviewDetails=s #8250cff3267764c3
+|FullDetails=s #580040f172c79914
+|InfoTip=s #ba1907d98b867576
+|ExtendedTileInfo=s prop:System.ItemType;System.Size;System.DateModified;System.Photo.DateTaken;System.Image.Dimensions;System.OfflineAvailability
+|SetDefaultsFor=s prop:System.Author;System.Document.DateCreated;System.Photo.DateTaken
+36 Classes\SystemFileAssociations\*\Shell\SetDesktopWallpaper
+|=e @%SystemRoot%\system32\stobject.dll,-417
+|MultiSelectModel=s Player
+|NeverDefault=s 
+|SuppressionSlapiPolicy=s ChangeDesktopBackground-Enabled
+36 Classes\SystemFileAssociations\*\Shell\SetDesktopWallpaper\Command
+|=e %SystemRoot%\Explorer.exe
+|DelegateExecute=s {FF609CC7-D34D-4049-A1AA-2293517FFCC6}
+123456 Classes\Applications\Lumivue.exe\SupportedTypes
+|.psd=s 
+|.pdd=s 
+123456 Microsoft\Windows\CurrentVersion\PhotoPropertyHandler\ContainerAssociations
+|{9B2C4F61-0E3A-4D57-8C1B-6F4A2E9D3B85}=s {163BCC30-E2E9-4F0B-961D-A3E9FDB788A3}
+123456 Microsoft\Windows\CurrentVersion\PropertySystem\PropertyHandlers\*
+|=s {A38B883C-1682-497E-97B0-0A3A9E801682}
+123456 Velmar\Lumivue\Capabilities\FileAssociations
+|.psd=s Photoshop.Image
+|.pdd=s Photoshop.Image
+456 Classes\Photoshop.Image
+|=s Adobe Photoshop Image
+4 Classes\Photoshop.Image\DefaultIcon
+|=s shimgvw.dll,3
+56 Classes\Photoshop.Image\DefaultIcon
+|=e %SystemRoot%\System32\imageres.dll,-72
+45 Classes\Photoshop.Image\shell\open
+|MuiVerb=e @%ProgramFiles%\Windows Photo Gallery\PhotoViewer.dll,-3043
+6 Classes\Photoshop.Image\shell\open
+|MuiVerb=e @%ProgramFiles%\Windows Photo Viewer\PhotoViewer.dll,-3043
+45 Classes\Photoshop.Image\shell\open\command
+|=e %SystemRoot%\System32\rundll32.exe "%ProgramFiles%\Windows Photo Gallery\PhotoViewer.dll", ImageView_Fullscreen %1
+6 Classes\Photoshop.Image\shell\open\command
+|=e %SystemRoot%\System32\rundll32.exe "%ProgramFiles%\Windows Photo Viewer\PhotoViewer.dll", ImageView_Fullscreen %1
+456 Classes\Photoshop.Image\shell\open\DropTarget
+|CLSID=s {FFE2A43C-56B9-4BF5-9A79-CC6D4285608A}
+45 Classes\Photoshop.Image\shell\printto\command
+|=e %SystemRoot%\System32\rundll32.exe "%ProgramFiles%\Windows Photo Gallery\PhotoViewer.dll", ImageView_PrintTo /pt "%1" "%2" "%3" "%4"
+6 Classes\Photoshop.Image\shell\printto\command
+|=e %SystemRoot%\System32\rundll32.exe "%SystemRoot%\System32\shimgvw.dll", ImageView_PrintTo /pt "%1" "%2" "%3" "%4"
+)";
 
 // Keys that removal leaves.
-constexpr ExpectedRow kKept[] = {
-    {kAll, L"Classes", nullptr, nullptr},
-    {kAll, L"Classes\\CLSID", nullptr, nullptr},
-    {kAll, INSTANCE_KEY, nullptr, nullptr},
-    {kAll, L"Classes\\*", nullptr, nullptr},
-    {kAll, L"Classes\\SystemFileAssociations", nullptr, nullptr},
-    {kAll, L"Classes\\Applications\\Lumivue.exe", nullptr, nullptr},
-    {L"456", L"Classes\\Photoshop.Image", nullptr, nullptr},
-    {kAll, VERSION_KEY L"\\PhotoPropertyHandler\\ContainerAssociations", nullptr, nullptr},
-    {kAll, VERSION_KEY L"\\PropertySystem\\PropertyHandlers", nullptr, nullptr},
-};
+constexpr wchar_t kKept[] = LR"(
+123456 Classes\CLSID\{7ED96837-96F0-4812-B211-F13C24117ED3}\Instance
+123456 Classes\*
+123456 Classes\SystemFileAssociations
+123456 Classes\Applications\Lumivue.exe
+456 Classes\Photoshop.Image
+123456 Microsoft\Windows\CurrentVersion\PhotoPropertyHandler\ContainerAssociations
+123456 Microsoft\Windows\CurrentVersion\PropertySystem\PropertyHandlers
+)";
 
-void AddExpected(Text path, const ExpectedRow& row, const Text& module, Lines& lines) {
-    if (path[0] == L'#') {
-        AddExpected(L"Classes\\*" + path.substr(1), row, module, lines);
-        AddExpected(ASSOCIATION + path.substr(1), row, module, lines);
-        return;
+// The rows of a table for one script, as a snapshot shows them: a key with all the keys above it, and its
+// values.
+Lines Expected(const wchar_t* table, int script, bool perUser, const Text& module = {}) {
+    Lines lines;
+    std::wistringstream rows(table);
+    std::vector<Text> keys;
+    for (Text row; std::getline(rows, row);) {
+        const size_t space = row.find(L' ');
+        if (row.empty()) continue;
+        if (row[0] != L'|') {
+            keys.clear();
+            if (row.substr(0, space).find(static_cast<wchar_t>(L'0' + script % 10)) == Text::npos) continue;
+            for (const wchar_t* place : {L"Classes\\*", L"Classes\\SystemFileAssociations\\*"}) {
+                for (const wchar_t* extension : {L".psd", L".pdd"}) {
+                    Text key = row.substr(space + 1);
+                    if (key[0] == L'#') key.replace(0, 1, place);
+                    if (const size_t star = key.find(L'*'); star != key.npos) key.replace(star, 1, extension);
+                    keys.push_back((perUser && key.starts_with(L"Classes") ? L"U\\" : L"M\\") + key);
+                }
+            }
+        }
+        for (const Text& key : keys) {
+            for (size_t end = 1; end != Text::npos; end = key.find(L'\\', end + 1))
+                lines.insert(key.substr(0, end));
+            lines.insert(key);
+            if (row[0] == L'|') lines.insert(key + (row == L"|=s MODULE" ? L"|=s " + module : row));
+        }
     }
-    if (const size_t star = path.find(L'*'); star != path.npos) {
-        AddExpected(Text(path).replace(star, 1, L".psd"), row, module, lines);
-        AddExpected(Text(path).replace(star, 1, L".pdd"), row, module, lines);
-        return;
-    }
-    for (size_t i = 0; i <= path.size(); ++i) {
-        if (i == path.size() || path[i] == L'\\') lines.insert(path.substr(0, i));
-    }
-    if (!row.data) return;
-    const Text data = row.data == Text(L"s MODULE") ? L"s " + module : row.data;
-    lines.insert(path + L"|" + row.name + L"=" + data);
-}
-
-template <size_t count>
-Lines Expected(const ExpectedRow (&rows)[count], int script, bool perUser, const Text& module = {}) {
-    Lines lines, placed;
-    for (const ExpectedRow& row : rows) {
-        const wchar_t digit = static_cast<wchar_t>(L'0' + script % 10);
-        if (Text(row.scripts).find(digit) != Text::npos) AddExpected(row.path, row, module, lines);
-    }
-    for (const Text& line : lines) {
-        placed.insert((perUser && line.starts_with(L"Classes") ? L"U\\" : L"M\\") + line);
-    }
-    return placed;
+    return lines;
 }
 
 Text WindowsPath(const char* path) {
@@ -283,21 +278,11 @@ Text Script(int number) {
     return script;
 }
 
-DWORD RegSvr32(const Text& options, const Text& dll = DllPath()) {
-    Text command = L"regsvr32.exe /s " + options + L" \"" + dll + L"\"";
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &process)) {
-        return ~0u;
-    }
-    DWORD code = ~0u;
-    WaitForSingleObject(process.hProcess, INFINITE);
-    GetExitCodeProcess(process.hProcess, &code);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-    return code;
+// Its exit status. Each call is a process and a module of its own, as in life.
+intptr_t RegSvr32(const Text& options, const Text& dll = DllPath()) {
+    const Text quoted = L"\"" + dll + L"\"";
+    return _wspawnlp(_P_WAIT, L"regsvr32.exe", L"regsvr32.exe", L"/s", options.c_str(), quoted.c_str(),
+                     nullptr);
 }
 
 // Starts and ends without any trace of the codec in the registry.
@@ -386,14 +371,14 @@ TEST_F(Registration, RemovalLeavesWhatOthersWrote) {
     }
     SetText(L"Classes\\.psd", nullptr, L"Other.Image");
     SetText(L"Classes\\.psd\\OpenWithProgids", L"Other.Image", L"");
-    SetText(CLASS_KEY L"\\Foreign", L"x", L"y");
+    SetText(kClassKey + L"\\Foreign", L"x", L"y");
     ASSERT_EQ(RemoveScript(script, L"C:\\A\\B\\Tessary.dll", false), S_OK);
     const Lines left = QuickSnapshot();
     EXPECT_TRUE(left.contains(L"M\\Classes\\.psd|=s Other.Image"));
     EXPECT_TRUE(left.contains(L"M\\Classes\\.psd\\OpenWithProgids|Other.Image=s "));
     EXPECT_FALSE(left.contains(L"M\\Classes\\.psd|PerceivedType=s image"));
     EXPECT_FALSE(left.contains(L"M\\Classes\\.pdd|=s Photoshop.Image"));
-    EXPECT_FALSE(left.contains(L"M\\" CLASS_KEY L"\\Foreign"));
+    EXPECT_FALSE(left.contains(L"M\\" + kClassKey + L"\\Foreign"));
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"Software\\Classes\\.psd");
 }
 
@@ -406,7 +391,7 @@ TEST_F(Registration, FailureAnywhereLeavesTheRegistryAsItWas) {
             ASSERT_EQ(InstallScript(Script(103), L"C:\\Old\\AMD64\\Tessary.dll", false, journal), S_OK);
             journal.Keep();
             SetText(L"Classes\\.psd", nullptr, L"Other.Image");
-            SetText(CLASS_KEY L"\\Foreign\\Deep", L"x", L"y");
+            SetText(kClassKey + L"\\Foreign\\Deep", L"x", L"y");
         }
         const Lines before = QuickSnapshot();
         int failures = 0;
@@ -481,7 +466,6 @@ TEST_F(Registration, ReplacesTheFolderOfTheServerByTheArchitecture) {
     EXPECT_EQ(RewriteServerPath(HKEY_LOCAL_MACHINE, path, journal), unset);
 }
 
-// Each call is a process and a module of its own, as in life.
 TEST_F(Registration, RegSvr32RegistersForMachineAndUser) {
     const Text folder = WindowsPath(TESSARY_DLL_DIR);
     const Text rewritten = L"\\InprocServer32|=e " + folder.substr(0, folder.rfind(L'\\')) +
@@ -498,14 +482,14 @@ TEST_F(Registration, RegSvr32RegistersForMachineAndUser) {
     const Lines before = Snapshot();
     for (const auto& test : cases) {
         SCOPED_TRACE(Utf8(test.install));
-        EXPECT_EQ(RegSvr32(test.install), 0u);
+        EXPECT_EQ(RegSvr32(test.install), 0);
         const Lines registered = Snapshot(), added = Minus(registered, before);
-        EXPECT_TRUE(added.contains((test.perUser ? L"U\\" CLASS_KEY : L"M\\" CLASS_KEY) + rewritten));
+        EXPECT_TRUE(added.contains((test.perUser ? L"U\\" : L"M\\") + kClassKey + rewritten));
         Lines expected = Expected(kExpected, 106, test.perUser);
         std::erase_if(expected, [](const Text& line) { return line.ends_with(L"InprocServer32|=s "); });
         EXPECT_EQ(Join(Minus(expected, registered)), "");
         EXPECT_EQ(Minus(added, expected).size(), 1u) << Join(Minus(added, expected));
-        EXPECT_EQ(RegSvr32(test.remove), 0u);
+        EXPECT_EQ(RegSvr32(test.remove), 0);
         const Lines kept = Minus(Expected(kKept, 106, test.perUser), before);
         EXPECT_EQ(Join(Minus(Snapshot(), before)), Join(kept));
         Clean();
@@ -527,11 +511,11 @@ TEST_F(Registration, RegSvr32RegistersForMachineAndUser) {
     HKEY key = nullptr;
     RegCreateKeyW(HKEY_CLASSES_ROOT, L"Applications\\Photoshop.exe", &key);
     RegCloseKey(key);
-    EXPECT_EQ(RegSvr32(L""), 0u);
+    EXPECT_EQ(RegSvr32(L""), 0);
     const Lines registered = QuickSnapshot();
     EXPECT_TRUE(registered.contains(L"M\\Classes\\.pdd\\OpenWithList\\ehshell.exe"));
     EXPECT_FALSE(registered.contains(L"M\\Classes\\Photoshop.Image"));
-    EXPECT_EQ(RegSvr32(L"/u"), 0u);
+    EXPECT_EQ(RegSvr32(L"/u"), 0);
     RegDeleteTreeW(HKEY_CLASSES_ROOT, L"Applications\\Photoshop.exe");
 }
 
@@ -566,18 +550,18 @@ TEST_F(Registration, ImagingComponentFindsTheDecoder) {
     for (const Text& server : {DllPath(), dll}) {
         GUID container = {};
         EXPECT_EQ(OpenByName(document, container), WINCODEC_ERR_COMPONENTNOTFOUND);
-        EXPECT_EQ(RegSvr32(L"", server), 0u);
+        EXPECT_EQ(RegSvr32(L"", server), 0);
         EXPECT_EQ(OpenByName(document, container), S_OK) << Utf8(server);
         EXPECT_EQ(container.Data1, 0x9B2C4F61u);
-        EXPECT_EQ(RegSvr32(L"/u", server), 0u);
+        EXPECT_EQ(RegSvr32(L"/u", server), 0);
     }
     // No folder to replace: the registration fails, and fails whole.
     Clean();
     const Lines before = Snapshot();
     ASSERT_TRUE(CopyFileW(DllPath().c_str(), misplaced.c_str(), FALSE));
-    EXPECT_NE(RegSvr32(L"", misplaced), 0u);
+    EXPECT_NE(RegSvr32(L"", misplaced), 0);
     EXPECT_EQ(Join(Minus(Snapshot(), before)), "");
-    EXPECT_NE(RegSvr32(L"/n /i:user", misplaced), 0u);
+    EXPECT_NE(RegSvr32(L"/n /i:user", misplaced), 0);
     Clean();
     EXPECT_EQ(Join(Minus(Snapshot(), before)), "");
     CoFreeUnusedLibrariesEx(0, 0);
