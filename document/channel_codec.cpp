@@ -121,10 +121,12 @@ PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input,
     case kCompressionZipPrediction:
         result = Inflate(input, planes, produced);
         written = produced;
-        if (result != PsdReadResult::kOk || planes.empty() || compression == kCompressionZip) break;
-        UndoPrediction(planes.data(), shape.width, rows, shape.depth);
-        // Sums run on behind an early end; what the input did not reach stays zero.
-        std::fill(planes.begin() + static_cast<std::ptrdiff_t>(produced), planes.end(), uint8_t{0});
+        if (result == PsdReadResult::kOk && compression == kCompressionZipPrediction && produced != 0) {
+            const uint64_t reached = (produced + rowBytes - 1) / rowBytes;
+            UndoPrediction(planes.data(), shape.width, reached, shape.depth);
+            // Sums run on behind an early end; what the input did not reach stays zero.
+            std::memset(planes.data() + produced, 0, static_cast<size_t>(reached * rowBytes) - produced);
+        }
         break;
     default: return PsdReadResult::kBadCompression;
     }

@@ -30,6 +30,7 @@ struct Plane {
     size_t offset = 0;  // in the scratch buffer
     size_t bytes = 0;
     uint64_t filled = 0;  // bytes that came out of the channel's data
+    size_t dirty = 0;     // bytes behind which all are zero
 };
 
 struct LayerPlanes {
@@ -135,9 +136,7 @@ PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, 
                           LayerPixelState& state) {
     if (channel.dataLength > InputLeft(document)) return PsdReadResult::kShortRead;
     const bool wanted = plane && plane->bytes != 0;
-    uint8_t* const samples = wanted ? state.planes.get() + plane->offset : nullptr;
     if (channel.dataLength < 2) {
-        if (wanted) std::memset(samples, 0, plane->bytes);
         Skip(document, static_cast<int32_t>(channel.dataLength));
         return PsdReadResult::kOk;
     }
@@ -152,10 +151,13 @@ PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, 
     if (!CanFill(plane->bytes, length, expansion)) return PsdReadResult::kOutOfMemory;
     if (!Grow(state.input, length, kLeastInputBytes)) return PsdReadResult::kOutOfMemory;
     if (Read(document, state.input.get(), length) != length) return PsdReadResult::kShortRead;
-    std::memset(samples, 0, plane->bytes);
-    return DecodePlanes(compression, {state.input.get(), length},
-                        {.width = plane->width, .height = plane->height, .depth = document.depth},
-                        {samples, plane->bytes}, &plane->filled);
+    const PsdReadResult result =
+        DecodePlanes(compression, {state.input.get(), length},
+                     {.width = plane->width, .height = plane->height, .depth = document.depth},
+                     {state.planes.get() + plane->offset, plane->bytes}, &plane->filled);
+    // Packed rows may be short anywhere.
+    plane->dirty = compression == kCompressionPackBits ? plane->bytes : static_cast<size_t>(plane->filled);
+    return result;
 }
 
 PsdReadResult ConvertLayer(const PsdDocument& document, PsdLayer& layer, const LayerPlanes& planes,
@@ -218,10 +220,15 @@ PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, LayerPixel
     }
     if (!Claim(state, planes, document.depth)) return PsdReadResult::kOutOfMemory;
 
-    const uint8_t* const samples = state.planes.get();
-    const PsdReadResult result = ConvertLayer(document, layer, planes, samples);
+    uint8_t* const samples = state.planes.get();
+    PsdReadResult result = ConvertLayer(document, layer, planes, samples);
     if (result != PsdReadResult::kOk) return result;
-    return ConvertMask(document, layer.mask, planes.slots[kSlotMask], samples);
+    result = ConvertMask(document, layer.mask, planes.slots[kSlotMask], samples);
+    // Only what was written: the system has no memory yet behind the rest of a large buffer.
+    for (const Plane& plane : planes.slots) {
+        if (plane.dirty != 0) std::memset(samples + plane.offset, 0, plane.dirty);
+    }
+    return result;
 }
 
 }  // namespace tessary

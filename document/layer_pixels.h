@@ -8,7 +8,7 @@ namespace tessary {
 // What one layer's reading leaves to the next: the scratch buffers, and what all layers together have claimed
 // and how much of it their data has really filled so far.
 struct LayerPixelState {
-    Owned<uint8_t> planes;
+    Owned<uint8_t> planes;  // all zero between layers
     Owned<uint8_t> input;
     uint64_t claimedBytes = 0;
     uint64_t filledBytes = 0;
