@@ -36,8 +36,9 @@ uint32_t CompressionExpansion(uint16_t compression);
 // does not reach are 0 afterwards. kBadCompression, kInflateSetup, kInflateFailed.
 //   input   PackBits: the row count table first, planeCount x height 16-bit counts
 //   planes  at least planeCount x height x PlaneRowBytes bytes, zero-filled by the caller
+//   filled  unless null: on success the number of bytes that came out of the input
 PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input, const PlaneShape& shape,
-                           std::span<uint8_t> planes);
+                           std::span<uint8_t> planes, uint64_t* filled = nullptr);
 
 // Unpacks one PackBits row.
 //   input    the compressed bytes of this row only
