@@ -45,7 +45,7 @@ struct GlowSettings {
     int32_t jitterPercent = 0;
     bool contourAntiAlias = false;
     ContourSettings contour;
-    int32_t rangePercent = 50;  // 100 changes nothing
+    int32_t rangePercent = 50;  // 50 changes nothing
 };
 
 struct SatinSettings {

@@ -50,7 +50,7 @@ void ApplyRange(uint32_t* pixels, size_t count, int32_t rangePercent) {
     const uint32_t range = static_cast<uint32_t>(std::max(rangePercent, 0));
     MapAlpha(pixels, count, [range](uint32_t alpha) {
         if (range == 0) return alpha ? 255u : 0u;
-        return std::min(alpha * 100 / range, 255u);
+        return std::min(alpha * 50 / range, 255u);
     });
 }
 

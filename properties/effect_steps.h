@@ -14,8 +14,7 @@ namespace tessary {
 // Makes what a blur has thinned out solid again: alpha below 24 tenfold, all other alpha 255.
 void BoostAlpha(uint32_t* pixels, size_t count);
 
-// Alpha times 100 / rangePercent, at most 255: a range of 50 makes a glow full where the layer's edge lies.
-// A range of 0 takes every alpha but 0 to 255.
+// Alpha times 50 / rangePercent, at most 255; a range of 0 takes every alpha but 0 to 255.
 void ApplyRange(uint32_t* pixels, size_t count, int32_t rangePercent);
 
 // Sends alpha through a contour: straight between two points, the spline of tone curves through more. With

@@ -146,7 +146,7 @@ TEST(ShadowsAndGlows, SpreadThenSoftenThenAreKnockedOut) {
         if (s > grown) plane.Blur(s - grown);
         for (int i = 0; i < width * plane.height; ++i) {
             const uint32_t alpha = plane.alphas[static_cast<size_t>(i)],
-                           ranged = glow ? std::min(alpha * 100 / static_cast<uint32_t>(range), 255u) : alpha;
+                           ranged = glow ? std::min(alpha * 50 / static_cast<uint32_t>(range), 255u) : alpha;
             const bool covered = isInTile(i % width - s + offset, i / width - s + offset);
             ASSERT_EQ(buffer.pixels[static_cast<size_t>(i)],
                       (covered ? 0 : 255 * ranged >> 8) << 24 | 0xC81E3C)
