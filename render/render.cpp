@@ -22,6 +22,10 @@ Side ClampSide(int32_t begin, int32_t length, uint32_t limit) {
     return {std::max(begin, 0), static_cast<int32_t>(std::max<int64_t>(end, 0))};
 }
 
+// What the effects of all layers may keep for the next render. A layer of one pixel can have a shadow of a
+// megabyte, and a small file thousands of such layers.
+constexpr uint64_t kKeptEffectBytes = 64u << 20;
+
 bool Shows(const PsdLayer& layer) { return layer.visible && layer.opacity != 0; }
 
 // Draws the layer's own pixels. False when its mask lies beside the area: then its upper effects are not
@@ -71,7 +75,11 @@ PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width,
         if (area != whole) FillRect(document->canvas.get(), document->width, whole, kBackground);
     }
     FillRect(document->canvas.get(), document->width, area, kBackground);
-    for (PsdLayer& layer : document->layers.span()) DrawLayer(*document, layer, area);
+    uint64_t room = kKeptEffectBytes;
+    for (PsdLayer& layer : document->layers.span()) {
+        DrawLayer(*document, layer, area);
+        room -= KeepEffectBuffers(layer, room);
+    }
     return PsdReadResult::kOk;
 }
 
