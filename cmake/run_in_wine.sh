@@ -9,7 +9,10 @@ export DISPLAY=
 wine=$(command -v wine64 || command -v wine || echo /usr/lib/wine/wine64)
 if [ ! -e "$WINEPREFIX/system.reg" ]; then
     mkdir -p "$WINEPREFIX"
-    "$wine" wineboot -i >/dev/null 2>&1
+    "$wine" wineboot -i >/dev/null 2>&1 || {
+        echo "run_in_wine.sh: Wine cannot make the prefix $WINEPREFIX" >&2
+        exit 1
+    }
     wineserver -w
 fi
 exec "$wine" "$@"

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "document/big_endian.h"
+#include "document/channel_codec.h"
 #include "render/color_convert.h"
 
 namespace tessary {

@@ -34,9 +34,6 @@ uint32_t InputLeft(const PsdDocument& document);
 // more only when `inputBytes` of stored data, each worth at most `expansion` bytes, could fill a hundredth of
 // it.
 bool MayAllocate(uint64_t wanted, uint64_t inputBytes, uint32_t expansion);
-inline constexpr uint32_t kRawExpansion = 1;
-inline constexpr uint32_t kPackBitsExpansion = 64;
-inline constexpr uint32_t kZipExpansion = 1032;
 
 // Allocates and reads `size` bytes of the file as they are. On success `bytes` holds `size` bytes, zero where
 // the stream ended early; kOutOfMemory when they cannot be had. More than 64 MiB are allocated only after a

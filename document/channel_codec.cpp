@@ -72,10 +72,11 @@ PsdReadResult Inflate(std::span<const uint8_t> input, std::span<uint8_t> output,
     }
 }
 
-size_t UnpackRows(std::span<const uint8_t> input, uint64_t rows, size_t rowBytes, uint8_t* planes) {
-    size_t written = 0;
+// Returns the bytes written.
+uint64_t UnpackRows(std::span<const uint8_t> input, uint64_t rows, size_t rowBytes, uint8_t* planes) {
     const uint64_t tableBytes = 2 * rows;
     if (rowBytes == 0 || tableBytes >= input.size()) return 0;
+    uint64_t written = 0;
     std::span<const uint8_t> packed = input.subspan(static_cast<size_t>(tableBytes));
     for (size_t row = 0; row < rows && !packed.empty(); ++row) {
         const size_t stored = std::min<size_t>(LoadU16(input.data() + 2 * row), packed.size());
@@ -89,45 +90,48 @@ size_t UnpackRows(std::span<const uint8_t> input, uint64_t rows, size_t rowBytes
 
 uint32_t CompressionExpansion(uint16_t compression) {
     switch (compression) {
-    case kCompressionRaw: return 1;
-    case kCompressionPackBits: return 64;
+    case kCompressionRaw: return kRawExpansion;
+    case kCompressionPackBits: return kPackBitsExpansion;
     case kCompressionZip:
-    case kCompressionZipPrediction: return 1032;
+    case kCompressionZipPrediction: return kZipExpansion;
     default: return 0;
     }
 }
 
 PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input, const PlaneShape& shape,
-                           std::span<uint8_t> planes, size_t& produced) {
-    produced = 0;
+                           std::span<uint8_t> planes, uint64_t* filled) {
     const uint64_t rowBytes = PlaneRowBytes(shape.width, shape.depth);
     const uint64_t rows = uint64_t{shape.height} * shape.planeCount;
     const auto total = CheckedProduct({rowBytes, rows});
     if (!total || *total > planes.size()) return PsdReadResult::kOutOfMemory;
     planes = planes.first(*total);
 
+    uint64_t written = 0;
+    size_t produced = 0;
+    PsdReadResult result = PsdReadResult::kOk;
     switch (compression) {
     case kCompressionRaw:
-        produced = std::min(input.size(), planes.size());
-        if (produced) std::memcpy(planes.data(), input.data(), produced);
-        return PsdReadResult::kOk;
+        written = std::min(input.size(), planes.size());
+        if (written != 0) std::memcpy(planes.data(), input.data(), static_cast<size_t>(written));
+        break;
     case kCompressionPackBits:
-        produced = UnpackRows(input, rows, static_cast<size_t>(rowBytes), planes.data());
-        return PsdReadResult::kOk;
-    case kCompressionZip: return Inflate(input, planes, produced);
-    case kCompressionZipPrediction: {
-        const PsdReadResult result = Inflate(input, planes, produced);
-        if (result != PsdReadResult::kOk || produced == 0) return result;
-        const size_t rowsReached = (produced - 1) / static_cast<size_t>(rowBytes) + 1;
-        UndoPrediction(planes.data(), shape.width, rowsReached, shape.depth);
-        // Sums run on behind an early end; what the input did not reach stays zero.
-        const size_t endOfRow = rowsReached * static_cast<size_t>(rowBytes);
-        std::fill(planes.begin() + static_cast<std::ptrdiff_t>(produced),
-                  planes.begin() + static_cast<std::ptrdiff_t>(endOfRow), uint8_t{0});
-        return PsdReadResult::kOk;
-    }
+        written = UnpackRows(input, rows, static_cast<size_t>(rowBytes), planes.data());
+        break;
+    case kCompressionZip:
+    case kCompressionZipPrediction:
+        result = Inflate(input, planes, produced);
+        written = produced;
+        if (result == PsdReadResult::kOk && compression == kCompressionZipPrediction && produced != 0) {
+            const uint64_t reached = (produced + rowBytes - 1) / rowBytes;
+            UndoPrediction(planes.data(), shape.width, reached, shape.depth);
+            // Sums run on behind an early end; what the input did not reach stays zero.
+            std::memset(planes.data() + produced, 0, static_cast<size_t>(reached * rowBytes) - produced);
+        }
+        break;
     default: return PsdReadResult::kBadCompression;
     }
+    if (filled) *filled = written;
+    return result;
 }
 
 size_t UnpackBits(std::span<const uint8_t> input, std::span<uint8_t> output) {

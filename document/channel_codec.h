@@ -24,16 +24,21 @@ struct PlaneShape {
     uint32_t planeCount = 1;
 };
 
-// How many bytes one stored byte can become; 0 for a code that does not exist.
+// How many bytes one stored byte can become at most.
+inline constexpr uint32_t kRawExpansion = 1;
+inline constexpr uint32_t kPackBitsExpansion = 64;
+inline constexpr uint32_t kZipExpansion = 1032;
+
+// The same by compression code; 0 for a code that does not exist.
 uint32_t CompressionExpansion(uint16_t compression);
 
 // Decodes `input` (behind the compression code) into `planes`, planeCount x height rows. Bytes that the input
 // does not reach are 0 afterwards. kBadCompression, kInflateSetup, kInflateFailed.
-//   produced  gets the number of bytes that the input really gave; the others are not touched
 //   input   PackBits: the row count table first, planeCount x height 16-bit counts
 //   planes  at least planeCount x height x PlaneRowBytes bytes, zero-filled by the caller
+//   filled  unless null: on success the number of bytes that came out of the input
 PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input, const PlaneShape& shape,
-                           std::span<uint8_t> planes, size_t& produced);
+                           std::span<uint8_t> planes, uint64_t* filled = nullptr);
 
 // Unpacks one PackBits row.
 //   input    the compressed bytes of this row only

@@ -153,11 +153,6 @@ PsdReadResult ReadPrintFlags(PsdDocument& document, uint32_t) {
     return PsdReadResult::kOk;
 }
 
-PsdReadResult ReadTargetLayer(PsdDocument& document, uint32_t) {
-    document.resources.targetLayer = ReadU16(document);
-    return PsdReadResult::kOk;
-}
-
 PsdReadResult ReadLayerGroupIds(PsdDocument& document, uint32_t) {
     const uint32_t count = InputLeft(document) / 2;
     Owned<uint16_t> ids = AllocateZeroed<uint16_t>({count});
@@ -212,14 +207,9 @@ PsdReadResult ReadLongInto(PsdDocument& document, uint32_t) {
     return PsdReadResult::kOk;
 }
 
-template <int32_t PsdImageResources::*kField>
+template <auto kField>
 PsdReadResult ReadShortInto(PsdDocument& document, uint32_t) {
     document.resources.*kField = ReadU16(document);
-    return PsdReadResult::kOk;
-}
-
-PsdReadResult ReadResource1042(PsdDocument& document, uint32_t) {
-    document.resources.resource1042 = ReadU16(document);
     return PsdReadResult::kOk;
 }
 
@@ -380,7 +370,7 @@ constexpr ResourceRow kResources[] = {
     {1008, kFull, 256, ReadCaption},
     {1009, kFull, 6, ReadBorder},
     {1011, kFull, 8, ReadPrintFlags},
-    {1024, kFull, 2, ReadTargetLayer},
+    {1024, kFull, 2, ReadShortInto<&R::targetLayer>},
     {1026, kFull, kAll, ReadLayerGroupIds},
     {1032, kFull, kAll, ReadGridAndGuides},
     {1033, kThumbnailModes, kAll, ReadThumbnail<true>, Note<&R::thumbnail>},
@@ -389,7 +379,7 @@ constexpr ResourceRow kResources[] = {
     {1037, kFull, 4, ReadLongInto<&R::globalAngle>},
     {1038, kFull, kAll, ReadColorSamplers},
     {1039, kFull | Modes({kReadProfile}), kAll, ReadBlob<&R::profile, false>, Note<&R::profile>},
-    {1042, kFull, 2, ReadResource1042},
+    {1042, kFull, 2, ReadShortInto<&R::resource1042>},
     {1045, kPixels, kAll, ReadUnicodeAlphaNames},
     {1046, kPixels, 2, ReadShortInto<&R::paletteCount>},
     {1047, kPixels, 2, ReadShortInto<&R::transparencyIndex>},

@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint64_t kLeastPlaneBytes = 12288;
 constexpr uint64_t kLeastInputBytes = 4096;
-constexpr uint64_t kLargePlaneBytes = 16u << 20;
+constexpr uint64_t kUnfilledBytes = 64u << 20;  // that layers may claim without data
 
 // The planes that a layer can have a use for. Other channels are passed over, as are those that repeat an id.
 enum PlaneSlot : uint32_t {
@@ -29,6 +29,8 @@ struct Plane {
     uint32_t height = 0;
     size_t offset = 0;  // in the scratch buffer
     size_t bytes = 0;
+    uint64_t filled = 0;  // bytes that came out of the channel's data
+    size_t dirty = 0;     // bytes behind which all are zero
 };
 
 struct LayerPlanes {
@@ -99,11 +101,24 @@ bool LayOutPlanes(const PsdDocument& document, const PsdLayer& layer, LayerPlane
     return true;
 }
 
-// Whether the layer by itself, and all layers up to it, may take what they claim when this layer's data fills
-// so many bytes.
-bool IsAffordable(const LayerPixelState& state, const LayerPlanes& planes, uint64_t filledBytes) {
-    return MayAllocate(planes.planeBytes, filledBytes, 1) && MayAllocate(planes.keptBytes, filledBytes, 1) &&
-           MayAllocate(state.claimedBytes + planes.keptBytes, state.decodedBytes + filledBytes, 1);
+// A channel is never cut short, so a large plane that its data cannot fill, whatever is in it, is a lie.
+bool CanFill(uint64_t planeBytes, uint64_t dataBytes, uint32_t expansion) {
+    return planeBytes <= kUnfilledBytes || planeBytes <= dataBytes * expansion;
+}
+
+// Bytes of pixels and masks that the layer's data has filled. One full plane is enough for a pixel.
+uint64_t FilledBytes(const LayerPlanes& planes, uint32_t depth) {
+    uint64_t samples = 0;
+    for (uint32_t i = 0; i < kSlotMask; ++i) samples = std::max(samples, planes.slots[i].filled * 8 / depth);
+    return 4 * samples + planes.slots[kSlotMask].filled + planes.slots[kSlotDropped].filled;
+}
+
+// Claims what the layer keeps. A small file must not make much of nothing: beyond a fixed share all layers
+// up to this one may take twice what they have filled, for there are sound layers without data.
+bool Claim(LayerPixelState& state, const LayerPlanes& planes, uint32_t depth) {
+    state.claimedBytes += planes.keptBytes;
+    state.filledBytes += FilledBytes(planes, depth);
+    return state.claimedBytes <= kUnfilledBytes + 2 * state.filledBytes;
 }
 
 // Makes room for `need` bytes. Grows by doubling, for layers that grow little by little; what the buffer held
@@ -117,13 +132,11 @@ bool Grow(Owned<uint8_t>& buffer, uint64_t need, uint64_t least) {
 }
 
 // Reads one channel's data. `plane` is null when it is not wanted; then only its place in the file counts.
-PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, const Plane* plane,
-                          LayerPixelState& state, uint64_t& decodedBytes) {
+PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, Plane* plane,
+                          LayerPixelState& state) {
     if (channel.dataLength > InputLeft(document)) return PsdReadResult::kShortRead;
     const bool wanted = plane && plane->bytes != 0;
-    uint8_t* const samples = wanted ? state.planes.get() + plane->offset : nullptr;
     if (channel.dataLength < 2) {
-        if (wanted && !state.planesAreZero) std::memset(samples, 0, plane->bytes);
         Skip(document, static_cast<int32_t>(channel.dataLength));
         return PsdReadResult::kOk;
     }
@@ -135,16 +148,15 @@ PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, 
         Skip(document, static_cast<int32_t>(length));
         return PsdReadResult::kOk;
     }
-    if (!MayAllocate(plane->bytes, length, expansion)) return PsdReadResult::kOutOfMemory;
+    if (!CanFill(plane->bytes, length, expansion)) return PsdReadResult::kOutOfMemory;
     if (!Grow(state.input, length, kLeastInputBytes)) return PsdReadResult::kOutOfMemory;
     if (Read(document, state.input.get(), length) != length) return PsdReadResult::kShortRead;
-    if (!state.planesAreZero) std::memset(samples, 0, plane->bytes);
-    size_t produced;
     const PsdReadResult result =
         DecodePlanes(compression, {state.input.get(), length},
                      {.width = plane->width, .height = plane->height, .depth = document.depth},
-                     {samples, plane->bytes}, produced);
-    decodedBytes += produced;
+                     {state.planes.get() + plane->offset, plane->bytes}, &plane->filled);
+    // Packed rows may be short anywhere.
+    plane->dirty = compression == kCompressionPackBits ? plane->bytes : static_cast<size_t>(plane->filled);
     return result;
 }
 
@@ -196,28 +208,27 @@ PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, LayerPixel
     LayerPlanes planes;
     if (!LayOutPlanes(document, layer, planes)) return PsdReadResult::kOutOfMemory;
     // How the data is compressed stands in front of each channel; until then it is worth as much as data can.
-    if (!IsAffordable(state, planes, planes.inputBytes * kZipExpansion)) return PsdReadResult::kOutOfMemory;
-    // Large planes are made anew for each layer: what its data does not reach is then never touched.
-    if (planes.planeBytes > kLargePlaneBytes) state.planes.Reset();
-    state.planesAreZero = !state.planes || planes.planeBytes > state.planes.count();
+    if (!CanFill(planes.planeBytes, planes.inputBytes, kZipExpansion)) return PsdReadResult::kOutOfMemory;
     if (!Grow(state.planes, planes.planeBytes, kLeastPlaneBytes)) return PsdReadResult::kOutOfMemory;
 
-    uint64_t decodedBytes = 0;
     for (const PsdChannelInfo& channel : layer.channels.span()) {
         const uint32_t slot = SlotOf(channel.id, planes);
-        const Plane* const plane =
+        Plane* const plane =
             slot != kSlotCount && planes.slots[slot].channel == &channel ? &planes.slots[slot] : nullptr;
-        const PsdReadResult result = ReadChannel(document, channel, plane, state, decodedBytes);
+        const PsdReadResult result = ReadChannel(document, channel, plane, state);
         if (result != PsdReadResult::kOk) return result;
     }
-    if (!IsAffordable(state, planes, decodedBytes)) return PsdReadResult::kOutOfMemory;
-    state.claimedBytes += planes.keptBytes;
-    state.decodedBytes += decodedBytes;
+    if (!Claim(state, planes, document.depth)) return PsdReadResult::kOutOfMemory;
 
-    const uint8_t* const samples = state.planes.get();
-    const PsdReadResult result = ConvertLayer(document, layer, planes, samples);
+    uint8_t* const samples = state.planes.get();
+    PsdReadResult result = ConvertLayer(document, layer, planes, samples);
     if (result != PsdReadResult::kOk) return result;
-    return ConvertMask(document, layer.mask, planes.slots[kSlotMask], samples);
+    result = ConvertMask(document, layer.mask, planes.slots[kSlotMask], samples);
+    // Only what was written: the system has no memory yet behind the rest of a large buffer.
+    for (const Plane& plane : planes.slots) {
+        if (plane.dirty != 0) std::memset(samples + plane.offset, 0, plane.dirty);
+    }
+    return result;
 }
 
 }  // namespace tessary

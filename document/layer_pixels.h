@@ -6,18 +6,17 @@
 namespace tessary {
 
 // What one layer's reading leaves to the next: the scratch buffers, and what all layers together have claimed
-// and stored so far: the bytes that their pixels take, and those that their data decoded to.
+// and how much of it their data has really filled so far.
 struct LayerPixelState {
-    Owned<uint8_t> planes;
-    bool planesAreZero = false;
+    Owned<uint8_t> planes;  // all zero between layers
     Owned<uint8_t> input;
     uint64_t claimedBytes = 0;
-    uint64_t decodedBytes = 0;
+    uint64_t filledBytes = 0;
 };
 
 // Reads the data of all the layer's channels at the reader's position and fills layer.image and
 // layer.mask.data. kShortRead, kBadCompression, the codes of DecodePlanes, and kOutOfMemory, also for layers
-// that claim far more than their data could fill.
+// that claim far more than their data fills.
 PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, LayerPixelState& state);
 
 }  // namespace tessary

@@ -3,6 +3,7 @@
 #include "document/big_endian.h"
 #include "document/blend_keys.h"
 #include "document/byte_reader.h"
+#include "document/channel_codec.h"
 #include "document/tagged_blocks.h"
 
 namespace tessary {

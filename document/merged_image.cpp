@@ -76,11 +76,11 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
         planes = AllocateZeroed<uint8_t>({*total});
         if (!planes) return PsdReadResult::kOutOfMemory;
         const PlaneShape shape{document.width, document.height, document.depth, document.channels};
-        size_t produced;
-        result = DecodePlanes(compression, {input.get(), delivered}, shape, planes.span(), produced);
+        uint64_t filled;
+        result = DecodePlanes(compression, {input.get(), delivered}, shape, planes.span(), &filled);
         if (result != PsdReadResult::kOk) return result;
         // Planes that nothing was decoded to are no memory yet, the pixels will be.
-        if (!isPlausible(produced, 1)) return PsdReadResult::kOutOfMemory;
+        if (!isPlausible(filled, 1)) return PsdReadResult::kOutOfMemory;
     }
 
     document.mergedPixels = AllocateZeroed<uint32_t>({document.width, document.height});

@@ -128,7 +128,7 @@ public:
         if (record) destroy(record);
     }
 
-    uint32_t code = 0;
+    uint32_t propertyCode = 0;
     void* record = nullptr;
     void (*destroy)(void*) = nullptr;
 };
@@ -444,7 +444,7 @@ T* AppendProperty(PsdLayer& layer, uint32_t code) {
     if (!memory) return nullptr;
     T* record = new (memory) T();
     PsdProperty& entry = layer.propertyList.entries[layer.propertyList.count++];
-    entry.code = code;
+    entry.propertyCode = code;
     entry.record = record;
     entry.destroy = [](void* data) {
         static_cast<T*>(data)->~T();
@@ -457,7 +457,7 @@ T* AppendProperty(PsdLayer& layer, uint32_t code) {
 template <class T>
 T* FindProperty(PsdLayer& layer, uint32_t code) {
     for (uint32_t i = 0; i < layer.propertyList.count; ++i) {
-        if (layer.propertyList.entries[i].code == code)
+        if (layer.propertyList.entries[i].propertyCode == code)
             return static_cast<T*>(layer.propertyList.entries[i].record);
     }
     return nullptr;

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <bit>
-#include <limits>
 
 #include "document/big_endian.h"
 #include "document/byte_reader.h"
+#include "properties/setting_readers.h"
 
 namespace tessary {
 namespace {
@@ -71,20 +71,6 @@ void ReadHueSettings(PsdDocument& document, HueSettings& settings) {
     settings.hue = ReadI16(document);
     settings.saturation = ReadI16(document);
     settings.lightness = ReadI16(document);
-}
-
-// A name of any length: its first units are kept, the rest is passed over.
-PsdReadResult ReadLongName(PsdDocument& document, PsdUnicodeString& name) {
-    const uint32_t units = ReadU32(document);
-    const uint32_t kept = std::min(units, kMaxUnicodeUnits);
-    name.bytes = AllocateZeroed<uint8_t>({kept + uint64_t{1}, 2});
-    if (!name.bytes) return PsdReadResult::kOutOfMemory;
-    Read(document, name.bytes.get(), size_t{2} * kept);
-    name.length = kept;
-    // No input is as long as the limit, so it stands for every longer rest.
-    constexpr uint64_t kLongestSkip = std::numeric_limits<int32_t>::max();
-    Skip(document, static_cast<int32_t>(std::min(uint64_t{units - kept} * 2, kLongestSkip)));
-    return PsdReadResult::kOk;
 }
 
 }  // namespace
@@ -214,7 +200,7 @@ PsdReadResult ReadGradientMap(PsdDocument& document, GradientMapRecord& map, Adj
     if (ReadU16(document) != 1) return PsdReadResult::kBadGradientMapVersion;
     map.reverse = ReadBool(document);
     map.dither = ReadBool(document);
-    const PsdReadResult nameResult = ReadLongName(document, map.name);
+    const PsdReadResult nameResult = ReadLongText(document, map.name);
     if (nameResult != PsdReadResult::kOk) return nameResult;
 
     map.colorStops = AllocateZeroed<MapColorStop>({ReadU16(document)});

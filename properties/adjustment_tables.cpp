@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <span>
 
 #include "document/checked_math.h"
 #include "properties/curve_spline.h"
-#include "render/pixel.h"
+#include "properties/stop_table.h"
 
 namespace tessary {
 namespace {
@@ -132,29 +131,6 @@ struct HueRamp {
     }
 };
 
-// --- gradient map
-
-// The component average of two colours.
-uint32_t Halfway(uint32_t a, uint32_t b) {
-    return PackPixel(255, (Red(a) + Red(b)) >> 1, (Green(a) + Green(b)) >> 1, (Blue(a) + Blue(b)) >> 1);
-}
-
-// Colours from `from` at index `begin` towards `to` at index `end`, which is not written.
-void DrawRamp(std::span<uint32_t, 256> table, int32_t begin, int32_t end, uint32_t from, uint32_t to) {
-    for (int32_t i = begin; i < std::min(end, 256); ++i) {
-        const auto between = [&](uint32_t a, uint32_t b) {
-            const int32_t span = static_cast<int32_t>(b) - static_cast<int32_t>(a);
-            return static_cast<uint32_t>(static_cast<int32_t>(a) + span * (i - begin) / (end - begin));
-        };
-        table[static_cast<size_t>(i)] = PackPixel(
-            255, between(Red(from), Red(to)), between(Green(from), Green(to)), between(Blue(from), Blue(to)));
-    }
-}
-
-int32_t StopIndex(const MapColorStop& stop) {
-    return static_cast<int32_t>(std::min<uint32_t>(stop.location, 4096) / 16);
-}
-
 }  // namespace
 
 void BuildBrightnessTable(BrightnessRecord& record) {
@@ -240,25 +216,12 @@ void BuildPosterizeTable(PosterizeRecord& record) {
 }
 
 void BuildGradientMapTable(GradientMapRecord& record) {
-    std::span<uint32_t, 256> table(record.table);
-    const std::span<const MapColorStop> stops = record.colorStops.span();
     constexpr uint32_t kOpaqueBlack = 0xFF000000;
-    if (stops.empty()) {
-        std::fill(table.begin(), table.end(), kOpaqueBlack);
-        return;
-    }
-    std::fill(table.begin(), table.end(), stops[0].color | kOpaqueBlack);
-    for (size_t s = 0; s + 1 < stops.size(); ++s) {
-        const int32_t begin = StopIndex(stops[s]);
-        const int32_t end = StopIndex(stops[s + 1]);
-        const int32_t midpoint = static_cast<int32_t>(std::min<uint32_t>(stops[s].midpoint, 100));
-        const int32_t middle = begin + (end - begin) * midpoint / 100;
-        const uint32_t average = Halfway(stops[s].color, stops[s + 1].color);
-        DrawRamp(table, begin, middle, stops[s].color, average);
-        DrawRamp(table, middle, end, average, stops[s + 1].color);
-    }
-    for (size_t i = static_cast<size_t>(StopIndex(stops.back())); i < 256; ++i)
-        table[i] = stops.back().color | kOpaqueBlack;
+    BuildStopTable(record.table, record.colorStops.span(), kOpaqueBlack, [](const MapColorStop& stop) {
+        return TableStop{static_cast<int32_t>(std::min<uint32_t>(stop.location, 4096) / 16),
+                         static_cast<int32_t>(std::min<uint32_t>(stop.midpoint, 100)),
+                         stop.color | kOpaqueBlack};
+    });
 }
 
 }  // namespace tessary

@@ -1,5 +1,6 @@
 #include "properties/draw_effects.h"
 
+#include <algorithm>
 #include <limits>
 #include <span>
 
@@ -63,10 +64,14 @@ bool MayRender(PsdDocument& document, const PsdLayer& layer, int32_t blurSize) {
 }
 
 // The newer encoding wins where a layer has both.
+EffectsRecord* FindEffects(PsdLayer& layer) {
+    EffectsRecord* effects = FindProperty<EffectsRecord>(layer, kPropertyEffects);
+    return effects ? effects : FindProperty<EffectsRecord>(layer, kPropertyOldEffects);
+}
+
 EffectsRecord* DrawnEffects(PsdLayer& layer) {
     if (layer.width < 1 || layer.height < 1 || !layer.image) return nullptr;
-    EffectsRecord* effects = FindProperty<EffectsRecord>(layer, kPropertyEffects);
-    if (!effects) effects = FindProperty<EffectsRecord>(layer, kPropertyOldEffects);
+    EffectsRecord* effects = FindEffects(layer);
     return effects && effects->effectCount != 0 && effects->masterSwitch != 0 ? effects : nullptr;
 }
 
@@ -125,6 +130,17 @@ void DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area) 
 
 void DrawEffectsAbove(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     DrawPass(document, layer, area, false);
+}
+
+uint64_t KeepEffectBuffers(PsdLayer& layer, uint64_t room) {
+    EffectsRecord* effects = FindEffects(layer);
+    if (!effects) return 0;
+    uint64_t bytes = 0;
+    for (const EffectBuffer& buffer : effects->buffers) bytes += buffer.pixels.count() * sizeof(uint32_t);
+    if (bytes <= room) return bytes;
+    for (EffectBuffer& buffer : effects->buffers) buffer.pixels.Reset();
+    std::ranges::copy(effects->present, effects->renderPending);
+    return 0;
 }
 
 }  // namespace tessary

@@ -10,4 +10,8 @@ namespace tessary {
 void DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area);
 void DrawEffectsAbove(PsdDocument& document, PsdLayer& layer, const Rect& area);
 
+// Keeps the buffers of the layer's effects for the next render when they take no more than `room` bytes, and
+// returns how many they take. Otherwise frees them, to be drawn again, and returns 0.
+uint64_t KeepEffectBuffers(PsdLayer& layer, uint64_t room);
+
 }  // namespace tessary

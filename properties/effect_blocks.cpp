@@ -122,6 +122,7 @@ PsdReadResult ReadOldEffects(PsdDocument& document, PsdLayer& layer) {
         if (isCommonState) {
             if (version != 0) return PsdReadResult::kBadCommonStateVersion;
             effects->masterSwitch = ReadU8(document);
+            Skip(document, 2);
         } else {
             effects->MarkRead(row->slot);
             row->read(document, *effects, version);

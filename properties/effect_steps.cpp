@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "properties/curve_spline.h"
+#include "properties/stop_table.h"
 #include "render/image_ops.h"
 
 namespace tessary {
@@ -13,65 +14,8 @@ void MapAlpha(uint32_t* pixels, size_t count, Map map) {
     for (size_t i = 0; i < count; ++i) pixels[i] = (pixels[i] & 0x00FFFFFF) | map(Alpha(pixels[i])) << 24;
 }
 
-// An entry of a gradient that runs from `from` (at place `start`) by way of its middle to `to` (at place
-// `end`).
-uint32_t MixComponents(uint32_t from, uint32_t to, int32_t done, int32_t whole) {
-    uint32_t mixed = 0;
-    for (int shift = 0; shift < 32; shift += 8) {
-        const int32_t a = static_cast<int32_t>(from >> shift & 255);
-        const int32_t b = static_cast<int32_t>(to >> shift & 255);
-        mixed |= static_cast<uint32_t>(a + (b - a) * done / whole) << shift;
-    }
-    return mixed;
-}
-
-uint32_t AverageComponents(uint32_t a, uint32_t b) { return (a & b) + ((a ^ b) >> 1 & 0x7F7F7F7F); }
-
-// A stop of either kind: colours, or opacities in the lowest byte.
-struct TableStop {
-    int32_t index = 0;  // 0..256
-    int32_t midpoint = 50;
-    uint32_t value = 0;
-};
-
-void DrawRun(uint32_t (&table)[256], int32_t start, int32_t end, uint32_t from, uint32_t to) {
-    for (int32_t i = start; i < std::min(end, 256); ++i)
-        table[i] = MixComponents(from, to, i - start, end - start);
-}
-
-// Fills a table from stops in the order of the file: before the first its value, then from each to the next
-// over the midpoint, behind the last its value. Without stops all entries are `none`.
-template <class Stops, class ToTableStop>
-void BuildStopTable(uint32_t (&table)[256], const Stops& stops, uint32_t none, ToTableStop toTableStop) {
-    std::ranges::fill(table, none);
-    if (stops.empty()) return;
-    TableStop here = toTableStop(stops[0]);
-    std::ranges::fill(table, here.value);
-    for (size_t k = 1; k < stops.size(); ++k) {
-        const TableStop next = toTableStop(stops[k]);
-        const int32_t middle = here.index + (next.index - here.index) * here.midpoint / 100;
-        const uint32_t average = AverageComponents(here.value, next.value);
-        DrawRun(table, here.index, middle, here.value, average);
-        DrawRun(table, middle, next.index, average, next.value);
-        for (int32_t i = next.index; i < 256; ++i) table[i] = next.value;
-        here = next;
-    }
-}
-
-}  // namespace
-
-void BoostAlpha(uint32_t* pixels, size_t count) {
-    MapAlpha(pixels, count, [](uint32_t alpha) { return alpha < 24 ? 10 * alpha : 255; });
-}
-
-void ApplyRange(uint32_t* pixels, size_t count, int32_t rangePercent) {
-    const uint32_t range = static_cast<uint32_t>(std::max(rangePercent, 0));
-    MapAlpha(pixels, count, [range](uint32_t alpha) {
-        if (range == 0) return alpha ? 255u : 0u;
-        return std::min(alpha * 50 / range, 255u);
-    });
-}
-
+// The table of a contour: straight between two points, the spline of tone curves through more. With
+// `antiAlias` its steps are softened.
 void BuildContourTable(const ContourSettings& contour, bool antiAlias, uint8_t (&table)[256]) {
     const std::span<const ContourPoint> points = contour.points.span();
     ByteTable curve;
@@ -94,6 +38,20 @@ void BuildContourTable(const ContourSettings& contour, bool antiAlias, uint8_t (
                        ? curve[i]
                        : static_cast<uint8_t>((curve[i - 1] + 2 * curve[i] + curve[i + 1] + 2) / 4);
     }
+}
+
+}  // namespace
+
+void BoostAlpha(uint32_t* pixels, size_t count) {
+    MapAlpha(pixels, count, [](uint32_t alpha) { return alpha < 24 ? 10 * alpha : 255; });
+}
+
+void ApplyRange(uint32_t* pixels, size_t count, int32_t rangePercent) {
+    const uint32_t range = static_cast<uint32_t>(std::max(rangePercent, 0));
+    MapAlpha(pixels, count, [range](uint32_t alpha) {
+        if (range == 0) return alpha ? 255u : 0u;
+        return std::min(alpha * 50 / range, 255u);
+    });
 }
 
 void ApplyContour(uint32_t* pixels, size_t count, const ContourSettings& contour, bool antiAlias) {

@@ -14,12 +14,11 @@ namespace tessary {
 // Makes what a blur has thinned out solid again: alpha below 24 tenfold, all other alpha 255.
 void BoostAlpha(uint32_t* pixels, size_t count);
 
-// Alpha times 50 / rangePercent, at most 255. A range of 0 takes every alpha but 0 to 255.
+// Alpha times 50 / rangePercent, at most 255; a range of 0 takes every alpha but 0 to 255.
 void ApplyRange(uint32_t* pixels, size_t count, int32_t rangePercent);
 
-// The table of a contour: straight between two points, the spline of tone curves through more. With
+// Sends alpha through a contour: straight between two points, the spline of tone curves through more. With
 // `antiAlias` its steps are softened.
-void BuildContourTable(const ContourSettings& contour, bool antiAlias, uint8_t (&table)[256]);
 void ApplyContour(uint32_t* pixels, size_t count, const ContourSettings& contour, bool antiAlias);
 
 // Takes out what `covered`, as many pixels, covers.

@@ -42,7 +42,7 @@ PsdReadResult ReadAdjustment(PsdDocument& document, PsdLayer& layer, uint32_t pr
 
 // An adjustment without settings: an entry without a record, nothing read.
 PsdReadResult AppendBareAdjustment(PsdDocument&, PsdLayer& layer, uint32_t propertyCode, uint32_t) {
-    layer.propertyList.entries[layer.propertyList.count++].code = propertyCode;
+    layer.propertyList.entries[layer.propertyList.count++].propertyCode = propertyCode;
     BecomeAdjustment(layer, true);
     return PsdReadResult::kOk;
 }

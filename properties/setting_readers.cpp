@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "document/big_endian.h"
 #include "document/byte_reader.h"
@@ -278,20 +279,23 @@ PsdReadResult ReadGradientStyleValue(PsdDocument& document, uint32_t type, Gradi
     return PsdReadResult::kOk;
 }
 
-PsdReadResult ReadTextValue(PsdDocument& document, uint32_t type, PsdUnicodeString& value) {
-    if (type != FourCC("TEXT")) {
-        SkipItem(document, type);
-        return PsdReadResult::kOk;
-    }
-    const uint32_t start = Position(document);
-    const uint32_t length = ReadU32(document);
-    const uint32_t kept = std::min(length, kMaxUnicodeUnits);
-    value.bytes = AllocateZeroed<uint8_t>({kept + uint64_t{1}, 2});
+PsdReadResult ReadLongText(PsdDocument& document, PsdUnicodeString& value) {
+    const uint32_t units = ReadU32(document);
+    const uint32_t kept = std::min(units, kMaxUnicodeUnits);
     value.length = 0;
+    value.bytes = AllocateZeroed<uint8_t>({kept + uint64_t{1}, 2});
     if (!value.bytes) return PsdReadResult::kOutOfMemory;
     value.length = kept;
     Read(document, value.bytes.get(), size_t{2} * kept);
-    SkipTo(document, start + 4 + 2 * length);
+    // No input is as long as the limit, so it stands for every longer rest.
+    constexpr uint64_t kLongestSkip = std::numeric_limits<int32_t>::max();
+    Skip(document, static_cast<int32_t>(std::min(uint64_t{units - kept} * 2, kLongestSkip)));
+    return PsdReadResult::kOk;
+}
+
+PsdReadResult ReadTextValue(PsdDocument& document, uint32_t type, PsdUnicodeString& value) {
+    if (type == FourCC("TEXT")) return ReadLongText(document, value);
+    SkipItem(document, type);
     return PsdReadResult::kOk;
 }
 

@@ -36,6 +36,9 @@ bool ReadEnumValue(PsdDocument& document, uint32_t type, PsdItemKey& value);
 
 PsdReadResult ReadBlendModeValue(PsdDocument& document, uint32_t type, PsdBlendMode& value);
 PsdReadResult ReadGradientStyleValue(PsdDocument& document, uint32_t type, GradientStyle& value);
+
+// A Unicode string of any length: its first units are kept, the rest is passed over.
+PsdReadResult ReadLongText(PsdDocument& document, PsdUnicodeString& value);
 PsdReadResult ReadTextValue(PsdDocument& document, uint32_t type, PsdUnicodeString& value);
 
 // A colour object, ARGB. ReadColorDescriptor starts behind the type.

@@ -225,7 +225,7 @@ void BitmapRows(const PlaneBlock& block, uint32_t firstRow, uint32_t endRow, uin
 
 std::array<uint32_t, 256> FullPalette(const PlaneBlock& block) {
     std::array<uint32_t, 256> palette{};
-    if (block.palette.empty()) return palette;
+    if (!block.palette.data()) return palette;
     palette.fill(kBeyondPalette);
     std::copy_n(block.palette.begin(), std::min(block.palette.size(), palette.size()), palette.begin());
     if (block.transparencyIndex >= 0 && block.transparencyIndex < 256) {
@@ -257,7 +257,8 @@ uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount) {
 }
 
 void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount, uint32_t* pixels) {
-    if (firstRow >= block.height) return;
+    // Without a width there may be four billion rows of nothing.
+    if (firstRow >= block.height || block.width == 0) return;
     const uint32_t rows = std::min(rowCount, block.height - firstRow);
     if (block.colorMode == kBitmap && block.depth == 1) {
         BitmapRows(block, firstRow, firstRow + rows, pixels);

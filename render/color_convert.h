@@ -18,7 +18,7 @@ struct PlaneBlock {
     const uint8_t* alpha = nullptr;
     const uint8_t* color[4] = {};            // colour planes in the mode's order; null = all samples 0
     uint32_t planeCount = 0;                 // planes the image has, transparency included, masks not
-    std::span<const uint32_t> palette = {};  // ARGB; empty: every pixel becomes 0
+    std::span<const uint32_t> palette = {};  // ARGB; null: every pixel becomes 0
     int32_t transparencyIndex = -1;          // palette entry that is drawn with alpha 0; -1 = none
 };
 

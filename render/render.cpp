@@ -33,6 +33,10 @@ uint64_t DrawingAllowance(const PsdDocument& document) {
     return kFreeDrawing + kDrawingPerByte * std::min<uint64_t>(document.reader.position, streamSize);
 }
 
+// What the effects of all layers may keep for the next render. A layer of one pixel can have a shadow of a
+// megabyte, and a small file thousands of such layers.
+constexpr uint64_t kKeptEffectBytes = 64u << 20;
+
 bool Shows(const PsdLayer& layer) { return layer.visible && layer.opacity != 0; }
 
 // Draws the layer's own pixels. False when its mask lies beside the area: then its upper effects are not
@@ -87,7 +91,11 @@ PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width,
     }
     FillRect(document->canvas.get(), document->width, area, kBackground);
     document->drawingLeft = DrawingAllowance(*document);
-    for (PsdLayer& layer : document->layers.span()) DrawLayer(*document, layer, area);
+    uint64_t room = kKeptEffectBytes;
+    for (PsdLayer& layer : document->layers.span()) {
+        DrawLayer(*document, layer, area);
+        room -= KeepEffectBuffers(layer, room);
+    }
     return PsdReadResult::kOk;
 }
 

@@ -8,8 +8,15 @@ for package in "${packages[@]}" "$@"; do
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
 done
 [ ${#missing[@]} -eq 0 ] && exit 0
-as_root=()
-[ "$(id -u)" -eq 0 ] || as_root=(sudo)
+as_root=(env)
+if [ "$(id -u)" -ne 0 ]; then
+    as_root=(sudo env)
+    command -v sudo >/dev/null || {
+        echo "install_packages.sh: needs root or sudo to install ${missing[*]}" >&2
+        exit 1
+    }
+fi
 echo "Installing: ${missing[*]}"
 "${as_root[@]}" apt-get update -qq
-DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# sudo clears the environment: the variable has to be set behind it.
+"${as_root[@]}" DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -16,6 +16,4 @@ done
 # One test directory over both builds, so that one summary counts everything.
 mkdir -p build/all
 printf 'subdirs("../native" "../windows")\n' > build/all/CTestTestfile.cmake
-status=0
-ctest --test-dir build/all --output-on-failure -j "$(nproc)" || status=$?
-exit $status
+exec ctest --test-dir build/all --output-on-failure -j "$(nproc)"

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "document/channel_codec.h"
 #include "tests/support/document_builder.h"
 #include "tests/support/memory_stream.h"
 
@@ -83,8 +84,9 @@ TEST(ByteReader, ColorStructuresTakeTenBytes) {
         int space;
         uint32_t c0, c1, c2, c3, want;
     } cases[] = {
-        {0, 0xFF12, 0x80FF, 0x0100, 0, 0xFFFF8001u},
-        {5, 1, 2, 3, 4, 0x00FFFFFFu},
+        {0, 0xFF12, 0x80FF, 0x0100, 0, 0xFFFF8001u},    {1, 30 << 8, 100 << 8, 50 << 8, 0, 0xFFFF7F00u},
+        {2, 0, 0x6400, 0, 0xFF, 0xFFFF00FFu},           {2, 0, 0, 0, 0x0100, 0xFF000000u},
+        {7, 54 << 8, 81 << 8, 70 << 8, 0, 0xFFFF0000u}, {5, 1, 2, 3, 4, 0x00FFFFFFu},
     };
     for (const auto& test : cases) {
         ReaderOver over(

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <random>
-
 #include "document/big_endian.h"
 #include "document/byte_reader.h"
 #include "tests/support/document_builder.h"
@@ -89,49 +86,6 @@ TEST(Descriptor, WalksConsumeExactlyTheirData) {
         ReaderOver over(ByteWriter().Raw(test.data).Zeros(kTail));
         test.walk(over.document);
         EXPECT_EQ(Position(over.document), test.data.size()) << test.what;
-    }
-}
-
-// Every walk against a plain recursive one, over random trees.
-class RandomTree {
-public:
-    explicit RandomTree(uint32_t number) : m_random(number) {}
-
-    void Items(ByteWriter& out, int depth) {
-        out.Unicode(std::u16string(Pick(3), u'n')).Id(Key());
-        const uint32_t count = Pick(4);
-        out.U32(count);
-        for (uint32_t i = 0; i < count; ++i) Value(out.Id(Key()), depth);
-    }
-    void Value(ByteWriter& out, int depth) {
-        switch (Pick(depth > 0 ? 7 : 5)) {
-        case 0: out.Text("long").U32(Pick(9)); break;
-        case 1: out.Text("doub").F64(1); break;
-        case 2: out.Text("enum").Id(Key()).Id(Key()); break;
-        case 3: out.Text("TEXT").Unicode(u"abc"); break;
-        case 4: out.Text("obj ").U32(1).Text("Enmr").ClassName(Key()).Id(Key()).Id(Key()); break;
-        case 5: Items(out.Text("Objc"), depth - 1); break;
-        default: {
-            const uint32_t count = Pick(4);
-            out.Text("VlLs").U32(count);
-            for (uint32_t i = 0; i < count; ++i) Value(out, depth - 1);
-        }
-        }
-    }
-
-private:
-    uint32_t Pick(uint32_t below) { return std::uniform_int_distribution<uint32_t>(0, below - 1)(m_random); }
-    std::string Key() { return std::string(1 + Pick(6), 'k'); }
-    std::mt19937 m_random;
-};
-
-TEST(Descriptor, RandomTreesAreConsumedWhole) {
-    for (uint32_t number = 0; number < 2000; ++number) {
-        ByteWriter data;
-        RandomTree(number).Items(data, 6);
-        ReaderOver over(ByteWriter(data).Zeros(kTail));
-        SkipDescriptor(over.document);
-        ASSERT_EQ(Position(over.document), data.size()) << "tree " << number;
     }
 }
 

@@ -141,6 +141,7 @@ TEST(LayerPixels, RefusesDamagedChannels) {
 
 TEST(LayerPixels, ClaimsThatNoDataBacksAreRefused) {
     const Rect huge = {0, 0, 30000, 30000}, large = {0, 0, 4000, 4000}, widest = {0, 0, 1 << 30, 1 << 30};
+    const Bytes zipped = ByteWriter().U16(2).Raw(Zip({7})).Zeros(100000);
     const struct {
         const char* what;
         LayerBuilder layer;
@@ -150,6 +151,8 @@ TEST(LayerPixels, ClaimsThatNoDataBacksAreRefused) {
         {"the widest layer without colours", Raw({{-2, {}}}, widest), 1},
         {"a huge mask", Raw({{-2, {}}}, {}).Mask(huge, 0, 0), 1},
         {"user masks beside real ones", Raw({{-2, {}}, {-3, {}}}, {}).RealMask(large, 0, 0, kTwo, 0, 0), 9},
+        // Data of any kind may expand, but this data does not.
+        {"a stream that ends early", LayerBuilder({0, 0, 8000, 8000}).ChannelData(0, zipped), 1},
         {"a plane of raw samples", Raw({{0, Bytes(4000)}}, {0, 0, 10000, 10000}), 1},
         {"layers that are too much together", Raw({{0, {}}}, large), 9},
         {"a layer for each 54 bytes", Raw({{0, {}}}, huge).Name(""), 32767},

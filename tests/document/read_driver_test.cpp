@@ -31,6 +31,8 @@ TEST(ReadDriver, HeadersGiveTheirCodes) {
         {"nothing but the header", Head(good, 26), PsdReadResult::kOk},
         {"compression 4", SmallRgb().MergedData({0, 4}).Build(), PsdReadResult::kBadCompression},
         {"no channels", DocumentBuilder(3, 8, 0, 2, 2).Build(), PsdReadResult::kOk},
+        {"four billion rows of nothing", DocumentBuilder(0, 1, 1, 0, 0xFFFFFFFF).MergedData({}).Build(),
+         PsdReadResult::kOk},
     };
     for (const auto& test : cases) {
         const Opened opened = OpenBytes(test.file);
@@ -65,14 +67,14 @@ TEST(ReadDriver, ColorModeDataBecomesAPaletteOfPlanarTables) {
         Bytes data;
         bool hasPalette;
         size_t entries;
-        uint32_t last;
+        uint32_t last, pixel;  // the last entry; the pixel of index 0
     } cases[] = {
-        {"768 bytes", tables, true, 256, 0xFFFF0001},
-        {"two bytes", {1, 2}, true, 0, 0},
-        {"none", {}, false, 0, 0},
-        {"seven bytes", {1, 2, 3, 4, 5, 6, 7}, true, 2, 0xFF020406},
-        {"tone curves", ByteWriter().Text("hdrt").Zeros(20), false, 0, 0},
-        {"duotone", ByteWriter().U32(0x00010001).Zeros(20), false, 0, 0},
+        {"768 bytes", tables, true, 256, 0xFFFF0001, 0xFF000102},
+        {"two bytes", {1, 2}, true, 0, 0, 0xFFFEFEFE},
+        {"none", {}, false, 0, 0, 0},
+        {"seven bytes", {1, 2, 3, 4, 5, 6, 7}, true, 2, 0xFF020406, 0xFF010305},
+        {"tone curves", ByteWriter().Text("hdrt").Zeros(20), false, 0, 0, 0},
+        {"duotone", ByteWriter().U32(0x00010001).Zeros(20), false, 0, 0, 0},
     };
     for (const auto& test : cases) {
         DocumentBuilder builder(kColorIndexed, 8, 1, 1, 1);
@@ -86,6 +88,9 @@ TEST(ReadDriver, ColorModeDataBecomesAPaletteOfPlanarTables) {
             ASSERT_EQ(palette.count(), wants ? test.entries : 0u) << test.what;
             EXPECT_EQ(palette.count() ? palette[palette.count() - 1] : test.last, test.last) << test.what;
             EXPECT_EQ(opened.document->resources.resolution.present, mode < 4) << test.what;
+            for (const uint32_t pixel : opened.document->mergedPixels.span()) {
+                EXPECT_EQ(pixel, test.pixel) << test.what;
+            }
         }
     }
 }

@@ -91,18 +91,6 @@ TEST(HeaderProbe, TellsWhatTheDocumentCarries) {
     }
 }
 
-TEST(HeaderProbe, LooksAtTheStartWhenItStandsElsewhere) {
-    const Bytes file = Header(9, 5).Build();
-    for (const uint64_t position : {0ull, 4ull, 26ull, 1000ull}) {
-        MemoryStream stream(file);
-        stream.position = position;
-        HeaderInfo info;
-        EXPECT_EQ(ProbeHeader(&stream, info), S_OK) << position;
-        EXPECT_EQ(info.width, 9u);
-        EXPECT_EQ(stream.position, position);
-    }
-}
-
 TEST(HeaderProbe, SurvivesBadStreams) {
     const Bytes file = Header(9, 5).Resolution(96, 1).Resource(1060, Bytes(10, 1)).Build();
     HeaderInfo info;

@@ -99,7 +99,7 @@ TEST(AdjustmentReaders, TurnBlocksIntoKindsAndCodes) {
         const uint32_t length = test.length ? test.length : static_cast<uint32_t>(test.block.size());
         EXPECT_EQ(static_cast<int32_t>(reader.Read(test.key, length)), test.result) << test.what;
         EXPECT_EQ(reader.layer.layerKind, test.kind) << test.what;
-        EXPECT_EQ(reader.layer.propertyList.entries[0].code, test.property) << test.what;
+        EXPECT_EQ(reader.layer.propertyList.entries[0].propertyCode, test.property) << test.what;
         EXPECT_EQ(reader.layer.rebuildTables, test.rebuild) << test.what;
     }
 }

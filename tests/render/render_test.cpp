@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "document/platform.h"
+#include "properties/draw_effects.h"
 #include "tests/support/document_builder.h"
 
 namespace tessary::test {
@@ -138,6 +139,23 @@ TEST(Render, DrawsDocumentsAsTheirRecordsSay) {
         ASSERT_EQ(Render(opened.document.get(), 0, 0, 4, 3, 1), PsdReadResult::kOk) << test.what;
         EXPECT_EQ(opened.document->canvas[0], test.first) << test.what;
         EXPECT_EQ(opened.document->canvas[11], test.last) << test.what;
+    }
+}
+
+TEST(Render, FreedEffectsAreDrawnAgain) {
+    ByteWriter effects;
+    effects.U16(0).U16(2).Text("8BIMcmnS").U32(7).U32(0).U8(1).Zeros(2);
+    effects.Text("8BIMsofi").U32(24).U32(2).Text("8BIMnorm").U16(0).U16(0x7777).Zeros(6).U8(255).U8(1);
+    const Opened opened =
+        OpenBytes(SmallDocument().Layer(LayerBuilder(kWhole).Solid(~0u).Block("lrFX", effects)).Build());
+    ASSERT_EQ(opened.result, PsdReadResult::kOk);
+    PsdDocument& document = *opened.document;
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(Render(&document, 0, 0, 4, 3), PsdReadResult::kOk);
+        EXPECT_EQ(document.canvas[5], 0xFF770000u);
+        EXPECT_EQ(KeepEffectBuffers(document.layers[0], 48), 48u);
+        EXPECT_EQ(KeepEffectBuffers(document.layers[0], 47), 0u);
+        EXPECT_EQ(KeepEffectBuffers(document.layers[0], 48), 0u);
     }
 }
 

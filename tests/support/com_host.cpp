@@ -118,12 +118,12 @@ DocumentBuilder RichDocument() {
     static const Bytes jpeg = EncodeJpeg(2, 2, {GUID_WICPixelFormat24bppBGR, Bytes(3, 100), Bytes(3, 100)});
     const uint32_t jpegSize = static_cast<uint32_t>(jpeg.size());
     ByteWriter planes, thumbnail, exif;
-    for (uint32_t i = 0; i < 36; ++i) planes.U8(i % 12 + i / 12 * 16);
+    for (uint32_t i = 0; i < 48; ++i) planes.U8(i % 12 + i / 12 * 16);
     thumbnail.U32(1).U32(2).U32(2).U32(8).U32(16).U32(jpegSize).U16(24).U16(1).Raw(jpeg);
     exif.Text("MM").U16(42).U32(8).U16(2);
     exif.U16(274).U16(3).U32(1).U16(6).U16(0);             // orientation
     exif.U16(305).U16(2).U32(4).Text("abc").U8(0).U32(0);  // software, and no further directory
-    return DocumentBuilder(kColorRgb, 8, 3, 4, 3)
+    return DocumentBuilder(kColorRgb, 8, 4, 4, 3)
         .Resolution(300.5, 1)
         .Resource(1036, thumbnail)
         .Resource(1039, kProfile)
@@ -134,7 +134,7 @@ DocumentBuilder RichDocument() {
 
 Bytes RichPixels() {
     ByteWriter pixels;
-    for (uint32_t i = 0; i < 12; ++i) pixels.U8(32 + i).U8(16 + i).U8(i).U8(255);
+    for (uint32_t i = 0; i < 12; ++i) pixels.U8(32 + i).U8(16 + i).U8(i).U8(48 + i);
     return pixels;
 }
 

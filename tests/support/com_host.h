@@ -1,6 +1,9 @@
 // Loads the DLL under test and uses it as a client does.
 #pragma once
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "frontend/codec.h"
 #include "frontend/com_support.h"
 #include "tests/support/document_builder.h"
@@ -13,6 +16,12 @@ HMODULE LoadDll();  // once, for the life of the process
 template <class Function>
 Function* Export(HMODULE module, const char* name) {
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+}
+
+// Expects the same of several calls, which are made in any order.
+template <class... Results>
+void ExpectAll(HRESULT want, Results... results) {
+    EXPECT_THAT((std::vector<HRESULT>{results...}), ::testing::Each(want));
 }
 
 // An object of the system's.
@@ -39,7 +48,8 @@ struct JpegColors {
 };
 Bytes EncodeJpeg(UINT width, UINT height, const JpegColors& colors);
 
-// 4 x 3 RGB pixels with profile, thumbnail, EXIF and XMP. Pixel i is red i, green 16 + i, blue 32 + i.
+// 4 x 3 RGB pixels with profile, thumbnail, EXIF and XMP. Pixel i is red i, green 16 + i, blue 32 + i, alpha
+// 48 + i.
 DocumentBuilder RichDocument();
 Bytes RichPixels();                      // of RichDocument, as a frame gives them
 inline const Bytes kProfile(200, 0x5A);  // of RichDocument
@@ -60,6 +70,10 @@ private:
     void** m_table = nullptr;
     void* m_patched[35] = {};
 };
+
+// Puts behind a frame of RichDocument what the framework offers to viewers, from plain C. Gives 0, or the
+// line of the viewer that saw something wrong.
+extern "C" int ViewInC(IWICImagingFactory* factory, IWICBitmapFrameDecode* frame, const BYTE* pixels);
 
 // The frame told all again, with the factory in place of its own.
 void Reinitialize(IWICBitmapFrameDecode* frame, IStream* stream, IWICComponentFactory* factory);

@@ -1,0 +1,228 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "properties/effect_blur.h"
+#include "properties/effect_records.h"
+#include "render/render.h"
+#include "tests/support/document_builder.h"
+
+namespace tessary::test {
+namespace {
+
+constexpr int kSide = 48;
+constexpr Rect kTile = {20, 20, 26, 27};
+
+struct Effect {
+    std::string_view key;
+    std::vector<std::pair<std::string_view, double>> numbers = {};
+    std::string_view flag = "none";
+    double opacity = 100;
+    bool enabled = true;
+    uint32_t color = 0xC81E3C;
+};
+
+Bytes EffectsBlock(const std::vector<Effect>& effects, bool masterSwitch = true) {
+    ByteWriter out;
+    out.U32(0).U32(16).ClassName("null").U32(static_cast<uint32_t>(2 + effects.size()));
+    out.Unit("Scl ", "#Prc", 100).Bool("masterFXSwitch", masterSwitch);
+    for (const Effect& effect : effects) {
+        out.ItemHead(effect.key, "Objc").ClassName("null");
+        out.U32(static_cast<uint32_t>(4 + effect.numbers.size())).Bool("enab", effect.enabled);
+        out.Unit("Opct", "#Prc", effect.opacity).Bool(effect.flag, true);
+        out.ColorItem("Clr ", Red(effect.color), Green(effect.color), Blue(effect.color));
+        for (const auto& [key, value] : effect.numbers) out.Unit(key, "#Pxl", value);
+    }
+    return out;
+}
+
+// A layer of which only the effects show.
+LayerBuilder Unfilled() { return LayerBuilder(kTile).Solid(0xFF5060F0).Block("iOpa", Bytes(4)); }
+
+struct Drawing {
+    explicit Drawing(const std::vector<LayerBuilder>& layers) {
+        DocumentBuilder builder(kColorRgb, 8, 3, kSide, kSide);
+        for (const LayerBuilder& layer : layers) builder.Layer(layer);
+        document = std::move(OpenBytes(builder.Resource(1037, ByteWriter().U32(90)).Build()).document);
+        EXPECT_EQ(Render(document.get(), 0, 0, kSide, kSide, 1), PsdReadResult::kOk);
+    }
+    explicit Drawing(const std::vector<Effect>& effects, LayerBuilder layer = Unfilled())
+        : Drawing(std::vector{layer.Block("lfx2", EffectsBlock(effects))}) {}
+
+    std::vector<uint32_t> Canvas() const {
+        return {document->canvas.get(), document->canvas.get() + kSide * kSide};
+    }
+    const EffectBuffer& Buffer(EffectSlot slot) const {
+        return FindProperty<EffectsRecord>(document->layers[0], kPropertyEffects)->buffers[slot];
+    }
+    Owned<PsdDocument> document;
+};
+
+// The alpha of an image, and the blur done the slow way.
+struct Plane {
+    int width, height;
+    std::vector<uint32_t> alphas;
+
+    Plane& Blur(int radius) {
+        const double sigma = 1.4 * radius / std::sqrt(2 * std::log(255.0));
+        const int half = static_cast<int>(std::ceil(1.4 * radius));
+        for (const int vertical : {0, 1}) {
+            const std::vector<uint32_t> before = alphas;
+            for (int at = 0; at < width * height; ++at) {
+                double sum = 0, whole = 0;
+                for (int i = -half; i <= half; ++i) {
+                    const double weight = std::trunc(255 * std::exp(-i * i / (2 * sigma * sigma)));
+                    const int x = at % width + i * (1 - vertical), y = at / width + i * vertical;
+                    whole += weight;
+                    if (x >= 0 && x < width && y >= 0 && y < height)
+                        sum += weight * before[static_cast<size_t>(y * width + x)];
+                }
+                alphas[static_cast<size_t>(at)] = static_cast<uint32_t>(sum / whole + 0.5);
+            }
+        }
+        return *this;
+    }
+};
+
+TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
+    for (const auto& [width, height] : {std::pair{1, 1}, {9, 4}, {70, 3}, {3, 130}}) {
+        for (const int radius : {1, 2, 5, 17, 250}) {
+            Plane plane{width, height, {}};
+            std::vector<uint32_t> pixels;
+            for (uint32_t i = 0; i < static_cast<uint32_t>(width * height); ++i) {
+                plane.alphas.push_back(i % 3 ? i * 73 % 256 : 255);
+                pixels.push_back(plane.alphas.back() << 24 | i);
+            }
+            ASSERT_EQ(
+                BlurAlpha(pixels.data(), static_cast<size_t>(width), static_cast<size_t>(height), radius),
+                PsdReadResult::kOk);
+            plane.Blur(radius);
+            for (uint32_t i = 0; i < pixels.size(); ++i)
+                ASSERT_EQ(pixels[i], plane.alphas[i] << 24 | i) << width << " " << radius;
+        }
+    }
+}
+
+TEST(DropShadow, LiesOppositeTheLight) {
+    const struct {
+        double angle, distance;
+        std::string_view flag;
+        int dx, dy;
+    } cases[] = {{0, 10, "none", -10, 0}, {90, 10, "none", 0, 10},   {180, 9, "none", 8, 0},
+                 {120, 10, "none", 4, 9}, {-45, 10, "none", -7, -6}, {33, 0, "none", 0, 0},
+                 {0, 10, "uglg", 0, 10}};
+    for (const auto& [angle, distance, flag, dx, dy] : cases) {
+        const Rect place = {kTile.left + dx, kTile.top + dy, kTile.right + dx, kTile.bottom + dy};
+        EXPECT_EQ(Drawing({{"DrSh", {{"lagl", angle}, {"Dstn", distance}}, flag}}).Canvas(),
+                  Drawing(std::vector{LayerBuilder(place).Solid(0xFFC81E3C)}).Canvas())
+            << angle;
+    }
+}
+
+// Pixel by pixel: the spread's share, what is left of the size, the range, and what the layer takes out.
+TEST(ShadowsAndGlows, SpreadThenSoftenThenAreKnockedOut) {
+    const struct {
+        int spread, size, grown, range, distance;
+        bool glow;
+    } cases[] = {{0, 9, 0, 50, 0, false},  {100, 10, 10, 50, 0, false}, {50, 10, 5, 50, 0, false},
+                 {30, 5, 2, 50, 4, false}, {9, 5, 0, 50, 4, false},     {100, 10, 10, 50, 0, true},
+                 {30, 5, 2, 25, 4, true},  {0, 9, 0, 80, 0, true}};
+    for (const auto& [spread, s, grown, range, distance, glow] : cases) {
+        const Drawing drawing(
+            {{glow ? "OrGl" : "DrSh",
+              {{"Ckmt", spread}, {"blur", s}, {"Inpr", range}, {"lagl", 150}, {"Dstn", distance}},
+              "layerConceals"}});
+        const EffectBuffer& buffer = drawing.Buffer(glow ? kSlotOuterGlow : kSlotDropShadow);
+        const int offset = distance && !glow ? 2 : 0, width = 6 + 2 * s;
+        ASSERT_EQ(buffer.bounds, (Rect{offset - s, offset - s, offset + 6 + s, offset + 7 + s}));
+        const auto isInTile = [](int x, int y) { return x >= 0 && x < 6 && y >= 0 && y < 7; };
+        Plane plane{width, 7 + 2 * s, {}};
+        for (int i = 0; i < width * plane.height; ++i)
+            plane.alphas.push_back(isInTile(i % width - s, i / width - s) ? 255 : 0);
+        if (grown > 0) {
+            for (uint32_t& alpha : plane.Blur(grown).alphas) alpha = alpha < 24 ? 10 * alpha : 255;
+        }
+        if (s > grown) plane.Blur(s - grown);
+        for (int i = 0; i < width * plane.height; ++i) {
+            const uint32_t alpha = plane.alphas[static_cast<size_t>(i)],
+                           ranged = glow ? std::min(alpha * 50 / static_cast<uint32_t>(range), 255u) : alpha;
+            const bool covered = isInTile(i % width - s + offset, i / width - s + offset);
+            ASSERT_EQ(buffer.pixels[static_cast<size_t>(i)],
+                      (covered ? 0 : 255 * ranged >> 8) << 24 | 0xC81E3C)
+                << spread << " " << i;
+        }
+    }
+}
+
+TEST(Effects, AMaskTakesItsShareOnce) {
+    constexpr Rect kMask = {18, 18, 24, 24};  // over the layer's corner; nothing is left beside it
+    Bytes mask(36);
+    std::vector<uint32_t> pixels(42);
+    for (uint32_t i = 0; i < 36; ++i) {
+        mask[i] = static_cast<uint8_t>(i * 7);
+        if (i % 6 > 1 && i / 6 > 1) pixels[(i / 6 - 2) * 6 + i % 6 - 2] = (255 * i * 7 >> 8) << 24 | 0xC81E3C;
+    }
+    const LayerBuilder thinned = LayerBuilder(kTile).Pixels(pixels),
+                       hidden = LayerBuilder(thinned).Block("iOpa", Bytes(4));
+    for (const std::string_view key : {"DrSh", "OrGl", "SoFi"}) {
+        const std::vector<Effect> effects = {{key, {{"blur", 3}, {"Dstn", 2}}}};
+        EXPECT_EQ(Drawing(effects, Unfilled().Mask(kMask, 0, 0, mask)).Canvas(),
+                  Drawing(effects, hidden).Canvas())
+            << key;
+        EXPECT_EQ(Drawing(effects, Unfilled().Mask(kMask, 0, 2, mask)).Canvas(), Drawing(effects).Canvas())
+            << key;
+    }
+    // An overlay is the layer in another colour.
+    EXPECT_EQ(Drawing({{"SoFi"}}, hidden).Canvas(), Drawing(std::vector{thinned}).Canvas());
+}
+
+// The same picture comes out of plain layers that stack in the order of the effects, and out of no other.
+TEST(Effects, StackInTheirOrder) {
+    const Effect shadow = {"DrSh", {{"lagl", 120}, {"Dstn", 4}, {"blur", 4}}, "none", 80, true, 0x10A020};
+    const Effect glow = {"OrGl", {{"blur", 5}}, "none", 100, true, 0x2030F0};
+    const Effect overlay = {"SoFi", {}, "none", 60, true, 0xF02010};
+    const LayerBuilder layer = LayerBuilder(kTile).Pixels(std::vector<uint32_t>(42, 0x80C0C000));
+    Drawing drawing({glow, overlay, shadow}, layer);
+    const auto plain = [&](EffectSlot slot) {
+        const EffectBuffer& buffer = drawing.Buffer(slot);
+        const auto pixels = buffer.pixels.span();
+        const Rect at = {kTile.left + buffer.bounds.left, kTile.top + buffer.bounds.top,
+                         kTile.left + buffer.bounds.right, kTile.top + buffer.bounds.bottom};
+        return LayerBuilder(at).Pixels({pixels.begin(), pixels.end()}).Opacity(buffer.opacity);
+    };
+    std::vector<LayerBuilder> stack = {plain(kSlotDropShadow), layer, plain(kSlotColorOverlay),
+                                       plain(kSlotOuterGlow)};
+    const std::vector<uint32_t> canvas = drawing.Canvas();
+    EXPECT_EQ(Drawing(stack).Canvas(), canvas);
+    for (size_t i = 0; i + 1 < stack.size(); ++i) {
+        std::vector<LayerBuilder> other = stack;
+        std::swap(other[i], other[i + 1]);
+        EXPECT_NE(Drawing(other).Canvas(), canvas) << i;
+    }
+    EXPECT_EQ(Render(drawing.document.get(), 0, 0, kSide, kSide, 1), PsdReadResult::kOk);
+    EXPECT_EQ(drawing.Canvas(), canvas);
+}
+
+TEST(Effects, AreDrawnOnlyWhereTheyAreSwitchedOn) {
+    const std::vector<uint32_t> nothing(kSide * kSide, kBackground);
+    for (const std::string_view key : {"DrSh", "OrGl", "SoFi"}) {
+        const Effect on = {key, {{"blur", 3}}};
+        EXPECT_NE(Drawing({on}).Canvas(), nothing) << key;
+        EXPECT_EQ(Drawing({{key, {{"blur", 3}}, "none", 0}}).Canvas(), nothing) << key;
+        EXPECT_EQ(Drawing({{key, {{"blur", 3}}, "none", 100, false}}).Canvas(), nothing) << key;
+        EXPECT_EQ(Drawing(std::vector{Unfilled().Block("lfx2", EffectsBlock({on}, false))}).Canvas(), nothing)
+            << key;
+    }
+    ByteWriter old;
+    old.U16(0).U16(2).Text("8BIMcmnS").U32(7).U32(0).U8(1).U16(0).Text("8BIMsofi").U32(24).U32(0);
+    old.Text("8BIMnorm").U16(0).U16(0).U16(0).U16(0xFFFF).U16(0).U8(255).U8(1);
+    const auto center = [](const Drawing& drawing) { return drawing.Canvas()[23 * kSide + 23] & 0xFFFFFF; };
+    const LayerBuilder both = Unfilled().Block("lrFX", old);
+    EXPECT_EQ(center(Drawing(std::vector{both})), 0x0000FFu);
+    EXPECT_EQ(center(Drawing({{"SoFi"}}, both)), 0xC81E3Cu);
+    EXPECT_EQ(Drawing({{"SoFi", {}, "none", 100, false}}, both).Canvas(), nothing);
+}
+
+}  // namespace
+}  // namespace tessary::test

@@ -1,0 +1,87 @@
+// Uses a decoder as a viewer written in plain C does: with the public headers and the method tables only.
+#define COBJMACROS
+#include <windows.h>
+
+#include <objbase.h>
+#include <stdlib.h>
+#include <string.h>
+#include <wincodec.h>
+
+// A public interface that the headers leave out, written down a second time: slots that differ show here.
+typedef struct SourceTransform {
+    const struct {
+        IUnknownVtbl unknown;
+        HRESULT(WINAPI* CopyPixels)(void*, const WICRect*, UINT, UINT, GUID*, int, UINT, UINT, BYTE*);
+        HRESULT(WINAPI* GetClosestSize)(void*, UINT*, UINT*);
+        HRESULT(WINAPI* GetClosestPixelFormat)(void*, GUID*);
+        HRESULT(WINAPI* DoesSupportTransform)(void*, int, BOOL*);
+    } * table;
+} SourceTransform;
+static const IID kTransform = {0x3B16811B, 0x6A43, 0x4EC9, {0xB7, 0x13, 0x3D, 0x5A, 0x0C, 0x13, 0xB9, 0x40}};
+
+#define CHECK(condition) \
+    if (!(condition)) return __LINE__
+#define CALL(call) CHECK((call) == S_OK)
+
+// Puts behind a frame of 4 x 3 pixels what the framework offers. 0, or the line that saw something wrong.
+int ViewInC(IWICImagingFactory* factory, IWICBitmapFrameDecode* frame, const BYTE* wanted) {
+    IWICBitmapSource *source = (IWICBitmapSource*)frame, *thumbnail, *thumbnailPixels;
+    IWICFormatConverter* converter;
+    IWICBitmapScaler* scaler;
+    SourceTransform* transform;
+    IWICColorContext* contexts[2];
+    IWICColorTransform* colors;
+    IWICMetadataQueryReader* query;
+    UINT width = 1, height = 1, count = 9;
+    BOOL same = 9, flipped = 9;
+    GUID format;
+    BYTE bytes[192];
+
+    CALL(IWICImagingFactory_CreateFormatConverter(factory, &converter));
+    CALL(IWICFormatConverter_Initialize(converter, source, &GUID_WICPixelFormat32bppPBGRA, 0, NULL, 0, 0));
+    CALL(IWICFormatConverter_CopyPixels(converter, NULL, 16, 48, bytes));
+    for (int i = 0; i < 48; ++i)
+        CHECK(abs((i % 4 == 3 ? wanted[i] : wanted[i] * wanted[i | 3] / 255) - bytes[i]) <= 1);
+    IWICFormatConverter_Release(converter);
+
+    CALL(IWICImagingFactory_CreateBitmapScaler(factory, &scaler));
+    CALL(IWICBitmapScaler_Initialize(scaler, source, 8, 6, WICBitmapInterpolationModeNearestNeighbor));
+    CALL(IWICBitmapScaler_CopyPixels(scaler, NULL, 32, 192, bytes));
+    for (int i = 0; i < 48; ++i) CHECK(!memcmp(bytes + 4 * i, wanted + i / 16 * 16 + i % 8 / 2 * 4, 4));
+    IWICBitmapScaler_Release(scaler);
+
+    CALL(IWICBitmapFrameDecode_QueryInterface(frame, &kTransform, (void**)&transform));
+    CALL(transform->table->GetClosestSize(transform, &width, &height));
+    CALL(transform->table->GetClosestPixelFormat(transform, &format));
+    CALL(transform->table->DoesSupportTransform(transform, WICBitmapTransformRotate0, &same));
+    CALL(transform->table->DoesSupportTransform(transform, WICBitmapTransformFlipVertical, &flipped));
+    CHECK(width == 4 && height == 3 && IsEqualGUID(&format, &GUID_WICPixelFormat32bppBGRA) && same &&
+          !flipped);
+    CALL(transform->table->CopyPixels(transform, NULL, 1, 1, NULL, WICBitmapTransformFlipVertical, 16, 48,
+                                      bytes));
+    CHECK(!memcmp(bytes, wanted, 48));
+    transform->table->unknown.Release((IUnknown*)transform);
+
+    for (int i = 0; i < 2; ++i) CALL(IWICImagingFactory_CreateColorContext(factory, &contexts[i]));
+    CALL(IWICBitmapFrameDecode_GetColorContexts(frame, 2, contexts, &count));
+    CHECK(count == 1);
+    CALL(IWICColorContext_InitializeFromExifColorSpace(contexts[1], 1));
+    CALL(IWICImagingFactory_CreateColorTransformer(factory, &colors));
+    CALL(IWICColorTransform_Initialize(colors, source, contexts[0], contexts[1], &format));
+    CALL(IWICColorTransform_CopyPixels(colors, NULL, 16, 48, bytes));
+    IWICColorTransform_Release(colors);
+    for (int i = 0; i < 2; ++i) IWICColorContext_Release(contexts[i]);
+
+    CALL(IWICBitmapFrameDecode_GetMetadataQueryReader(frame, &query));
+    CALL(IWICMetadataQueryReader_GetContainerFormat(query, &format));
+    CHECK(format.Data1 == 0x9B2C4F61);
+    IWICMetadataQueryReader_Release(query);
+
+    CALL(IWICBitmapFrameDecode_GetThumbnail(frame, &thumbnail));
+    CALL(WICConvertBitmapSource(&GUID_WICPixelFormat32bppPBGRA, thumbnail, &thumbnailPixels));
+    CALL(IWICBitmapSource_CopyPixels(thumbnailPixels, NULL, 8, 16, bytes));
+    CHECK(bytes[15] == 255);
+    IWICBitmapSource_Release(thumbnailPixels);
+    IWICBitmapSource_Release(thumbnail);
+    return 0;
+}
