@@ -21,17 +21,24 @@ bool EnsureBuffer(PsdByteReader& reader) {
     return static_cast<bool>(reader.buffer);
 }
 
+// A stream may deliver for ever, and loops that count what is in a file would go on with it. Sizes are
+// signed, so a document ends before this.
+constexpr uint64_t kMostDelivered = uint64_t{1} << 31;
+
 // One call to the stream. Its result code says nothing that the count does not; the count is not believed
 // beyond what was asked for.
-uint32_t ReadStream(IStream* stream, void* destination, uint32_t count) {
+uint32_t ReadStream(PsdByteReader& reader, void* destination, uint32_t count) {
     ULONG delivered = 0;
-    if (stream) stream->Read(destination, count, &delivered);
-    return std::min<uint32_t>(static_cast<uint32_t>(delivered), count);
+    if (reader.stream && reader.delivered < kMostDelivered)
+        reader.stream->Read(destination, count, &delivered);
+    const uint32_t taken = std::min<uint32_t>(static_cast<uint32_t>(delivered), count);
+    reader.delivered += taken;
+    return taken;
 }
 
 void Refill(PsdByteReader& reader) {
     reader.cursor = 0;
-    reader.filled = ReadStream(reader.stream, reader.buffer.get(), kBufferSize);
+    reader.filled = ReadStream(reader, reader.buffer.get(), kBufferSize);
 }
 
 // Hands out up to `count` buffered bytes; a null destination drops them.
@@ -68,7 +75,7 @@ size_t Read(PsdDocument& document, void* destination, size_t count) {
         constexpr size_t kMaxRequest = 1u << 30;
         while (done < count) {
             const uint32_t request = static_cast<uint32_t>(std::min(count - done, kMaxRequest));
-            const uint32_t delivered = ReadStream(reader.stream, out + done, request);
+            const uint32_t delivered = ReadStream(reader, out + done, request);
             if (delivered == 0) break;
             done += delivered;
         }

@@ -388,8 +388,9 @@ struct PsdByteReader {
     IStream* stream = nullptr;  // borrowed, only during OpenDocument
     Owned<uint8_t> buffer;
     uint32_t filled = 0;
-    uint32_t cursor = 0;    // next unread byte
-    uint32_t position = 0;  // bytes consumed since the start of the file; wraps by definition
+    uint32_t cursor = 0;     // next unread byte
+    uint32_t position = 0;   // bytes consumed since the start of the file; wraps by definition
+    uint64_t delivered = 0;  // by the stream, in all
 };
 
 struct PsdDocument {

@@ -28,7 +28,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     {
         test::MemoryStream stream(file);
         stream.failCall = size % 11;
-        stream.claimsMore = size % 13 == 0;
         Owned<PsdDocument> document;
         FailAllocationNumber(1 + size % 61, size % 2 != 0);
         static_cast<void>(OpenDocument(document, &stream, size % (kReadProfile + 1)));

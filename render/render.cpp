@@ -25,8 +25,8 @@ Side ClampSide(int32_t begin, int32_t length, uint32_t limit) {
 // Adjustments and effects cost a file a few bytes each, however many pixels they are drawn over. All of a
 // document together may take so many pixels and so many more for each byte of the file; what does not fit is
 // not drawn.
-constexpr uint64_t kFreeDrawing = 128u << 20;
-constexpr uint64_t kDrawingPerByte = 128;
+constexpr uint64_t kFreeDrawing = 64u << 20;
+constexpr uint64_t kDrawingPerByte = 64;
 
 uint64_t DrawingAllowance(const PsdDocument& document) {
     const uint64_t streamSize = static_cast<uint64_t>(std::max(document.streamSize, 0));

@@ -52,7 +52,7 @@ TEST(Bombs, DrawingWithoutDataHasAnEnd) {
     // An adjustment that draws nothing in this mode takes its share all the same, and hardly any time.
     DocumentBuilder mixed(kColorGrayscale, 8, 1, 1024, 1024);
     const Bytes mixer = ByteWriter().U16(1).Zeros(42);
-    for (int i = 0; i < 300; ++i) mixed.Layer(Layer(0).Block("mixr", mixer).Block("iOpa", Bytes(4)));
+    for (int i = 0; i < 200; ++i) mixed.Layer(Layer(0).Block("mixr", mixer).Block("iOpa", Bytes(4)));
     const Opened many = OpenBytes(mixed.MergedData({0, 0}).Build());
     ASSERT_EQ(many.result, PsdReadResult::kOk);
     ASSERT_EQ(Render(many.document.get(), 0, 0, 1024, 1024), PsdReadResult::kOk);

@@ -62,6 +62,10 @@ TEST(ByteReader, CountsBeyondTheRequestAreNotBelieved) {
     Bytes got(66000);
     EXPECT_LE(Read(over.document, got.data(), got.size()), got.size());
     EXPECT_LE(over.document.reader.filled, PsdByteReader::kBufferSize);
+    // Such a stream has no end; the reader does.
+    got.resize(size_t{64} << 20);
+    for (int i = 0; i < 32; ++i) static_cast<void>(Read(over.document, got.data(), got.size()));
+    EXPECT_EQ(Read(over.document, got.data(), got.size()), 0u);
 }
 
 TEST(ByteReader, PascalStringsFillTheirAlignment) {
