@@ -7,21 +7,16 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <random>
 #include <set>
 #include <sstream>
 
 #include "tests/support/document_builder.h"
-#include "tests/support/sha256.h"
 
 namespace tessary::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-fs::path CorpusFolder() {
-    const char* named = std::getenv("TESSARY_CORPUS");
-    return named ? fs::path(named) : fs::path(TESSARY_SOURCE_DIR).parent_path() / "shared" / "corpus";
-}
 
 Bytes FileBytes(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
@@ -33,31 +28,35 @@ std::vector<std::map<std::string, std::string>> TableRows(const fs::path& path) 
     std::ifstream file(path);
     std::vector<std::string> names;
     std::vector<std::map<std::string, std::string>> rows;
-    for (std::string line; std::getline(file, line);) {
-        std::istringstream cells(line);
-        const bool isHead = names.empty();
-        if (!isHead) rows.emplace_back();
-        size_t column = 0;
-        for (std::string cell; std::getline(cells, cell, '\t'); ++column) {
-            if (isHead) {
-                names.push_back(cell);
-            } else if (column < names.size()) {
-                rows.back()[names[column]] = cell;
-            }
+    for (std::string line, cell; std::getline(file, line);) {
+        std::vector<std::string> cells;
+        for (std::istringstream text(line); std::getline(text, cell, '\t');) cells.push_back(cell);
+        if (names.empty()) {
+            names = cells;
+            continue;
         }
+        rows.emplace_back();
+        for (size_t i = 0; i < std::min(names.size(), cells.size()); ++i) rows.back()[names[i]] = cells[i];
     }
     return rows;
 }
 
-Bytes RgbBytes(const PsdDocument& document) {
-    Bytes bytes;
-    bytes.reserve(document.mergedPixels.count() * 3);
+// Of the picture's red, green and blue bytes, in hexadecimal digits; empty where CMake cannot be called.
+std::string Sha256(const PsdDocument& document) {
+    static const std::string path =
+        (fs::temp_directory_path() / ("tessary" + std::to_string(std::random_device{}()))).string();
+    std::ofstream file(path, std::ios::binary);
     for (const uint32_t pixel : document.mergedPixels.span()) {
-        for (const uint32_t channel : {Red(pixel), Green(pixel), Blue(pixel)}) {
-            bytes.push_back(static_cast<uint8_t>(channel));
-        }
+        for (const uint32_t value : {Red(pixel), Green(pixel), Blue(pixel)})
+            file.put(static_cast<char>(value));
     }
-    return bytes;
+    file.close();
+    std::string digest;
+    if (!std::system(("cmake -E sha256sum " + path + " > " + path + ".sum").c_str()))
+        std::ifstream(path + ".sum") >> digest;
+    fs::remove(path);
+    fs::remove(path + ".sum");
+    return digest;
 }
 
 // What others made of these documents takes the white matte out of the colours, which the file does not
@@ -67,22 +66,25 @@ protected:
     void SetUp() override {
         if (!fs::exists(m_folder / "expected.tsv")) GTEST_SKIP() << "no documents in " << m_folder;
     }
-    const fs::path m_folder = CorpusFolder();
+    Opened Open(const std::string& name, uint32_t mode) {
+        return OpenBytes(FileBytes(m_folder / "files" / name), mode);
+    }
+    const char* const m_named = std::getenv("TESSARY_CORPUS");
+    const fs::path m_folder =
+        m_named ? fs::path(m_named) : fs::path(TESSARY_SOURCE_DIR).parent_path() / "shared" / "corpus";
 };
 
 TEST_F(Corpus, MergedImagesAreWhatOtherProgramsRead) {
-    size_t agreed = 0, same = 0;
+    if (Sha256({}).empty()) GTEST_SKIP() << "CMake is not in the path";
+    size_t agreed = 0;
     for (auto& row : TableRows(m_folder / "expected.tsv")) {
         if (row["verdict"] != "agreed") continue;
         ++agreed;
-        const Opened opened = OpenBytes(FileBytes(m_folder / "files" / row["file"]), kReadMerged);
-        EXPECT_EQ(opened.result, PsdReadResult::kOk) << row["file"];
-        if (!opened.document || !opened.document->mergedPixels) continue;
-        const std::string digest = Sha256(RgbBytes(*opened.document));
-        EXPECT_EQ(digest, row["sha256_rgb"]) << row["file"];
-        same += digest == row["sha256_rgb"];
+        const Opened opened = Open(row["file"], kReadMerged);
+        ASSERT_EQ(opened.result, PsdReadResult::kOk) << row["file"];
+        EXPECT_EQ(Sha256(*opened.document), row["sha256_rgb"]) << row["file"];
     }
-    std::cout << same << " of " << agreed << " merged images agree\n";
+    std::cout << agreed << " merged images compared\n";
     EXPECT_GT(agreed, 0u);
 }
 
@@ -95,7 +97,7 @@ TEST_F(Corpus, DocumentsHaveTheLayersOfTheCatalogue) {
     for (auto& row : TableRows(m_folder / "catalog.tsv")) {
         const int layers = std::abs(std::atoi(row["layers"].c_str()));
         if (layers == 0 || row["kind"] == "damaged-or-refused") continue;
-        const Opened opened = OpenBytes(FileBytes(m_folder / "files" / row["file"]));
+        const Opened opened = Open(row["file"], kReadEverything);
         // Masks with density and feather are refused, and layers of 32 bits are passed over.
         bool sound = refused.count(row["file"]) == 0;
         std::istringstream sizes(row["mask_sizes"]);
@@ -107,22 +109,14 @@ TEST_F(Corpus, DocumentsHaveTheLayersOfTheCatalogue) {
 }
 
 TEST_F(Corpus, EveryDocumentOpensOrIsRefused) {
-    size_t documents = 0, refused = 0;
+    size_t documents = 0;
     for (const auto& entry : fs::directory_iterator(m_folder / "files")) {
-        ++documents;
-        const Bytes file = FileBytes(entry.path());
-        std::map<int32_t, std::string> modesByCode;
-        for (uint32_t mode = 0; mode <= 6; ++mode) {
-            const Opened opened = OpenBytes(file, mode);
-            EXPECT_EQ(static_cast<bool>(opened.document), opened.result == PsdReadResult::kOk);
-            if (!opened.document) modesByCode[static_cast<int32_t>(opened.result)] += std::to_string(mode);
-        }
-        refused += !modesByCode.empty();
-        for (const auto& [code, modes] : modesByCode) {
-            std::cout << entry.path().filename().string() << ": " << code << " in modes " << modes << "\n";
+        const std::string name = entry.path().filename().string();
+        for (uint32_t mode = 0; mode <= 6; ++mode, ++documents) {
+            const Opened opened = Open(name, mode);
+            EXPECT_EQ(static_cast<bool>(opened.document), opened.result == PsdReadResult::kOk) << name;
         }
     }
-    std::cout << refused << " of " << documents << " documents are refused in some mode\n";
     EXPECT_GT(documents, 0u);
 }
 

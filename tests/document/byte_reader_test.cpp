@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "document/big_endian.h"
 #include "document/channel_codec.h"
 #include "tests/support/document_builder.h"
 #include "tests/support/memory_stream.h"
@@ -9,34 +10,32 @@
 namespace tessary::test {
 namespace {
 
-struct ReaderOver {
-    explicit ReaderOver(Bytes bytes) : stream(std::move(bytes)) { document.reader.stream = &stream; }
-    MemoryStream stream;
-    PsdDocument document;
-};
-
-TEST(ByteReader, ShortFieldsAreZeroAndConsumed) {
-    ReaderOver over({1, 2});
-    EXPECT_EQ(ReadU32(over.document), 0u);
-    EXPECT_EQ(Position(over.document), 2u);
-    EXPECT_EQ(ReadU8(over.document), 0u);
-}
-
-TEST(ByteReader, RequestsAboveTheBufferGoPastIt) {
+TEST(ByteReader, GivesTheBytesHoweverTheyAreDelivered) {
     Bytes bytes(200000);
     for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i * 7 >> 3);
-    for (const size_t count : {size_t{65536}, size_t{65537}, size_t{199999}}) {
-        ReaderOver over(bytes);
-        ReadU8(over.document);
-        Bytes got(count);
-        ASSERT_EQ(Read(over.document, got.data(), count), count);
-        EXPECT_TRUE(std::equal(got.begin(), got.end(), bytes.begin() + 1)) << count;
-        EXPECT_EQ(Position(over.document), 1 + count);
+    for (const uint32_t crumb : {1u, 1000000u}) {
+        for (const size_t count : {500u, 65536u, 65537u, 199000u}) {
+            StreamReader over(bytes);
+            over.stream.maxBytesPerRead = crumb;
+            Skip(over.document, 3);
+            EXPECT_EQ(ReadU32(over.document), LoadU32(&bytes[3]));
+            Bytes got(count);
+            ASSERT_EQ(Read(over.document, got.data(), count), count);
+            EXPECT_TRUE(std::equal(got.begin(), got.end(), bytes.begin() + 7)) << count;
+            EXPECT_EQ(Position(over.document), 7 + count);
+        }
     }
+    StreamReader cut({1, 2});
+    EXPECT_EQ(ReadU32(cut.document), 0u);
+    EXPECT_EQ(Position(cut.document), 2u);
+    StreamReader boasting(Bytes(70000, 9));
+    boasting.stream.claimsMore = true;
+    EXPECT_LE(Read(boasting.document, bytes.data(), 66000), 66000u);
+    EXPECT_LE(boasting.document.reader.filled, PsdByteReader::kBufferSize);
 }
 
 TEST(ByteReader, LongSkipsCountInFullOnStreamsThatCannotSeek) {
-    ReaderOver over(Bytes(10));
+    StreamReader over(Bytes(10));
     over.stream.canSeek = false;
     EXPECT_EQ(Skip(over.document, 65537), 65537);
     EXPECT_EQ(Position(over.document), 65537u);
@@ -44,42 +43,25 @@ TEST(ByteReader, LongSkipsCountInFullOnStreamsThatCannotSeek) {
     EXPECT_EQ(Skip(over.document, -5), 0);
 }
 
-TEST(ByteReader, StreamsInCrumbsGiveTheSameBytes) {
-    Bytes bytes(1000);
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i);
-    ReaderOver over(bytes);
-    over.stream.maxBytesPerRead = 1;
-    Skip(over.document, 3);
-    EXPECT_EQ(ReadU32(over.document), 0x03040506u);
-    Bytes got(500);
-    EXPECT_EQ(Read(over.document, got.data(), 500), 500u);
-    EXPECT_EQ(got[499], bytes[506]);
-}
-
-TEST(ByteReader, CountsBeyondTheRequestAreNotBelieved) {
-    ReaderOver over(Bytes(70000, 9));
+TEST(ByteReader, StreamsThatClaimMoreAreNotBelievedForEver) {
+    StreamReader over(Bytes(70000, 9));
     over.stream.claimsMore = true;
-    Bytes got(66000);
-    EXPECT_LE(Read(over.document, got.data(), got.size()), got.size());
-    EXPECT_LE(over.document.reader.filled, PsdByteReader::kBufferSize);
-    // Such a stream has no end; the reader does.
-    got.resize(size_t{64} << 20);
-    for (int i = 0; i < 32; ++i) static_cast<void>(Read(over.document, got.data(), got.size()));
+    Bytes got(size_t{64} << 20);
+    EXPECT_EQ(Read(over.document, got.data(), 66000), 66000u);
+    for (int i = 0; i < 32; ++i) EXPECT_LE(Read(over.document, got.data(), got.size()), got.size());
     EXPECT_EQ(Read(over.document, got.data(), got.size()), 0u);
 }
 
 TEST(ByteReader, PascalStringsFillTheirAlignment) {
-    const struct {
-        uint8_t length;
-        uint32_t alignment, consumed;
-    } cases[] = {{0, 4, 4}, {3, 4, 4},     {4, 4, 8},     {0, 2, 2}, {1, 2, 2},
-                 {2, 2, 4}, {254, 4, 256}, {255, 4, 256}, {5, 1, 6}};
-    for (const auto& test : cases) {
-        ReaderOver over(ByteWriter().U8(test.length).Raw(Bytes(300, 'a')));
-        PsdPascalString string;
-        EXPECT_EQ(ReadPascalString(over.document, test.alignment, string), test.consumed) << int{test.length};
-        EXPECT_EQ(Position(over.document), test.consumed);
-        EXPECT_EQ(std::string(string.text), std::string(test.length, 'a'));
+    for (const uint32_t alignment : {1u, 2u, 4u}) {
+        for (uint32_t length = 0; length < 256; ++length) {
+            StreamReader over(ByteWriter().U8(length).Raw(Bytes(300, 'a')));
+            PsdPascalString string;
+            const uint32_t consumed = (length + alignment) / alignment * alignment;
+            EXPECT_EQ(ReadPascalString(over.document, alignment, string), consumed) << length;
+            EXPECT_EQ(Position(over.document), consumed);
+            EXPECT_EQ(std::string(string.text), std::string(length, 'a'));
+        }
     }
 }
 
@@ -92,10 +74,9 @@ TEST(ByteReader, ColorStructuresTakeTenBytes) {
         {2, 0, 0x6400, 0, 0xFF, 0xFFFF00FFu},           {2, 0, 0, 0, 0x0100, 0xFF000000u},
         {7, 54 << 8, 81 << 8, 70 << 8, 0, 0xFFFF0000u}, {5, 1, 2, 3, 4, 0x00FFFFFFu},
     };
-    for (const auto& test : cases) {
-        ReaderOver over(
-            ByteWriter().I16(test.space).U16(test.c0).U16(test.c1).U16(test.c2).U16(test.c3).U8(77));
-        EXPECT_EQ(ReadColor(over.document), test.want);
+    for (const auto& [space, c0, c1, c2, c3, want] : cases) {
+        StreamReader over(ByteWriter().I16(space).U16(c0).U16(c1).U16(c2).U16(c3).U8(77));
+        EXPECT_EQ(ReadColor(over.document), want);
         EXPECT_EQ(ReadU8(over.document), 77u);
     }
 }

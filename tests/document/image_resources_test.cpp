@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <sstream>
+
 #include "tests/support/document_builder.h"
 
 namespace tessary::test {
@@ -12,173 +15,130 @@ using R = PsdImageResources;
 
 DocumentBuilder Rgb(uint32_t channels = 3) { return DocumentBuilder(kColorRgb, 8, channels, 1, 1); }
 
-bool Holds(const Owned<uint8_t>& bytes, const Bytes& want) { return std::ranges::equal(bytes.span(), want); }
+// An element, or one as it is before anything is read.
+template <class T>
+const T& At(const Owned<T>& list, size_t index) {
+    static const T none{};
+    return index < list.count() ? list[index] : none;
+}
+
+std::string Text(double value) {
+    std::ostringstream text;
+    text.precision(12);
+    text << value;
+    return text.str();
+}
+std::string Text(const PsdPascalString& value) { return {value.text, value.length}; }
+std::string Text(const PsdUnicodeString& value) {
+    std::string text;
+    for (uint32_t i = 0; i < value.length; ++i) text += static_cast<char>(value.bytes[2 * i + 1]);
+    return text;
+}
+template <class T>
+std::string Text(const Owned<T>& list) {
+    std::string text;
+    for (const T value : list.span()) text += '.' + Text(value);
+    return text;
+}
+template <class... T>
+std::string Say(const T&... values) {
+    return '|' + ((Text(values) + ' ') + ...);
+}
+
+// What the document holds, behind the numbers of the resources it comes from.
+std::string Describe(const PsdDocument& d) {
+    const R& r = d.resources;
+    const auto& [present, width, widthUnit, widthShown, height, heightUnit, heightShown] = r.resolution;
+    const PsdAlphaChannel &a = At(r.alphas, 0), &b = At(r.alphas, 1);
+    const PsdThumbnail& t = r.thumbnail;
+    const PsdSlice& s = At(r.slices.slices, 0);
+    const PsdVersionInfo& v = r.versionInfo;
+    const Rect &all = r.slices.bounds, &part = s.bounds;
+    const auto& [line, direction] = At(r.gridAndGuides.guides, 1);
+    const auto& [x, y, space, depth] = At(r.colorSamplers, 1);
+    return Say(1005, present, width, widthUnit, widthShown, height, heightUnit, heightShown) +
+           Say(1006, r.alphaCount, d.colorChannels, a.name, b.name, a.unicodeName, b.unicodeName, a.id,
+               b.id) +
+           Say(1007, r.displayInfo.color, r.displayInfo.opacity, r.displayInfo.kind) + Say(1008, r.caption) +
+           Say(1009, r.border.width, r.border.unit) + Say(1024, r.targetLayer) + Say(1026, r.layerGroupIds) +
+           Say(1011, r.printFlags.flags[0], r.printFlags.flags[1], r.printFlags.flags[7]) +
+           Say(1032, r.gridAndGuides.horizontalGrid, r.gridAndGuides.verticalGrid, line, direction) +
+           Say(1036, t.redFirst, t.format, t.width, t.height, t.rowBytes, t.totalSize, t.compressedSize,
+               t.bitsPerPixel, t.planes, t.data) +
+           Say(1034, r.rightsMarked) + Say(1037, r.globalAngle) + Say(1038, x, y, space, depth) +
+           Say(1039, r.profile.bytes) + Say(1042, r.resource1042) + Say(1046, r.paletteCount) +
+           Say(1047, r.transparencyIndex) + Say(1049, r.globalAltitude) +
+           Say(1050, all.left, all.top, all.right, all.bottom, r.slices.name, s.id, s.groupId, s.origin,
+               s.associatedLayerId, s.name, s.type, part.left, part.top, part.right, part.bottom, s.url,
+               s.target, s.message, s.altTag, s.cellTextIsHtml, s.cellText, s.horizontalAlignment,
+               s.verticalAlignment, s.color) +
+           Say(1054, At(r.urls, 0).operation, At(r.urls, 0).id, At(r.urls, 0).text) +
+           Say(1057, v.present, v.hasRealMergedData, v.writer, v.reader, v.fileVersion) +
+           Say(1058, r.exif.bytes) + Say(1060, r.xmp.bytes) + Say(1064, r.pixelAspectRatio) +
+           Say(1062, r.printScale.style, r.printScale.x, r.printScale.y, r.printScale.scale) +
+           Say(10000, r.printFlagsInfo.centerCropMarks, r.printFlagsInfo.bleedWidth,
+               r.printFlagsInfo.bleedWidthScale);
+}
+bool Holds(const PsdDocument& document, const std::string& text) {
+    return Describe(document).find('|' + text) != std::string::npos;
+}
 
 TEST(ImageResources, EachIsReadInItsModes) {
-    const Bytes thumbnail = W().U32(1).U32(20).U32(10).U32(60).U32(600).U32(3).U16(24).U16(1).Raw({7, 8, 9});
-    const Bytes resolution = W().Fixed(72.5).U16(1).U16(2).I32(-98304).U16(2).U16(3);
-    const Bytes info = W().U32(1).U8(0).Unicode(u"ab").Unicode(u"c").U32(5);
+    const W thumbnail = W().U32(1).U32(20).U32(10).U32(60).U32(600).U32(3).U16(24).U16(1).Raw({7, 8, 9});
     const W slice = W().U32(1).U32(2).U32(1).U32(77).Unicode(u"n").U32(3).RectTlbr({2, 1, 4, 3});
-    const Bytes slices = W().U32(6)
-                             .RectTlbr({1, 2, 3, 4})
-                             .Unicode(u"s")
-                             .U32(1)
-                             .Raw(slice)
-                             .Unicode(u"url")
-                             .U32(0)
-                             .U32(0)
-                             .Unicode(u"alt")
-                             .U8(1)
-                             .Unicode(u"t")
-                             .U32(1)
-                             .U32(2)
-                             .U32(0xFF102030);
+    W slices;
+    slices.U32(6).RectTlbr({1, 2, 3, 4}).Unicode(u"s").U32(1).Raw(slice).Unicode(u"url").U32(0).U32(0);
+    slices.Unicode(u"alt").U8(1).Unicode(u"t").U32(4).U32(2).U32(0xFF102030);
     const struct {
         uint16_t id;
+        const char *modes, *want;  // modes in which the resource is parsed
         Bytes data;
-        const char* modes;  // in which the resource is parsed
-        bool (*isRead)(const PsdDocument& document, const R& r);
     } cases[] = {
-        {1005, resolution, "0123",
-         [](auto&, auto& r) {
-             return r.resolution.present && r.resolution.horizontal == 72.5f &&
-                    r.resolution.vertical == -1.5f && r.resolution.horizontalUnit == 1 &&
-                    r.resolution.widthUnit == 2 && r.resolution.verticalUnit == 2 &&
-                    r.resolution.heightUnit == 3;
-         }},
-        {1006, W().Pascal("one", 1).Pascal("", 1).Pascal("x", 1), "023",
-         [](auto& d, auto& r) {
-             return r.alphaCount == 3 && d.colorChannels == 2 &&
-                    std::string(r.alphas[0].name.text) == "one" && r.alphas[2].name.text[0] == 'x';
-         }},
-        {1007, W().U16(0).U16(0x1100).U16(0x2200).U16(0x3300).U16(0).U16(50).U8(1).U8(0), "02",
-         [](auto&, auto& r) {
-             return r.displayInfo.present && r.displayInfo.color == 0xFF112233 &&
-                    r.displayInfo.opacity == 50 && r.displayInfo.kind == 1;
-         }},
-        {1008, W().Pascal("caption", 1), "02",
-         [](auto&, auto& r) { return std::string(r.caption.text) == "caption"; }},
-        {1009, W().Fixed(0.5).U16(4), "02",
-         [](auto&, auto& r) { return r.border.present && r.border.width == 0.5f && r.border.unit == 4; }},
-        {1011,
-         {0, 1, 0, 0, 0, 0, 0, 2, 0},
-         "02",
-         [](auto&, auto& r) {
-             return r.printFlags.present && !r.printFlags.flags[0] && r.printFlags.flags[1] &&
-                    r.printFlags.flags[7];
-         }},
-        {1024, W().U16(9), "02", [](auto&, auto& r) { return r.targetLayer == 9; }},
-        {1026, W().U16(1).U16(0xFFFF).U8(3), "02",
-         [](auto&, auto& r) { return r.layerGroupIds.count() == 2 && r.layerGroupIds[1] == 0xFFFF; }},
-        {1032, W().U32(1).U32(576).U32(577).U32(2).U32(32).U8(0).I32(-64).U8(1), "02",
-         [](auto&, auto& r) {
-             const PsdGridAndGuides& grid = r.gridAndGuides;
-             return grid.present && grid.horizontalGrid == 576 && grid.verticalGrid == 577 &&
-                    grid.guides.count() == 2 && grid.guides[1].location == -64 &&
-                    grid.guides[1].direction == 1;
-         }},
-        {1033, thumbnail, "04",
-         [](auto&, auto& r) {
-             return r.thumbnail.present && r.thumbnail.redFirst && Holds(r.thumbnail.data, {7, 8, 9});
-         }},
-        {1034, W().U16(1), "02", [](auto&, auto& r) { return r.rightsMarked; }},
-        {1036, thumbnail, "04",
-         [](auto&, auto& r) {
-             const PsdThumbnail& t = r.thumbnail;
-             return t.present && !t.redFirst && t.format == 1 && t.width == 20 && t.height == 10 &&
-                    t.rowBytes == 60 && t.totalSize == 600 && t.compressedSize == 3 && t.bitsPerPixel == 24 &&
-                    t.planes == 1 && Holds(t.data, {7, 8, 9});
-         }},
-        {1037, W().I32(-90), "02", [](auto&, auto& r) { return r.globalAngle == -90; }},
-        {1038, W().U32(2).U32(2).Zeros(12).U32(5).U32(6).U16(1).U16(16), "02",
-         [](auto&, auto& r) {
-             return r.colorSamplers.count() == 2 && r.colorSamplers[1].x == 5 && r.colorSamplers[1].y == 6 &&
-                    r.colorSamplers[1].colorSpace == 1 && r.colorSamplers[1].depth == 16;
-         }},
-        {1038, W().U32(1).U32(2).Zeros(10).U32(5).U32(6).U16(7), "02",
-         [](auto&, auto& r) {
-             return r.colorSamplers.count() == 2 && r.colorSamplers[1].y == 6 &&
-                    r.colorSamplers[1].colorSpace == 7;
-         }},
-        {1039,
-         {1, 2, 3},
-         "026",
-         [](auto&, auto& r) {
-             return r.profile.present && Holds(r.profile.bytes, {1, 2, 3});
-         }},
-        {1042, W().U16(3), "02", [](auto&, auto& r) { return r.resource1042 == 3; }},
-        {1045, W().Unicode(u"ab").Unicode(u"c").U16(0), "023",
-         [](auto& d, auto& r) {
-             return r.alphaCount == 2 && d.colorChannels == 3 && r.alphas[0].unicodeName.length == 2 &&
-                    r.alphas[1].unicodeName.bytes[1] == 'c';
-         }},
-        {1046, W().U16(200), "023", [](auto&, auto& r) { return r.paletteCount == 200; }},
-        {1047, W().U16(255), "023", [](auto&, auto& r) { return r.transparencyIndex == 255; }},
-        {1049, W().U32(60), "02", [](auto&, auto& r) { return r.globalAltitude == 60; }},
-        {1050, slices, "02",
-         [](auto&, auto& r) {
-             if (!r.slices.present || r.slices.slices.count() != 1) return false;
-             const PsdSlice& s = r.slices.slices[0];
-             return r.slices.bounds == Rect{1, 2, 3, 4} && s.id == 1 && s.groupId == 2 &&
-                    s.associatedLayerId == 77 && s.type == 3 && s.bounds == Rect{1, 2, 3, 4} &&
-                    s.url.length == 3 && s.altTag.length == 3 && s.cellTextIsHtml &&
-                    s.verticalAlignment == 2 && s.color == 0xFF102030;
-         }},
-        {1050, W().U32(7).Zeros(40), "", [](auto&, auto& r) { return r.slices.present; }},
-        {1053, W().U32(3).U32(8).U16(1), "023",
-         [](auto& d, auto& r) { return r.alphaCount == 2 && d.colorChannels == 5 && r.alphas[1].id == 8; }},
-        {1054, W().U32(1).U32(1).U32(2).Unicode(u"http"), "02",
-         [](auto&, auto& r) {
-             return r.urls.count() == 1 && r.urls[0].operation == 1 && r.urls[0].id == 2 &&
-                    r.urls[0].text.length == 4;
-         }},
-        {1057, info, "023",
-         [](auto&, auto& r) {
-             return r.versionInfo.present && !r.versionInfo.hasRealMergedData &&
-                    r.versionInfo.writer.length == 2 && r.versionInfo.reader.bytes[1] == 'c' &&
-                    r.versionInfo.fileVersion == 5;
-         }},
-        {1058,
-         {4, 5},
-         "025",
-         [](auto&, auto& r) {
-             return r.exif.present && Holds(r.exif.bytes, {4, 5});
-         }},
-        {1059,
-         {4, 5},
-         "025",
-         [](auto&, auto& r) {
-             return r.exif.present && Holds(r.exif.bytes, {4, 5});
-         }},
-        {1060, {6}, "025", [](auto&, auto& r) { return r.xmp.present && Holds(r.xmp.bytes, {6}); }},
-        {1062, W().U16(2).F32(1.5f).F32(2.5f).F32(0.25f), "02",
-         [](auto&, auto& r) {
-             return r.printScale.present && r.printScale.style == 2 && r.printScale.x == 1.5f &&
-                    r.printScale.y == 2.5f && r.printScale.scale == 0.25f;
-         }},
-        {1064, W().U32(1).F64(1.0666), "02", [](auto&, auto& r) { return r.pixelAspectRatio == 1.0666; }},
-        {10000, W().U16(1).U8(1).U8(0).U32(7).U16(2), "02",
-         [](auto&, auto& r) {
-             return r.printFlagsInfo.present && r.printFlagsInfo.centerCropMarks &&
-                    r.printFlagsInfo.bleedWidth == 7 && r.printFlagsInfo.bleedWidthScale == 2;
-         }},
+        {1005, "0123", "1005 1 72.5 1 2 -1.5 2 3 ", W().Fixed(72.5).U16(1).U16(2).I32(-98304).U16(2).U16(3)},
+        {1006, "023", "1006 3 2 one x   0 0 ", W().Pascal("one", 1).Pascal("x", 1).Pascal("", 1)},
+        {1007, "02", "1007 4279312947 50 1 ",
+         W().U16(0).U16(0x1100).U16(0x2200).U16(0x3300).U32(50).U16(256)},
+        {1008, "02", "1008 caption ", W().Pascal("caption", 1)},
+        {1009, "02", "1009 0.5 4 ", W().Fixed(0.5).U16(4)},
+        {1011, "02", "1011 0 1 1 ", {0, 1, 0, 0, 0, 0, 0, 2, 0}},
+        {1024, "02", "1024 9 ", W().U16(9)},
+        {1026, "02", "1026 .1.65535 ", W().U16(1).U16(0xFFFF).U8(3)},
+        {1032, "02", "1032 576 577 -64 1 ", W().U32(1).U32(576).U32(577).U32(2).U32(32).U8(0).I32(-64).U8(1)},
+        {1033, "04", "1036 1 1 20 10 60 600 3 24 1 .7.8.9 ", thumbnail},
+        {1034, "02", "1034 1 ", W().U16(1)},
+        {1036, "04", "1036 0 1 20 10 60 600 3 24 1 .7.8.9 ", thumbnail},
+        {1037, "02", "1037 -90 ", W().I32(-90)},
+        {1038, "02", "1038 5 6 1 16 ", W().U32(2).U32(2).Zeros(12).U32(5).U32(6).U16(1).U16(16)},
+        {1038, "02", "1038 5 6 7 0 ", W().U32(1).U32(2).Zeros(10).U32(5).U32(6).U16(7)},
+        {1039, "026", "1039 .1.2.3 ", {1, 2, 3}},
+        {1042, "02", "1042 3 ", W().U16(3)},
+        {1045, "023", "1006 2 3   ab c 0 0 ", W().Unicode(u"ab").Unicode(u"c").U16(0)},
+        {1046, "023", "1046 200 ", W().U16(200)},
+        {1047, "023", "1047 255 ", W().U16(255)},
+        {1049, "02", "1049 60 ", W().U32(60)},
+        {1050, "02", "1050 1 2 3 4 s 1 2 1 77 n 3 1 2 3 4 url   alt 1 t 4 2 4279246896 ", slices},
+        {1053, "023", "1006 2 5     3 8 ", W().U32(3).U32(8).U16(1)},
+        {1054, "02", "1054 1 2 http ", W().U32(1).U32(1).U32(2).Unicode(u"http")},
+        {1057, "023", "1057 1 0 ab c 5 ", W().U32(1).U8(0).Unicode(u"ab").Unicode(u"c").U32(5)},
+        {1058, "025", "1058 .4.5 ", {4, 5}},
+        {1059, "025", "1058 .4.5 ", {4, 5}},
+        {1060, "025", "1060 .6 ", {6}},
+        {1062, "02", "1062 2 1.5 2.5 0.25 ", W().U16(2).F32(1.5f).F32(2.5f).F32(0.25f)},
+        {1064, "02", "1064 1.0666 ", W().U32(1).F64(1.0666)},
+        {10000, "02", "10000 1 7 2 ", W().U16(1).U8(1).U8(0).U32(7).U16(2)},
     };
     for (const auto& test : cases) {
         // Strangers around it: names of both parities, odd sizes, every signature.
-        const Bytes file = Rgb(5)
-                               .Resource(4000, {1, 2, 3}, "odd", "MeSa")
-                               .Resource(2500, {1, 2}, "even", "PHUT")
-                               .Resource(test.id, test.data)
-                               .Resource(4001, {1}, "", "AgHg")
-                               .Resource(4002, {}, std::string(255, 'n'), "DCSR")
-                               .Build();
-        for (uint32_t mode = 0; mode <= 6; ++mode) {
-            const Opened opened = OpenBytes(file, mode);
+        DocumentBuilder builder = Rgb(5);
+        builder.Resource(4000, {1, 2, 3}, "odd", "MeSa").Resource(2500, {1, 2}, "even", "PHUT");
+        builder.Resource(1050, W().U32(7).Zeros(40)).Resource(test.id, test.data);
+        builder.Resource(4001, {1}, "", "AgHg").Resource(4002, {}, std::string(255, 'n'), "DCSR");
+        const Bytes file = builder.Build();
+        for (char mode = '0'; mode <= '6'; ++mode) {
+            const Opened opened = OpenBytes(file, static_cast<uint32_t>(mode - '0'));
             ASSERT_EQ(opened.result, PsdReadResult::kOk) << test.id;
-            const bool want =
-                std::string(test.modes).find(static_cast<char>('0' + mode)) != std::string::npos;
-            EXPECT_EQ(test.isRead(*opened.document, opened.document->resources), want)
-                << test.id << " mode " << mode;
+            EXPECT_EQ(Holds(*opened.document, test.want), std::strchr(test.modes, mode) != nullptr)
+                << test.id << " mode " << mode << ": " << Describe(*opened.document);
         }
     }
 }
@@ -206,9 +166,9 @@ TEST(ImageResources, PresenceIsNotedAndTheWalkStopsWhereTheModeIsServed) {
 }
 
 TEST(ImageResources, OnlyRgbDocumentsUseTheirProfile) {
+    const Bytes file = DocumentBuilder(kColorCmyk, 8, 4, 1, 1).Resource(1039, {1, 2}).Build();
     for (const uint32_t mode : {kReadEverything, kReadHeader, kReadProfile}) {
-        const Opened cmyk =
-            OpenBytes(DocumentBuilder(kColorCmyk, 8, 4, 1, 1).Resource(1039, {1, 2}).Build(), mode);
+        const Opened cmyk = OpenBytes(file, mode);
         ASSERT_TRUE(cmyk.document);
         EXPECT_FALSE(cmyk.document->resources.profile.present) << mode;
         EXPECT_EQ(cmyk.document->resources.profile.bytes.count(), mode == kReadHeader ? 0u : 2u);
@@ -216,34 +176,19 @@ TEST(ImageResources, OnlyRgbDocumentsUseTheirProfile) {
 }
 
 TEST(ImageResources, TheFirstOfSeveralWinsForNamesAndExif) {
-    const Opened names = OpenBytes(Rgb(5)
-                                       .Resource(1053, W().U32(11).U32(12).U32(13))
-                                       .Resource(1045, W().Unicode(u"a").Unicode(u"b"))
-                                       .Resource(1006, W().Pascal("x", 1))
-                                       .Resource(1058, {1})
-                                       .Resource(1059, {2})
-                                       .Build());
-    ASSERT_TRUE(names.document);
-    const R& r = names.document->resources;
-    EXPECT_EQ(names.document->colorChannels, 3);
-    EXPECT_EQ(r.alphaCount, 2);
-    EXPECT_EQ(r.alphas[1].id, 12);
-    EXPECT_EQ(r.alphas[0].name.length, 0);
-    EXPECT_TRUE(Holds(r.exif.bytes, {1}));
-    const Opened many = OpenBytes(Rgb(3).Resource(1006, Bytes(9)).Build());
+    DocumentBuilder builder = Rgb(5);
+    builder.Resource(1053, W().U32(11).U32(12).U32(13)).Resource(1045, W().Unicode(u"a").Unicode(u"b"));
+    builder.Resource(1006, W().Pascal("x", 1)).Resource(1058, {1}).Resource(1059, {2});
+    const Opened names = OpenBytes(builder.Build());
+    EXPECT_TRUE(Holds(*names.document, "1006 2 3   a b 11 12 "));
+    EXPECT_TRUE(Holds(*names.document, "1058 .1 "));
+    const Opened many = OpenBytes(Rgb(3).Resource(1006, Bytes(9)).Resource(1057, {}).Build());
     EXPECT_EQ(many.document->colorChannels, 0) << "more names than channels";
-    const Opened empty = OpenBytes(Rgb(3).Resource(1057, {}).Build());
-    EXPECT_TRUE(empty.document->resources.versionInfo.hasRealMergedData);
-    EXPECT_FALSE(empty.document->resources.versionInfo.present);
-}
-
-// The section as it stands behind the colour mode data.
-PsdReadResult OpenSection(const Bytes& section) {
-    const Bytes file = Rgb().Build();
-    return OpenBytes(W().Raw(Bytes(file.begin(), file.begin() + 30)).Raw(section)).result;
+    EXPECT_TRUE(Holds(*many.document, "1057 0 1   0 "));
 }
 
 TEST(ImageResources, DamagedSectionsGiveTheirCodes) {
+    const Bytes document = Rgb().Build(), front(document.begin(), document.begin() + 30);
     const W sound = W().Text("8BIM").U16(1).U16(0).U32(0);
     const struct {
         const char* what;
@@ -258,7 +203,8 @@ TEST(ImageResources, DamagedSectionsGiveTheirCodes) {
         {"data ends with the file", W().U32(912).Text("8BIM").U16(1039).U16(0).U32(900), PsdReadResult::kOk},
         {"short fields", W().U32(14).Text("8BIM").U16(1005).U16(0).U32(2).U16(1), PsdReadResult::kOk},
     };
-    for (const auto& test : cases) EXPECT_EQ(OpenSection(test.section), test.want) << test.what;
+    for (const auto& test : cases)
+        EXPECT_EQ(OpenBytes(W().Raw(front).Raw(test.section)).result, test.want) << test.what;
 }
 
 #if defined(TESSARY_FAULT_INJECTION)

@@ -3,112 +3,89 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <iterator>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace tessary::test {
 namespace {
 
-// One word per operation: what a registry would see, in a form that is easy to compare.
-std::wstring Describe(const std::vector<RegistryOperation>& operations) {
+// One word per operation: what a registry would see, in a form that is easy to compare. "?" for no script.
+std::wstring Describe(std::wstring_view script, bool perUser = false) {
+    std::vector<RegistryOperation> operations;
+    if (!ParseScript(script, perUser, operations)) return L"?";
+    const wchar_t *const marks[] = {L"", L"!", L"~"}, *const types[] = {L"", L"=s<", L"=e<", L"=d", L"=b"};
     std::wstring text;
     for (const RegistryOperation& operation : operations) {
-        const wchar_t* const marks[] = {L"", L"!", L"~"};
+        const RegistryValue& value = operation.value;
+        const bool leaves = operation.verb == RegistryVerb::kLeaveKey;
         text += text.empty() ? L"" : L" ";
-        if (operation.verb == RegistryVerb::kLeaveKey) text += L")";
         if (operation.verb == RegistryVerb::kDeleteKey) text += L"-";
-        if (operation.verb != RegistryVerb::kLeaveKey) text += marks[static_cast<size_t>(operation.removal)];
+        text += leaves ? L")" : marks[static_cast<size_t>(operation.removal)];
         if (operation.root != RegistryRoot::kNone) text += std::to_wstring(static_cast<int>(operation.root));
         text += operation.name;
         if (operation.verb == RegistryVerb::kEnterKey) text += L"(";
-        switch (operation.value.type) {
-        case RegistryValueType::kNone: break;
-        case RegistryValueType::kString: text += L"=s<" + operation.value.text + L">"; break;
-        case RegistryValueType::kExpandString: text += L"=e<" + operation.value.text + L">"; break;
-        case RegistryValueType::kDword: text += L"=d" + std::to_wstring(operation.value.number); break;
-        case RegistryValueType::kBinary:
-            text += L"=b";
-            for (const uint8_t byte : operation.value.bytes) text += L"." + std::to_wstring(byte);
-            break;
-        }
+        text += types[static_cast<size_t>(value.type)] + value.text;
+        if (value.type == RegistryValueType::kDword) text += std::to_wstring(value.number);
+        for (const uint8_t byte : value.bytes) text += L"." + std::to_wstring(byte);
     }
     return text;
 }
 
 TEST(RegistryScript, ReadsKeysValuesAndMarks) {
-    const struct {
-        const wchar_t *script, *want;
-        bool perUser = false;
-    } cases[] = {
+    const std::pair<const wchar_t*, const wchar_t*> cases[] = {
         {L"", L""},
         {L"HKCR { } hklm { HKEY_USERS }", L"~1( ) ~3( HKEY_USERS( ) )"},
-        {L"HKCR{ }", nullptr},
         {L"HKCR\r\n{\n\tA\n\tB { C }\n}", L"~1( A( ) B( C( ) ) )"},
         {L"HKCR { forceremove A NoRemove B = s 'x' { } Delete C Delete D = s 'y' }",
-         L"~1( !A( ) ~B(=s<x> ) -C -D=s<y> )"},
+         L"~1( !A( ) ~B(=s<x ) -C -D=s<y )"},
         {L"HKCU { val A = d '4294967295' val 'B C' = b '00fF' NoRemove val D = e '' }",
-         L"~2( A=d4294967295 B C=b.0.255 ~D=e<> )"},
-        {L"HKCU { val A = D 0x1F val B = d '&hFF' val '' = s '' }", L"~2( A=d31 B=d255 =s<> )"},
+         L"~2( A=d4294967295 B C=b.0.255 ~D=e< )"},
+        {L"HKCU { val A = D 0x1F val B = d '&hFF' val '' = s '' }", L"~2( A=d31 B=d255 =s< )"},
         // Words between apostrophes are names, never signs or keywords.
-        {L"HKCU { 'val' '{' '}' 'it''s' = s '''' { } }", L"~2( val( ) {( ) }( ) it's(=s<'> ) )"},
-        {L"HKCU { {AB-1} = s '{CD-2}' { {EF} } }", L"~2( {AB-1}(=s<{CD-2}> {EF}( ) ) )"},
-        {L"HKCR { A } HKLM { B }", L"~2( ~Software( ~Classes( A( ) ) ) ) ~3( B( ) )", true},
-        // What is no script.
-        {L"A { }", nullptr},
-        {L"HKCR", nullptr},
-        {L"HKCR {", nullptr},
-        {L"HKCR { A { }", nullptr},
-        {L"HKCR { } }", nullptr},
-        {L"HKCR { A\\B }", nullptr},
-        {L"HKCR { '' }", nullptr},
-        {L"HKCR { = s 'x' }", nullptr},
-        {L"HKCR { A = s }", nullptr},
-        {L"HKCR { A = q 'x' }", nullptr},
-        {L"HKCR { A = s 'x }", nullptr},
-        {L"HKCR { val A }", nullptr},
-        {L"HKCR { ForceRemove val A = s 'x' }", nullptr},
-        {L"HKCR { Delete { } }", nullptr},
-        {L"HKCR { val A = d '4294967296' }", nullptr},
-        {L"HKCR { val A = d '1a' }", nullptr},
-        {L"HKCR { val A = d '' }", nullptr},
-        {L"HKCR { val A = b '123' }", nullptr},
-        {L"HKCR { val A = b '1g' }", nullptr},
+        {L"HKCU { 'val' '{' '}' 'it''s' = s '''' { } }", L"~2( val( ) {( ) }( ) it's(=s<' ) )"},
+        {L"HKCU { {AB-1} = s '{CD-2}' { {EF} } }", L"~2( {AB-1}(=s<{CD-2} {EF}( ) ) )"},
     };
-    for (const auto& test : cases) {
-        std::vector<RegistryOperation> operations;
-        const bool valid = ParseScript(test.script, test.perUser, operations);
-        ASSERT_EQ(valid, test.want != nullptr) << testing::PrintToString(std::wstring(test.script));
-        if (!valid) continue;
-        EXPECT_EQ(Describe(operations), test.want);
-    }
-    std::vector<RegistryOperation> operations;
-    EXPECT_FALSE(ParseScript(std::wstring(L"HKCR { A\0B }", 13), false, operations));
+    for (const auto& [script, want] : cases) EXPECT_EQ(Describe(script), want);
+    EXPECT_EQ(Describe(L"HKCR { A } HKLM { B }", true), L"~2( ~Software( ~Classes( A( ) ) ) ) ~3( B( ) )");
+    const wchar_t* const refused[] = {L"HKCR{ }",
+                                      L"A { }",
+                                      L"HKCR",
+                                      L"HKCR {",
+                                      L"HKCR { A { }",
+                                      L"HKCR { } }",
+                                      L"HKCR { A\\B }",
+                                      L"HKCR { '' }",
+                                      L"HKCR { = s 'x' }",
+                                      L"HKCR { A = s }",
+                                      L"HKCR { A = q 'x' }",
+                                      L"HKCR { A = s 'x }",
+                                      L"HKCR { val A }",
+                                      L"HKCR { ForceRemove val A = s 'x' }",
+                                      L"HKCR { Delete { } }",
+                                      L"HKCR { val A = d '4294967296' }",
+                                      L"HKCR { val A = d '1a' }",
+                                      L"HKCR { val A = d '' }",
+                                      L"HKCR { val A = b '123' }",
+                                      L"HKCR { val A = b '1g' }"};
+    for (const std::wstring script : refused) EXPECT_EQ(Describe(script), L"?");
+    EXPECT_EQ(Describe(std::wstring_view(L"HKCR { A\0B }", 12)), L"?");
 }
 
 TEST(RegistryScript, ReplacesNamesBetweenPercentSigns) {
     const std::wstring path = L"C:\\50% of %MODULE%\\it's \x00E9\x4E2D\\Tessary.dll";
     const std::wstring escaped = EscapeForScript(path);
     const ScriptReplacement replacements[] = {{L"Module", escaped}, {L"Module_Raw", path}};
-    const struct {
-        std::wstring script, want;
-    } cases[] = {
-        {L"%MODULE%|%module_raw%", escaped + L"|" + path},
-        {L"%%SystemRoot%% %%1%%", L"%SystemRoot% %1%"},
-        {L"%%MODULE%%", L"%MODULE%"},
-        {L"%", L"?"},
-        {L"%%%", L"?"},
-        {L"%Other%", L"?"},
-    };
-    for (const auto& test : cases) {
+    const auto expand = [&](const std::wstring& script) {
         std::wstring expanded;
-        EXPECT_EQ(ExpandScript(test.script, replacements, expanded) ? expanded : L"?", test.want);
-    }
-    std::wstring expanded;
-    std::vector<RegistryOperation> operations;
-    ASSERT_TRUE(ExpandScript(L"HKCR { A = s '%MODULE%' }", replacements, expanded));
-    ASSERT_TRUE(ParseScript(expanded, false, operations));
-    EXPECT_EQ(operations.at(1).value.text, path);
+        return ExpandScript(script, replacements, expanded) ? expanded : L"?";
+    };
+    EXPECT_EQ(expand(L"%MODULE%|%module_raw%"), escaped + L"|" + path);
+    EXPECT_EQ(expand(L"%%SystemRoot%% %%1%% %%MODULE%%"), L"%SystemRoot% %1% %MODULE%");
+    for (const wchar_t* const script : {L"%", L"%%%", L"%Other%"}) EXPECT_EQ(expand(script), L"?");
+    EXPECT_EQ(Describe(expand(L"HKCR { A = s '%MODULE%' }")), L"~1( A(=s<" + path + L" ) )");
 }
 
 TEST(RegistryScript, StaysBoundedWithHostileText) {
@@ -142,16 +119,14 @@ TEST(RegistryScript, StaysBoundedWithHostileText) {
 }
 
 TEST(RegistryScript, SurvivesRandomWords) {
-    const wchar_t* const words[] = {L"HKCR", L"{",           L"}",        L"=",      L"s", L"'x'",
-                                    L"val",  L"ForceRemove", L"NoRemove", L"Delete", L"'", L"%",
-                                    L"%M%",  L"b",           L"d",        L"12",     L"\n"};
+    std::wistringstream list(L"HKCR { } = s 'x' val ForceRemove NoRemove Delete ' % %M% b d 12");
+    const std::vector<std::wstring> words{std::istream_iterator<std::wstring, wchar_t>(list), {}};
     const ScriptReplacement replacements[] = {{L"M", L"a'b"}};
     std::mt19937 random(1);
     size_t valid = 0;
     for (int round = 0; round < 20000; ++round) {
         std::wstring text = L"HKCR { ";
-        for (auto i = random() % 12; i > 0; --i)
-            text += std::wstring(words[random() % std::size(words)]) + L" ";
+        for (auto i = random() % 12; i > 0; --i) text += words[random() % words.size()] + L" ";
         text += L"}";
         std::wstring expanded;
         std::vector<RegistryOperation> operations;
@@ -160,7 +135,7 @@ TEST(RegistryScript, SurvivesRandomWords) {
         ++valid;
         size_t depth = 0;
         for (const RegistryOperation& operation : operations) {
-            if (operation.verb == RegistryVerb::kEnterKey) ++depth;
+            depth += operation.verb == RegistryVerb::kEnterKey;
             if (operation.verb != RegistryVerb::kLeaveKey) continue;
             ASSERT_GT(depth--, 0u);
         }

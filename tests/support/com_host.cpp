@@ -47,26 +47,27 @@ Bytes EncodeJpeg(UINT width, UINT height, const JpegColors& colors) {
     const auto encoder = Create<IWICBitmapEncoder>(CLSID_WICJpegEncoder, IID_IWICBitmapEncoder);
     ComPtr<IStream> stream;
     ComPtr<IWICBitmapFrameEncode> frame;
-    EXPECT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, stream.Put()), S_OK);
-    EXPECT_EQ(encoder->Initialize(stream.get(), WICBitmapEncoderNoCache), S_OK);
-    EXPECT_EQ(encoder->CreateNewFrame(frame.Put(), nullptr), S_OK);
-    frame->Initialize(nullptr);
-    frame->SetSize(width, height);
     WICPixelFormatGUID format = colors.format;
-    EXPECT_EQ(frame->SetPixelFormat(&format), S_OK);
-    EXPECT_TRUE(IsEqualGUID(format, colors.format));
     ByteWriter pixels;
     for (UINT i = 0; i < width * height; ++i) pixels.Raw(i % width < width / 2 ? colors.left : colors.right);
     Bytes bytes = pixels;
     const UINT size = static_cast<UINT>(bytes.size());
-    EXPECT_EQ(frame->WritePixels(height, size / height, size, bytes.data()), S_OK);
-    EXPECT_EQ(frame->Commit(), S_OK);
-    EXPECT_EQ(encoder->Commit(), S_OK);
-    STATSTG stat = {};
-    stream->Stat(&stat, STATFLAG_NONAME);
-    Bytes jpeg(static_cast<size_t>(stat.cbSize.QuadPart));
+    const HRESULT inThisOrder[] = {CreateStreamOnHGlobal(nullptr, TRUE, stream.Put()),
+                                   encoder->Initialize(stream.get(), WICBitmapEncoderNoCache),
+                                   encoder->CreateNewFrame(frame.Put(), nullptr),
+                                   frame->Initialize(nullptr),
+                                   frame->SetSize(width, height),
+                                   frame->SetPixelFormat(&format),
+                                   frame->WritePixels(height, size / height, size, bytes.data()),
+                                   frame->Commit(),
+                                   encoder->Commit()};
+    EXPECT_THAT(inThisOrder, ::testing::Each(S_OK));
+    EXPECT_TRUE(IsEqualGUID(format, colors.format));
+    Bytes jpeg(1 << 16);
+    ULONG length = 0;
     stream->Seek({}, STREAM_SEEK_SET, nullptr);
-    stream->Read(jpeg.data(), static_cast<ULONG>(jpeg.size()), nullptr);
+    stream->Read(jpeg.data(), 1 << 16, &length);
+    jpeg.resize(length);
     return jpeg;
 }
 
@@ -79,9 +80,7 @@ ComPtr<IWICColorContext> NewColorContext() {
 
 ComPtr<IClassFactory> DecoderFactory() {
     ComPtr<IClassFactory> factory;
-    EXPECT_EQ(Export<HRESULT WINAPI(REFCLSID, REFIID, void**)>(LoadDll(), "DllGetClassObject")(
-                  CLSID_Tessary, IID_IClassFactory, factory.PutVoid()),
-              S_OK);
+    EXPECT_EQ(GetClassObject(LoadDll())(CLSID_Tessary, IID_IClassFactory, factory.PutVoid()), S_OK);
     return factory;
 }
 
@@ -116,20 +115,16 @@ Bytes PixelsOf(IWICBitmapFrameDecode* frame) {
 
 DocumentBuilder RichDocument() {
     static const Bytes jpeg = EncodeJpeg(2, 2, {GUID_WICPixelFormat24bppBGR, Bytes(3, 100), Bytes(3, 100)});
-    const uint32_t jpegSize = static_cast<uint32_t>(jpeg.size());
     ByteWriter planes, thumbnail, exif;
     for (uint32_t i = 0; i < 48; ++i) planes.U8(i % 12 + i / 12 * 16);
-    thumbnail.U32(1).U32(2).U32(2).U32(8).U32(16).U32(jpegSize).U16(24).U16(1).Raw(jpeg);
+    thumbnail.U32(1).U32(2).U32(2).U32(8).U32(16).U32(static_cast<uint32_t>(jpeg.size())).U16(24).U16(1);
     exif.Text("MM").U16(42).U32(8).U16(2);
     exif.U16(274).U16(3).U32(1).U16(6).U16(0);             // orientation
     exif.U16(305).U16(2).U32(4).Text("abc").U8(0).U32(0);  // software, and no further directory
-    return DocumentBuilder(kColorRgb, 8, 4, 4, 3)
-        .Resolution(300.5, 1)
-        .Resource(1036, thumbnail)
-        .Resource(1039, kProfile)
-        .Resource(1058, exif)
-        .Resource(1060, ByteWriter().Text("<xmp/>").U8(0))
-        .Merged(planes);
+    DocumentBuilder document(kColorRgb, 8, 4, 4, 3);
+    document.Resolution(300.5, 1).Resource(1036, thumbnail.Raw(jpeg)).Resource(1039, kProfile);
+    document.Resource(1058, exif).Resource(1060, ByteWriter().Text("<xmp/>").U8(0));
+    return document.Merged(planes);
 }
 
 Bytes RichPixels() {

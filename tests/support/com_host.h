@@ -18,6 +18,10 @@ Function* Export(HMODULE module, const char* name) {
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
 }
 
+inline auto* GetClassObject(HMODULE module) {
+    return Export<HRESULT WINAPI(REFCLSID, REFIID, void**)>(module, "DllGetClassObject");
+}
+
 // Expects the same of several calls, which are made in any order.
 template <class... Results>
 void ExpectAll(HRESULT want, Results... results) {

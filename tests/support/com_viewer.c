@@ -25,9 +25,8 @@ static const IID kTransform = {0x3B16811B, 0x6A43, 0x4EC9, {0xB7, 0x13, 0x3D, 0x
 
 // Puts behind a frame of 4 x 3 pixels what the framework offers. 0, or the line that saw something wrong.
 int ViewInC(IWICImagingFactory* factory, IWICBitmapFrameDecode* frame, const BYTE* wanted) {
-    IWICBitmapSource *source = (IWICBitmapSource*)frame, *thumbnail, *thumbnailPixels;
+    IWICBitmapSource* source = (IWICBitmapSource*)frame;
     IWICFormatConverter* converter;
-    IWICBitmapScaler* scaler;
     SourceTransform* transform;
     IWICColorContext* contexts[2];
     IWICColorTransform* colors;
@@ -35,7 +34,7 @@ int ViewInC(IWICImagingFactory* factory, IWICBitmapFrameDecode* frame, const BYT
     UINT width = 1, height = 1, count = 9;
     BOOL same = 9, flipped = 9;
     GUID format;
-    BYTE bytes[192];
+    BYTE bytes[48];
 
     CALL(IWICImagingFactory_CreateFormatConverter(factory, &converter));
     CALL(IWICFormatConverter_Initialize(converter, source, &GUID_WICPixelFormat32bppPBGRA, 0, NULL, 0, 0));
@@ -43,12 +42,6 @@ int ViewInC(IWICImagingFactory* factory, IWICBitmapFrameDecode* frame, const BYT
     for (int i = 0; i < 48; ++i)
         CHECK(abs((i % 4 == 3 ? wanted[i] : wanted[i] * wanted[i | 3] / 255) - bytes[i]) <= 1);
     IWICFormatConverter_Release(converter);
-
-    CALL(IWICImagingFactory_CreateBitmapScaler(factory, &scaler));
-    CALL(IWICBitmapScaler_Initialize(scaler, source, 8, 6, WICBitmapInterpolationModeNearestNeighbor));
-    CALL(IWICBitmapScaler_CopyPixels(scaler, NULL, 32, 192, bytes));
-    for (int i = 0; i < 48; ++i) CHECK(!memcmp(bytes + 4 * i, wanted + i / 16 * 16 + i % 8 / 2 * 4, 4));
-    IWICBitmapScaler_Release(scaler);
 
     CALL(IWICBitmapFrameDecode_QueryInterface(frame, &kTransform, (void**)&transform));
     CALL(transform->table->GetClosestSize(transform, &width, &height));
@@ -77,11 +70,5 @@ int ViewInC(IWICImagingFactory* factory, IWICBitmapFrameDecode* frame, const BYT
     CHECK(format.Data1 == 0x9B2C4F61);
     IWICMetadataQueryReader_Release(query);
 
-    CALL(IWICBitmapFrameDecode_GetThumbnail(frame, &thumbnail));
-    CALL(WICConvertBitmapSource(&GUID_WICPixelFormat32bppPBGRA, thumbnail, &thumbnailPixels));
-    CALL(IWICBitmapSource_CopyPixels(thumbnailPixels, NULL, 8, 16, bytes));
-    CHECK(bytes[15] == 255);
-    IWICBitmapSource_Release(thumbnailPixels);
-    IWICBitmapSource_Release(thumbnail);
     return 0;
 }

@@ -7,7 +7,6 @@
 #include <stdexcept>
 
 #include "document/channel_codec.h"
-#include "tests/support/memory_stream.h"
 
 namespace tessary::test {
 
@@ -20,19 +19,10 @@ ByteWriter& ByteWriter::Number(uint64_t value, int size) {
 ByteWriter& ByteWriter::Fixed(double value) { return I32(static_cast<int32_t>(std::lround(value * 65536))); }
 ByteWriter& ByteWriter::F32(float value) { return U32(std::bit_cast<uint32_t>(value)); }
 ByteWriter& ByteWriter::F64(double value) { return Number(std::bit_cast<uint64_t>(value), 8); }
-
-ByteWriter& ByteWriter::Text(std::string_view text) {
-    m_bytes.insert(m_bytes.end(), text.begin(), text.end());
-    return *this;
-}
+ByteWriter& ByteWriter::Text(std::string_view text) { return Raw(Bytes(text.begin(), text.end())); }
 
 ByteWriter& ByteWriter::Raw(const Bytes& bytes) {
     m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
-    return *this;
-}
-
-ByteWriter& ByteWriter::Zeros(size_t count) {
-    m_bytes.resize(m_bytes.size() + count);
     return *this;
 }
 
@@ -51,45 +41,29 @@ ByteWriter& ByteWriter::Unicode(std::u16string_view text) {
     return *this;
 }
 
-ByteWriter& ByteWriter::Counted(const Bytes& bytes) {
-    return U32(static_cast<uint32_t>(bytes.size())).Raw(bytes);
-}
-
-ByteWriter& ByteWriter::Id(std::string_view key) {
-    return U32(key.size() == 4 ? 0 : static_cast<uint32_t>(key.size())).Text(key);
-}
-
-ByteWriter& ByteWriter::ClassName(std::string_view classId) { return Unicode(u"").Id(classId); }
-
 ByteWriter& ByteWriter::ColorItem(std::string_view key, double red, double green, double blue) {
-    return ItemHead(key, "Objc")
-        .ClassName("RGBC")
-        .U32(3)
-        .Double("Rd  ", red)
-        .Double("Grn ", green)
-        .Double("Bl  ", blue);
+    ItemHead(key, "Objc").ClassName("RGBC").U32(3).Double("Rd  ", red);
+    return Double("Grn ", green).Double("Bl  ", blue);
 }
 
 Bytes PackBits(const Bytes& row) {
     Bytes packed;
-    for (size_t i = 0; i < row.size();) {
-        size_t run = 1;
-        while (i + run < row.size() && run < 128 && row[i + run] == row[i]) ++run;
-        if (run > 2) {
-            packed.push_back(static_cast<uint8_t>(257 - run));
-            packed.push_back(row[i]);
-            i += run;
+    for (size_t i = 0, end = 0; i < row.size(); i = end) {
+        const auto runAt = [&](size_t at) {
+            while (end < row.size() && end - at < 128 && row[end] == row[at]) ++end;
+            return end - at;
+        };
+        if (const size_t run = runAt(i); run > 2) {
+            packed.insert(packed.end(), {static_cast<uint8_t>(257 - run), row[i]});
             continue;
         }
-        size_t end = i;
+        // Until three equal bytes begin.
+        end = i;
         while (end < row.size() && end - i < 128 &&
-               !(end + 2 < row.size() && row[end] == row[end + 1] && row[end] == row[end + 2])) {
+               !(end + 2 < row.size() && row[end] == row[end + 1] && row[end] == row[end + 2]))
             ++end;
-        }
         packed.push_back(static_cast<uint8_t>(end - i - 1));
-        packed.insert(packed.end(), row.begin() + static_cast<std::ptrdiff_t>(i),
-                      row.begin() + static_cast<std::ptrdiff_t>(end));
-        i = end;
+        packed.insert(packed.end(), &row[i], &row[i] + (end - i));
     }
     return packed;
 }
@@ -107,38 +81,28 @@ Bytes Zip(const Bytes& data) {
 Bytes Predict(const Bytes& planes, size_t rowBytes, uint32_t depth) {
     Bytes result = planes;
     const size_t step = depth / 8;
-    for (size_t row = 0; rowBytes != 0 && row + rowBytes <= planes.size(); row += rowBytes) {
-        for (size_t i = rowBytes - step; i >= step; i -= step) {
-            uint32_t here = 0, before = 0;
-            for (size_t k = 0; k < step; ++k) {
-                here = here << 8 | planes[row + i + k];
-                before = before << 8 | planes[row + i - step + k];
-            }
-            const uint32_t difference = here - before;
-            for (size_t k = 0; k < step; ++k) {
-                result[row + i + k] = static_cast<uint8_t>(difference >> (8 * (step - 1 - k)));
-            }
-        }
+    for (size_t i = rowBytes ? planes.size() / step * step : 0; i-- > 0;) {
+        // Byte by byte from the sample's last, with the borrow of the byte below.
+        if (i % rowBytes < step) continue;
+        bool borrow = false;
+        for (size_t k = i - i % step + step - 1; k > i; --k) borrow = planes[k] < planes[k - step] + borrow;
+        result[i] = static_cast<uint8_t>(planes[i] - planes[i - step] - borrow);
     }
     return result;
 }
 
 Bytes EncodePlanes(uint16_t compression, const Bytes& planes, size_t rowBytes, uint32_t depth) {
-    ByteWriter out;
+    ByteWriter out, rows;
     out.U16(compression);
-    if (compression == kCompressionPackBits) {
-        ByteWriter rows;
-        for (size_t at = 0; rowBytes != 0 && at + rowBytes <= planes.size(); at += rowBytes) {
-            const Bytes row = PackBits(Bytes(planes.begin() + static_cast<std::ptrdiff_t>(at),
-                                             planes.begin() + static_cast<std::ptrdiff_t>(at + rowBytes)));
-            out.U16(static_cast<uint32_t>(row.size()));
-            rows.Raw(row);
-        }
-        return out.Raw(rows.bytes());
-    }
     if (compression == kCompressionZip) return out.Raw(Zip(planes));
     if (compression == kCompressionZipPrediction) return out.Raw(Zip(Predict(planes, rowBytes, depth)));
-    return out.Raw(planes);
+    if (compression != kCompressionPackBits) return out.Raw(planes);
+    for (size_t at = 0; rowBytes != 0 && at + rowBytes <= planes.size(); at += rowBytes) {
+        const Bytes row = PackBits(Bytes(&planes[at], &planes[at] + rowBytes));
+        out.U16(static_cast<uint32_t>(row.size()));
+        rows.Raw(row);
+    }
+    return out.Raw(rows);
 }
 
 namespace {
@@ -149,27 +113,15 @@ size_t RowBytes(int64_t width, uint32_t depth) {
 
 }  // namespace
 
-LayerBuilder& LayerBuilder::Channel(int16_t id, Bytes samples, uint16_t compression) {
-    m_channels.push_back({id, std::move(samples), false, compression, {}});
-    return *this;
-}
-
-LayerBuilder& LayerBuilder::ChannelData(int16_t id, Bytes data, std::optional<uint32_t> claimedLength) {
-    m_channels.push_back({id, std::move(data), true, 0, claimedLength});
-    return *this;
-}
-
 LayerBuilder& LayerBuilder::Solid(uint32_t argb) {
     const size_t count = m_bounds.IsEmpty() ? 0 : static_cast<size_t>(m_bounds.Width() * m_bounds.Height());
     return Pixels(std::vector<uint32_t>(count, argb));
 }
 
 LayerBuilder& LayerBuilder::Pixels(const std::vector<uint32_t>& pixels, uint16_t compression) {
-    const std::pair<int16_t, int> planes[] = {
-        {int16_t{-1}, 24}, {int16_t{0}, 16}, {int16_t{1}, 8}, {int16_t{2}, 0}};
-    for (const auto& [id, shift] : planes) {
+    for (int16_t id = -1; id <= 2; ++id) {
         Bytes plane;
-        for (const uint32_t pixel : pixels) plane.push_back(static_cast<uint8_t>(pixel >> shift));
+        for (const uint32_t pixel : pixels) plane.push_back(static_cast<uint8_t>(pixel >> (16 - 8 * id)));
         Channel(id, std::move(plane), compression);
     }
     return *this;
@@ -179,44 +131,36 @@ LayerBuilder& LayerBuilder::Mask(const Rect& rect, uint8_t defaultColor, uint8_t
                                  std::optional<Bytes> samples) {
     m_maskRect = m_userMaskRect = rect;
     m_maskBytes = ByteWriter().RectTlbr(rect).U8(defaultColor).U8(maskFlags).U16(0);
-    if (samples) Channel(-2, std::move(*samples));
-    return *this;
+    return samples ? Channel(-2, std::move(*samples)) : *this;
 }
 
 LayerBuilder& LayerBuilder::RealMask(const Rect& rect, uint8_t defaultColor, uint8_t maskFlags,
                                      const Rect& realRect, uint8_t realColor, uint8_t realFlags) {
     m_userMaskRect = rect;
     m_maskRect = realRect;
-    m_maskBytes = ByteWriter()
-                      .RectTlbr(rect)
-                      .U8(defaultColor)
-                      .U8(maskFlags)
-                      .U8(realFlags)
-                      .U8(realColor)
-                      .RectTlbr(realRect);
-    return *this;
+    ByteWriter bytes;
+    bytes.RectTlbr(rect).U8(defaultColor).U8(maskFlags).U8(realFlags).U8(realColor).RectTlbr(realRect);
+    return MaskBytes(bytes);
 }
 
 LayerBuilder& LayerBuilder::Block(std::string_view key, const Bytes& data, std::string_view signature) {
-    ByteWriter block;
-    block.Text(signature).Text(key).Counted(data).Zeros(data.size() % 2);
-    m_blocks.insert(m_blocks.end(), block.bytes().begin(), block.bytes().end());
+    m_blocks.Text(signature).Text(key).Counted(data).Zeros(data.size() % 2);
     return *this;
 }
 
-Bytes LayerBuilder::Encoded(const ChannelEntry& channel, uint32_t sampleDepth) const {
+Bytes LayerBuilder::Encoded(const ChannelEntry& channel, uint32_t depth) const {
     if (channel.encoded) return channel.data;
     const Rect& rect = channel.id == -3 ? m_maskRect : channel.id == -2 ? m_userMaskRect : m_bounds;
-    return EncodePlanes(channel.compression, channel.data, RowBytes(rect.Width(), sampleDepth), sampleDepth);
+    return EncodePlanes(channel.compression, channel.data, RowBytes(rect.Width(), depth), depth);
 }
 
-Bytes LayerBuilder::Record() const {
+Bytes LayerBuilder::Record(uint32_t depth) const {
     ByteWriter extra;
     extra.Counted(m_maskBytes).Counted(m_ranges).Pascal(m_name, 4).Raw(m_blocks);
     ByteWriter record;
     record.RectTlbr(m_bounds).U16(m_channelCount.value_or(static_cast<uint16_t>(m_channels.size())));
     for (const ChannelEntry& channel : m_channels) {
-        const uint32_t length = static_cast<uint32_t>(Encoded(channel, m_depth).size());
+        const uint32_t length = static_cast<uint32_t>(Encoded(channel, depth).size());
         record.I16(channel.id).U32(channel.claimedLength.value_or(length));
     }
     record.Text(m_blendSignature).Text(m_modeKey).U8(m_opacity).U8(m_clipping).U8(m_flags).U8(m_filler);
@@ -224,30 +168,16 @@ Bytes LayerBuilder::Record() const {
     return record;
 }
 
-Bytes LayerBuilder::ChannelImageData(uint32_t sampleDepth) const {
-    ByteWriter data;
-    for (const ChannelEntry& channel : m_channels) data.Raw(Encoded(channel, sampleDepth));
-    return data;
-}
-
-namespace {
-
 // Writers give every record, group markers too, the four channels of an empty layer.
-LayerBuilder EmptyLayer() {
-    LayerBuilder layer({0, 0, 0, 0});
-    layer.Solid(0);
-    return layer;
+LayerBuilder GroupEnd() {
+    return LayerBuilder({}).Solid(0).Name("</Layer group>").Block("lsct", ByteWriter().U32(3));
 }
-
-}  // namespace
-
-LayerBuilder GroupEnd() { return EmptyLayer().Name("</Layer group>").Block("lsct", ByteWriter().U32(3)); }
 
 LayerBuilder GroupHead(std::string_view recordKey, std::string_view dividerKey) {
     ByteWriter divider;
     divider.U32(1);
     if (!dividerKey.empty()) divider.Text("8BIM").Text(dividerKey);
-    return EmptyLayer().Name("group").Mode(recordKey).Block("lsct", divider);
+    return LayerBuilder({}).Solid(0).Name("group").Mode(recordKey).Block("lsct", divider);
 }
 
 DocumentBuilder& DocumentBuilder::Resource(uint16_t id, const Bytes& data, std::string_view name,
@@ -276,40 +206,27 @@ DocumentBuilder& DocumentBuilder::Merged(Bytes planes, uint16_t compression) {
 Bytes DocumentBuilder::LayerInfo() const {
     ByteWriter info;
     info.I16(m_layerCount.value_or(static_cast<int16_t>(m_layers.size())));
+    for (const LayerBuilder& layer : m_layers) info.Raw(layer.Record(m_depth));
     for (const LayerBuilder& layer : m_layers) {
-        layer.m_depth = m_depth;
-        info.Raw(layer.Record());
+        for (const auto& channel : layer.m_channels) info.Raw(layer.Encoded(channel, m_depth));
     }
-    for (const LayerBuilder& layer : m_layers) info.Raw(layer.ChannelImageData(m_depth));
     return info.Zeros(info.size() % 2);
 }
 
 Bytes DocumentBuilder::Build() const {
     ByteWriter file;
-    file.Text(m_signature)
-        .U16(m_version)
-        .Zeros(6)
-        .U16(m_channels)
-        .U32(m_height)
-        .U32(m_width)
-        .U16(m_depth)
-        .U16(m_colorMode);
+    file.Text(m_signature).U16(m_version).Zeros(6).U16(m_channels).U32(m_height).U32(m_width);
+    file.U16(m_depth).U16(m_colorMode);
     file.Counted(m_colorModeData).Counted(m_resources.bytes());
 
     ByteWriter section;
     const bool hasLayers = !m_layers.empty() || m_layerCount;
-    if (hasLayers && m_layerBlock.empty()) {
-        section.Counted(LayerInfo());
-    } else if (hasLayers || m_documentBlocks.size() || !m_globalMask.empty()) {
-        section.U32(0);
-    }
-    if (section.size()) section.Counted(m_globalMask);
-    if (hasLayers && !m_layerBlock.empty()) {
-        // The length of the block is the length of the layer info.
-        section.Text("8BIM").Text(m_layerBlock).Counted(LayerInfo());
-    }
-    section.Raw(m_documentBlocks.bytes());
-    file.Counted(section.bytes());
+    const bool inBlock = hasLayers && !m_layerBlock.empty();
+    if (hasLayers || m_documentBlocks.size() || !m_globalMask.empty())
+        section.Counted(hasLayers && !inBlock ? LayerInfo() : Bytes()).Counted(m_globalMask);
+    // The length of the block is the length of the layer info.
+    if (inBlock) section.Text("8BIM").Text(m_layerBlock).Counted(LayerInfo());
+    file.Counted(section.Raw(m_documentBlocks));
 
     const uint64_t planeBytes = uint64_t{RowBytes(m_width, m_depth)} * m_height;
     if (m_hasMergedData) return file.Raw(m_mergedData);

@@ -8,10 +8,9 @@
 #include <vector>
 
 #include "document/psd_document.h"
+#include "tests/support/memory_stream.h"
 
 namespace tessary::test {
-
-using Bytes = std::vector<uint8_t>;
 
 // A big-endian writer. Each verb appends and returns the writer.
 class ByteWriter {
@@ -26,15 +25,20 @@ public:
     ByteWriter& F64(double value);
     ByteWriter& Text(std::string_view text);  // a key or signature: the characters as they are
     ByteWriter& Raw(const Bytes& bytes);
-    ByteWriter& Zeros(size_t count);
+    ByteWriter& Zeros(size_t count) { return m_bytes.resize(m_bytes.size() + count), *this; }
     ByteWriter& RectTlbr(const Rect& rect);  // top, left, bottom, right
-    ByteWriter& Pascal(std::string_view text,
-                       size_t alignment);           // length byte, text, zeros up to the alignment
+    // Length byte, text, zeros up to the alignment.
+    ByteWriter& Pascal(std::string_view text, size_t alignment);
     ByteWriter& Unicode(std::u16string_view text);  // 32-bit length in units, then the units
-    ByteWriter& Counted(const Bytes& bytes);        // 32-bit length in bytes, then the bytes
+    // 32-bit length in bytes, then the bytes.
+    ByteWriter& Counted(const Bytes& bytes) { return U32(static_cast<uint32_t>(bytes.size())).Raw(bytes); }
     // Descriptor pieces.
-    ByteWriter& Id(std::string_view key);  // four characters as a key (length 0), anything else by its length
-    ByteWriter& ClassName(std::string_view classId);  // an empty Unicode name and the class id
+    // Four characters as a key (length 0), anything else by its length.
+    ByteWriter& Id(std::string_view key) {
+        return U32(key.size() == 4 ? 0 : static_cast<uint32_t>(key.size())).Text(key);
+    }
+    // An empty Unicode name and the class id.
+    ByteWriter& ClassName(std::string_view classId) { return U32(0).Id(classId); }
     ByteWriter& ItemHead(std::string_view key, std::string_view type) { return Id(key).Text(type); }
     ByteWriter& Bool(std::string_view key, bool value) { return ItemHead(key, "bool").U8(value); }
     ByteWriter& Long(std::string_view key, int32_t value) { return ItemHead(key, "long").I32(value); }
@@ -72,9 +76,13 @@ public:
     explicit LayerBuilder(const Rect& bounds) : m_bounds(bounds) {}
 
     // A channel whose plane is `samples`, rows of the layer's (or mask's) width at the document's depth.
-    LayerBuilder& Channel(int16_t id, Bytes samples, uint16_t compression = 0);
+    LayerBuilder& Channel(int16_t id, Bytes samples, uint16_t compression = 0) {
+        return m_channels.push_back({id, std::move(samples), false, compression, {}}), *this;
+    }
     // A channel whose data, compression code included, is `data` whatever it means.
-    LayerBuilder& ChannelData(int16_t id, Bytes data, std::optional<uint32_t> claimedLength = {});
+    LayerBuilder& ChannelData(int16_t id, Bytes data, std::optional<uint32_t> claimedLength = {}) {
+        return m_channels.push_back({id, std::move(data), true, 0, claimedLength}), *this;
+    }
     // Channels 0, 1, 2 and -1 of one colour everywhere, 8 bits.
     LayerBuilder& Solid(uint32_t argb);
     // Channels -1, 0, 1, 2 of `pixels`, bounds.Width() x bounds.Height() words, 8 bits.
@@ -91,9 +99,8 @@ public:
     // The 36-byte mask: the first rectangle and the real one.
     LayerBuilder& RealMask(const Rect& rect, uint8_t defaultColor, uint8_t maskFlags, const Rect& realRect,
                            uint8_t realColor, uint8_t realFlags);
-    LayerBuilder& MaskBytes(Bytes bytes) {
-        return m_maskBytes = std::move(bytes), *this;
-    }  // its size is written in front
+    // The mask as it stands behind its size.
+    LayerBuilder& MaskBytes(Bytes bytes) { return m_maskBytes = std::move(bytes), *this; }
     // Blending ranges as they stand behind their length.
     LayerBuilder& Ranges(Bytes bytes) { return m_ranges = std::move(bytes), *this; }
     LayerBuilder& Name(std::string_view text) { return m_name = text, *this; }
@@ -102,10 +109,8 @@ public:
     LayerBuilder& ExtraLength(uint32_t value) { return m_extraLength = value, *this; }
     LayerBuilder& ChannelCount(uint16_t value) { return m_channelCount = value, *this; }
 
-    Bytes Record() const;
-    Bytes ChannelImageData(uint32_t depth) const;
-
 private:
+    friend class DocumentBuilder;
     struct ChannelEntry {
         int16_t id;
         Bytes data;
@@ -114,25 +119,16 @@ private:
         std::optional<uint32_t> claimedLength;
     };
     Bytes Encoded(const ChannelEntry& channel, uint32_t depth) const;
+    Bytes Record(uint32_t depth) const;
 
-    Rect m_bounds;
-    Rect m_maskRect;
-    Rect m_userMaskRect;
-    std::string m_modeKey = "norm";
-    uint8_t m_opacity = 255;
-    uint8_t m_clipping = 0;
-    uint8_t m_flags = 0;
-    uint8_t m_filler = 0;
-    Bytes m_maskBytes;
-    Bytes m_ranges;
-    std::string m_name = "layer";
-    Bytes m_blocks;
-    std::string m_blendSignature = "8BIM";
+    Rect m_bounds, m_maskRect, m_userMaskRect;
+    std::string m_modeKey = "norm", m_name = "layer", m_blendSignature = "8BIM";
+    uint8_t m_opacity = 255, m_clipping = 0, m_flags = 0, m_filler = 0;
+    Bytes m_maskBytes, m_ranges;
+    ByteWriter m_blocks;
     std::optional<uint32_t> m_extraLength;
     std::optional<uint16_t> m_channelCount;
     std::vector<ChannelEntry> m_channels;
-    mutable uint32_t m_depth = 8;
-    friend class DocumentBuilder;
 };
 
 // A group's records, as writers store them: the end marker lies below the members, the group's own record
@@ -154,9 +150,8 @@ public:
     DocumentBuilder& HasRealMergedData(bool value);              // resource 1057
     DocumentBuilder& Resolution(double perUnit, uint16_t unit);  // resource 1005, both axes
     DocumentBuilder& Layer(LayerBuilder layer) { return m_layers.push_back(std::move(layer)), *this; }
-    DocumentBuilder& LayerCount(int16_t value) {
-        return m_layerCount = value, *this;
-    }  // in place of the true one
+    // In place of the true one.
+    DocumentBuilder& LayerCount(int16_t value) { return m_layerCount = value, *this; }
     // Puts the layer info into a document-level block of this key, as 16-bit documents do.
     DocumentBuilder& LayersInBlock(std::string_view key) { return m_layerBlock = key, *this; }
     DocumentBuilder& DocumentBlock(std::string_view key, const Bytes& data);
@@ -173,15 +168,12 @@ public:
 
 private:
     uint32_t m_colorMode, m_depth, m_channels, m_width, m_height;
-    std::string m_signature = "8BPS";
+    std::string m_signature = "8BPS", m_layerBlock;
     uint16_t m_version = 1;
-    Bytes m_colorModeData;
-    ByteWriter m_resources;
+    Bytes m_colorModeData, m_globalMask;
+    ByteWriter m_resources, m_documentBlocks;
     std::vector<LayerBuilder> m_layers;
     std::optional<int16_t> m_layerCount;
-    std::string m_layerBlock;
-    ByteWriter m_documentBlocks;
-    Bytes m_globalMask;
     bool m_hasMergedData = false;  // else zeros stand for it
     Bytes m_mergedData;
 };
@@ -192,5 +184,12 @@ struct Opened {
     PsdReadResult result = PsdReadResult::kOk;
 };
 Opened OpenBytes(const Bytes& file, uint32_t mode = kReadEverything);
+
+// A document whose reader stands at the first of `bytes`.
+struct StreamReader {
+    explicit StreamReader(Bytes bytes) : stream(std::move(bytes)) { document.reader.stream = &stream; }
+    MemoryStream stream;
+    PsdDocument document;
+};
 
 }  // namespace tessary::test

@@ -29,8 +29,8 @@ HRESULT STDMETHODCALLTYPE MemoryStream::Seek(LARGE_INTEGER move, DWORD origin, U
                                                       : m_bytes.size();
     const uint64_t target = base + static_cast<uint64_t>(move.QuadPart);
     if (static_cast<int64_t>(target) < 0) return E_INVALIDARG;
-    if (!seekLies && !seekSticks) position = target;
-    if (newPosition) newPosition->QuadPart = seekSticks ? position : target;
+    if (!seekSticks) position = target;
+    if (newPosition) newPosition->QuadPart = position;
     return S_OK;
 }
 
@@ -42,13 +42,9 @@ HRESULT STDMETHODCALLTYPE MemoryStream::Stat(STATSTG* stat, DWORD) {
 
 #if defined(_WIN32)
 HRESULT STDMETHODCALLTYPE MemoryStream::QueryInterface(REFIID id, void** object) {
-    if (id != IID_IUnknown && id != IID_ISequentialStream && id != IID_IStream) {
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
-    AddRef();
-    *object = static_cast<IStream*>(this);
-    return S_OK;
+    const bool known = id == IID_IUnknown || id == IID_ISequentialStream || id == IID_IStream;
+    *object = known ? static_cast<IStream*>(this) : nullptr;
+    return known ? (AddRef(), S_OK) : E_NOINTERFACE;
 }
 #endif
 

@@ -22,7 +22,6 @@ public:
     uint64_t failCall = 0;                   // this call of Read, Seek or Stat (1 is the first) fails
     bool failLater = false;                  // and all calls after it
     bool canSeek = true;                     // Seek fails when false
-    bool seekLies = false;                   // Seek reports success and stays where it is
     bool seekSticks = false;                 // Seek succeeds, stays where it is and says so
     bool claimsMore = false;                 // Read reports one byte more than it was asked for
     bool hasSize = false;                    // Stat reports `size` in place of the number of bytes

@@ -3,8 +3,6 @@
 namespace tessary::test {
 namespace {
 
-using ::testing::ElementsAre;
-
 DocumentBuilder SmallDocument(uint32_t width = 4, uint32_t height = 3) {
     return DocumentBuilder(kColorRgb, 8, 3, width, height);
 }
@@ -21,7 +19,6 @@ TEST(Decoder, AnswersBeforeAndAfterInitialize) {
         GUID format;
         UINT frames = 9, contexts = 9, readers = 9;
         IWICColorContext* context = nullptr;
-        ComPtr<IWICBitmapDecoderInfo> info;
         ComPtr<IWICBitmapSource> source;
         ComPtr<IWICBitmapFrameDecode> frame;
         ComPtr<IWICMetadataReader> reader;
@@ -36,12 +33,10 @@ TEST(Decoder, AnswersBeforeAndAfterInitialize) {
                   blocks->GetReaderByIndex(0, nullptr), blocks->GetEnumerator(nullptr));
         ExpectAll(S_OK, d->GetContainerFormat(&format), d->GetColorContexts(1, &context, &contexts),
                   blocks->GetCount(&readers), d->GetFrame(0, frame.Put()));
-        const HRESULT refusals[] = {d->CopyPalette(palette.get()), d->GetPreview(source.Put()),
-                                    blocks->GetReaderByIndex(0, reader.Put()),
-                                    blocks->GetEnumerator(enumerator.Put()), d->GetFrame(1, frame.Put())};
-        EXPECT_THAT(refusals, ElementsAre(WINCODEC_ERR_PALETTEUNAVAILABLE, WINCODEC_ERR_UNSUPPORTEDOPERATION,
-                                          WINCODEC_ERR_UNSUPPORTEDOPERATION,
-                                          WINCODEC_ERR_UNSUPPORTEDOPERATION, WINCODEC_ERR_FRAMEMISSING));
+        ExpectAll(WINCODEC_ERR_UNSUPPORTEDOPERATION, d->GetPreview(source.Put()),
+                  blocks->GetReaderByIndex(0, reader.Put()), blocks->GetEnumerator(enumerator.Put()));
+        EXPECT_EQ(d->CopyPalette(palette.get()), WINCODEC_ERR_PALETTEUNAVAILABLE);
+        EXPECT_EQ(d->GetFrame(1, frame.Put()), WINCODEC_ERR_FRAMEMISSING);
         EXPECT_EQ(d->GetThumbnail(source.Put()), open ? S_OK : WINCODEC_ERR_CODECNOTHUMBNAIL);
         EXPECT_EQ(d->GetFrameCount(&frames), open ? S_OK : WINCODEC_ERR_NOTINITIALIZED);
         EXPECT_EQ(frames, open ? 1u : 9u);
@@ -51,28 +46,23 @@ TEST(Decoder, AnswersBeforeAndAfterInitialize) {
 }
 
 TEST(Decoder, TellsDocumentsFromOtherStreams) {
-    const struct {
-        const char* what;
-        Bytes file;
-        bool good;
-    } cases[] = {
-        {"a document", SmallDocument().Build(), true},
-        {"too wide", SmallDocument(30001, 1).MergedData({}).Build(), false},
-        {"large-document version", SmallDocument().Version(2).Build(), false},
-        {"damaged resources", SmallDocument().Resource(1005, {}, "", "8BIX").Build(), false},
+    const std::pair<DocumentBuilder, bool> cases[] = {
+        {SmallDocument(), true},
+        {SmallDocument(30001, 1).MergedData({}), false},
+        {SmallDocument().Version(2), false},
+        {SmallDocument().Resource(1005, {}, "", "8BIX"), false},
     };
-    for (const auto& test : cases) {
-        for (const uint64_t position :
-             {0ull, 12ull, 1000ull}) {  // hosts may stand behind what they looked at
-            MemoryStream stream(test.file);
+    for (const auto& [document, good] : cases) {
+        for (const uint64_t position : {0u, 12u, 1000u}) {  // hosts may stand behind what they looked at
+            MemoryStream stream(document.Build());
             stream.position = position;
             const auto decoder = NewDecoder();
             DWORD capability = 99;
-            const HRESULT want = test.good ? S_OK : WINCODEC_ERR_UNKNOWNIMAGEFORMAT;
-            EXPECT_EQ(decoder->QueryCapability(&stream, &capability), want) << test.what;
-            EXPECT_EQ(capability, test.good ? 0x1Au : 0u) << test.what;
-            EXPECT_EQ(stream.position, position) << test.what;
-            EXPECT_EQ(decoder->Initialize(&stream, WICDecodeMetadataCacheOnLoad), want) << test.what;
+            const HRESULT want = good ? S_OK : WINCODEC_ERR_UNKNOWNIMAGEFORMAT;
+            EXPECT_EQ(decoder->QueryCapability(&stream, &capability), want);
+            EXPECT_EQ(capability, good ? 0x1Au : 0u);
+            EXPECT_EQ(stream.position, position);
+            EXPECT_EQ(decoder->Initialize(&stream, WICDecodeMetadataCacheOnLoad), want);
         }
     }
 }

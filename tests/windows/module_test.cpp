@@ -5,6 +5,7 @@
 #include <psapi.h>
 
 #include <cstdlib>
+#include <functional>
 #include <string>
 
 #include "tests/support/com_host.h"
@@ -18,30 +19,27 @@ int Cycles(int usual) {
     return wanted ? std::atoi(wanted) : usual;
 }
 
-struct Usage {
-    SIZE_T memory = 0;
-    DWORD handles = 0;
-};
-
-Usage CurrentUsage() {
-    PROCESS_MEMORY_COUNTERS_EX counters = {};
-    counters.cb = sizeof(counters);
-    GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters),
-                         sizeof(counters));
-    Usage usage{counters.PrivateUsage, 0};
-    GetProcessHandleCount(GetCurrentProcess(), &usage.handles);
-    return usage;
-}
-
-void ExpectFlat(const Usage& before) {
-    const Usage now = CurrentUsage();
-    EXPECT_LT(now.memory, before.memory + (1u << 20));
-    EXPECT_LE(now.handles, before.handles + 4);
+// Repeats `work` and expects that neither memory nor handles grow after the first rounds.
+void ExpectFlat(int warmUp, int cycles, const std::function<void()>& work) {
+    PROCESS_MEMORY_COUNTERS_EX memory = {};
+    SIZE_T memoryBefore = 0;
+    DWORD handles = 0, handlesBefore = 0;
+    const auto measure = [&] {
+        GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory),
+                             sizeof(memory));
+        GetProcessHandleCount(GetCurrentProcess(), &handles);
+    };
+    for (int i = -warmUp; i < cycles && !testing::Test::HasFatalFailure(); ++i) {
+        if (i == 0) measure(), memoryBefore = memory.PrivateUsage, handlesBefore = handles;
+        work();
+    }
+    measure();
+    EXPECT_LT(memory.PrivateUsage, memoryBefore + (1u << 20));
+    EXPECT_LE(handles, handlesBefore + 4);
 }
 
 TEST(Module, MakesOnlyItsOwnClass) {
-    const auto getClassObject =
-        Export<HRESULT WINAPI(REFCLSID, REFIID, void**)>(LoadDll(), "DllGetClassObject");
+    const auto getClassObject = GetClassObject(LoadDll());
     void* out = &out;
     EXPECT_EQ(getClassObject(CLSID_Tessary, IID_IClassFactory, nullptr), E_POINTER);
     EXPECT_EQ(getClassObject(CLSID_WICJpegDecoder, IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
@@ -84,10 +82,7 @@ TEST(Module, ObjectsHaveOneIdentity) {
     MemoryStream stream(RichDocument().Build());
     const auto decoder = OpenDecoder(stream);
     const auto frame = FrameOf(decoder.get());
-    const struct {
-        IUnknown* object;
-        const IID& id;
-    } cases[] = {
+    const std::pair<IUnknown*, IID> cases[] = {
         {decoder.get(), IID_ITessary},
         {decoder.get(), IID_IWICBitmapDecoder},
         {decoder.get(), IID_IWICMetadataBlockReader},
@@ -97,9 +92,9 @@ TEST(Module, ObjectsHaveOneIdentity) {
         {frame.get(), IID_IWICMetadataBlockReader},
         {frame.get(), IID_IWICBitmapSourceTransform},
     };
-    for (const auto& test : cases) {
-        const ComPtr<IUnknown> object(test.object);
-        const auto other = object.As<IUnknown>(test.id);
+    for (const auto& [pointer, id] : cases) {
+        const ComPtr<IUnknown> object(pointer);
+        const auto other = object.As<IUnknown>(id);
         ASSERT_TRUE(other);
         EXPECT_EQ(other.As<IUnknown>(IID_IUnknown).get(), object.As<IUnknown>(IID_IUnknown).get());
     }
@@ -114,12 +109,9 @@ TEST(Module, ObjectsHaveOneIdentity) {
 }
 
 TEST(Module, UseLeavesNothingBehind) {
-    const Bytes file = RichDocument().Build();
-    Usage before;
-    const int cycles = Cycles(1500);
-    for (int i = -200; i < cycles; ++i) {
-        if (i == 0) before = CurrentUsage();
-        MemoryStream stream(file);
+    MemoryStream stream(RichDocument().Build());
+    ExpectFlat(200, Cycles(1500), [&] {
+        stream.position = 0;
         {
             const auto frame = FrameOf(OpenDecoder(stream).get());
             ComPtr<IWICBitmapSource> thumbnail;
@@ -128,8 +120,7 @@ TEST(Module, UseLeavesNothingBehind) {
         }
         ASSERT_EQ(stream.references, 1);
         ASSERT_TRUE(CanUnload());
-    }
-    ExpectFlat(before);
+    });
 }
 
 TEST(Module, CanBeLoadedAgainAndAgain) {
@@ -138,25 +129,19 @@ TEST(Module, CanBeLoadedAgainAndAgain) {
     GetTempPathW(MAX_PATH, folder);
     const std::wstring copy = std::wstring(folder) + L"TessaryCopy.dll";
     ASSERT_TRUE(CopyFileW(path, copy.c_str(), FALSE));
-    Usage before;
-    const int cycles = Cycles(100);
-    for (int i = -10; i < cycles; ++i) {
-        if (i == 0) before = CurrentUsage();
+    ExpectFlat(10, Cycles(100), [&] {
         const HMODULE loaded = LoadLibraryW(copy.c_str());
         ASSERT_TRUE(loaded);
-        ComPtr<IClassFactory> factory;
-        ComPtr<IWICBitmapDecoder> decoder;
-        ASSERT_EQ(Export<HRESULT WINAPI(REFCLSID, REFIID, void**)>(loaded, "DllGetClassObject")(
-                      CLSID_Tessary, IID_IClassFactory, factory.PutVoid()),
-                  S_OK);
-        EXPECT_EQ(factory->CreateInstance(nullptr, IID_IWICBitmapDecoder, decoder.PutVoid()), S_OK);
-        decoder.Reset();
-        factory.Reset();
+        {
+            ComPtr<IClassFactory> factory;
+            ComPtr<IWICBitmapDecoder> decoder;
+            ASSERT_EQ(GetClassObject(loaded)(CLSID_Tessary, IID_IClassFactory, factory.PutVoid()), S_OK);
+            EXPECT_EQ(factory->CreateInstance(nullptr, IID_IWICBitmapDecoder, decoder.PutVoid()), S_OK);
+        }
         ASSERT_EQ(Export<HRESULT WINAPI()>(loaded, "DllCanUnloadNow")(), S_OK);
         FreeLibrary(loaded);
         ASSERT_FALSE(GetModuleHandleW(L"TessaryCopy.dll"));
-    }
-    ExpectFlat(before);
+    });
     EXPECT_TRUE(DeleteFileW(copy.c_str()));
 }
 
