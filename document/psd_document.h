@@ -419,14 +419,14 @@ struct PsdDocument {
 
     Owned<uint32_t> canvas;             // width x height, made by Render
     Owned<uint8_t> noiseMap;            // width x height, made by the first Render
-    uint64_t drawingLeft = UINT64_MAX;  // pixels, see SpendDrawing
+    uint64_t drawingLeft = UINT64_MAX;  // steps, see SpendDrawing
 };
 
-// Takes `pixels` from what Render may still spend on pixels that no data of the file stands behind; false,
-// and nothing taken, when that is too much.
-inline bool SpendDrawing(PsdDocument& document, uint64_t pixels) {
-    if (pixels > document.drawingLeft) return false;
-    document.drawingLeft -= pixels;
+// Takes `steps` from what Render may still spend on pixels that no data of the file stands behind; false, and
+// nothing taken, when that is too much. A step is a few nanoseconds.
+inline bool SpendDrawing(PsdDocument& document, uint64_t steps) {
+    if (steps > document.drawingLeft) return false;
+    document.drawingLeft -= steps;
     return true;
 }
 

@@ -23,10 +23,11 @@ Side ClampSide(int32_t begin, int32_t length, uint32_t limit) {
 }
 
 // Adjustments and effects cost a file a few bytes each, however many pixels they are drawn over. All of a
-// document together may take so many pixels and so many more for each byte of the file; what does not fit is
-// not drawn.
-constexpr uint64_t kFreeDrawing = 64u << 20;
-constexpr uint64_t kDrawingPerByte = 64;
+// document together may take so many steps, some two seconds, and so many more for each byte of the file;
+// what does not fit is not drawn. One blur of the largest size over four megapixels takes 200 million.
+constexpr uint64_t kFreeDrawing = 512u << 20;
+constexpr uint64_t kDrawingPerByte = 128;
+constexpr uint64_t kAdjustmentSteps = 4;  // a pixel
 
 uint64_t DrawingAllowance(const PsdDocument& document) {
     const uint64_t streamSize = static_cast<uint64_t>(std::max(document.streamSize, 0));
@@ -58,8 +59,8 @@ void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     if (!Shows(layer) || (layer.parent && !Shows(*layer.parent))) return;
     const bool hasOwnPixels = static_cast<bool>(layer.image);
     if (layer.layerKind >= kLayerLevels) {
-        if (!hasOwnPixels && !SpendDrawing(document, static_cast<uint64_t>(area.Width() * area.Height())))
-            return;
+        const uint64_t pixels = static_cast<uint64_t>(area.Width() * area.Height());
+        if (!hasOwnPixels && !SpendDrawing(document, kAdjustmentSteps * pixels)) return;
         ApplyAdjustment(document, layer, area);
     }
     if (!layer.image) return;

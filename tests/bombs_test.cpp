@@ -56,10 +56,10 @@ TEST(Bombs, DrawingWithoutDataHasAnEnd) {
     const Opened many = OpenBytes(mixed.MergedData({0, 0}).Build());
     ASSERT_EQ(many.result, PsdReadResult::kOk);
     ASSERT_EQ(Render(many.document.get(), 0, 0, 1024, 1024), PsdReadResult::kOk);
-    EXPECT_LT(many.document->drawingLeft, 1024u * 1024u);
+    EXPECT_LT(many.document->drawingLeft, 4u * 1024u * 1024u);
 
     const Opened one =
-        OpenBytes(Small().Layer(Layer(3000).Block("lfx2", tools::DropShadow(75, 0, 0, 250))).Build());
+        OpenBytes(Small().Layer(Layer(4000).Block("lfx2", tools::DropShadow(75, 0, 0, 250))).Build());
     ASSERT_EQ(Render(one.document.get(), 0, 0, 8, 8), PsdReadResult::kOk);
     auto* effects = FindProperty<EffectsRecord>(one.document->layers[0], kPropertyEffects);
     EXPECT_TRUE(effects->renderPending[kSlotDropShadow]);
