@@ -40,55 +40,40 @@ TEST(BlendModes, EveryPairOfChannelsFollowsTheFormula) {
         }
         EXPECT_EQ(wrong, 0) << "mode " << mode;
     }
-    // White by white, at full weight and over an opaque pixel.
-    for (const auto& [canvas, want] :
-         {std::pair{0x01FFFFFFu, 0xFFFEFEFEu}, std::pair{0xFF808080u, 0xFF7F7F7Fu}}) {
-        uint32_t pixel = canvas;
-        const uint32_t white = 0xFFFFFFFF;
-        const uint8_t full = 255;
-        SelectBlendRow(kBlendMultiply, false, false)({&pixel, &white, &full, nullptr, 1}, {});
-        EXPECT_EQ(pixel | 0xFF000000, want);
-    }
 }
 
 TEST(BlendModes, EveryWeightFollowsTheRule) {
-    std::mt19937 generator(5);
-    const auto random = [&] { return static_cast<uint32_t>(generator()); };
-    struct Case {
-        uint32_t mode;
-        bool fast, ranges;
-    };
-    const Case cases[] = {
-        {kBlendNormal, true, false},     {kBlendNormal, true, true},        {kBlendNormal, false, false},
-        {kBlendDissolve, false, false},  {kBlendDissolve, false, true},     {kBlendColorDodge, false, false},
-        {kBlendLuminosity, false, true}, {kBlendPassThrough, false, false},
-    };
-    for (const Case& test : cases) {
-        for (const int opacity : {255, 254, 100, 0}) {
-            for (const uint32_t keep : {0u, 0xFF00FFu}) {
-                if (keep != 0 && !test.ranges) continue;
-                int wrong = 0;
-                for (uint32_t fixed = 0; fixed < 256; ++fixed) {
-                    // Once with one canvas alpha in all the row, once with one coverage.
-                    for (const bool fixedCanvas : {true, false}) {
-                        std::vector<uint32_t> layer, canvas;
-                        std::vector<uint8_t> coverage, noise;
-                        for (uint32_t i = 0; i < 256; ++i) {
-                            const uint32_t covered = fixedCanvas ? i : fixed;
-                            // Where a mask lowered the coverage the pixel's own alpha is higher.
-                            const uint32_t alpha = covered == 0 ? 9 : std::max(covered, random() & 255);
-                            layer.push_back(alpha << 24 | (random() & 0xFFFFFF));
-                            canvas.push_back((fixedCanvas ? fixed : i) << 24 | (random() & 0xFFFFFF));
-                            coverage.push_back(static_cast<uint8_t>(covered));
-                            noise.push_back(static_cast<uint8_t>(random()));
-                        }
-                        wrong += Differences({test.mode, test.fast, test.ranges, opacity, keep}, layer,
-                                             coverage, canvas, noise);
-                    }
+    std::mt19937 random(5);
+    const PlainLayer cases[] = {{kBlendNormal, true},
+                                {kBlendNormal, true, true},
+                                {kBlendNormal},
+                                {kBlendDissolve},
+                                {kBlendDissolve, false, true},
+                                {kBlendColorDodge},
+                                {kBlendLuminosity, false, true},
+                                {kBlendPassThrough}};
+    for (PlainLayer rule : cases) {
+        for (const int variant : {0, 1, 2, 3, 4, 5, 6, 7}) {
+            const int opacities[] = {255, 254, 100, 0};
+            rule.opacity = opacities[variant / 2];
+            rule.keep = rule.ranges && variant % 2 ? 0xFF00FF : 0;
+            int wrong = 0;
+            // Once with one canvas alpha in all the row, once with one coverage.
+            for (uint32_t row = 0; row < 512; ++row) {
+                std::vector<uint32_t> layer, canvas;
+                std::vector<uint8_t> coverage, noise;
+                for (uint32_t i = 0; i < 256; ++i) {
+                    const uint32_t covered = row < 256 ? i : row - 256, under = row < 256 ? row : i;
+                    // Where a mask lowered the coverage the pixel's own alpha is higher.
+                    const uint32_t alpha = covered == 0 ? 9 : std::max<uint32_t>(covered, random() & 255);
+                    layer.push_back(alpha << 24 | (random() & 0xFFFFFF));
+                    canvas.push_back(under << 24 | (random() & 0xFFFFFF));
+                    coverage.push_back(static_cast<uint8_t>(covered));
+                    noise.push_back(static_cast<uint8_t>(random()));
                 }
-                EXPECT_EQ(wrong, 0) << "mode " << test.mode << " fast " << test.fast << " ranges "
-                                    << test.ranges << " opacity " << opacity << " keep " << keep;
+                wrong += Differences(rule, layer, coverage, canvas, noise);
             }
+            EXPECT_EQ(wrong, 0) << rule.mode << rule.fast << rule.ranges << ' ' << variant;
         }
     }
 }

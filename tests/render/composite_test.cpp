@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
+#include <algorithm>
 #include <limits>
 #include <random>
 #include <vector>
@@ -36,10 +36,9 @@ bool PlainPasses(const PsdLayer& layer, uint32_t source, uint32_t canvas) {
     const PlainColor s = ColorOf(source), d = ColorOf(canvas);
     bool passes = holds(layer.grayRanges.source, (s.c[0] + s.c[1] + s.c[2]) / 3) &&
                   holds(layer.grayRanges.destination, (d.c[0] + d.c[1] + d.c[2]) / 3);
-    for (size_t i = 0; i < layer.channelRanges.count() && i < 3; ++i) {
-        passes = passes && holds(layer.channelRanges[i].source, s.c[i]) &&
-                 holds(layer.channelRanges[i].destination, d.c[i]);
-    }
+    for (size_t i = 0; i < layer.channelRanges.count() && i < 3; ++i)
+        passes &=
+            holds(layer.channelRanges[i].source, s.c[i]) && holds(layer.channelRanges[i].destination, d.c[i]);
     return passes;
 }
 
@@ -50,23 +49,16 @@ PlainLayer PlainLayerOf(const PsdDocument& document, const PsdLayer& layer) {
         rule.opacity = group->opacity * rule.opacity / 255;
         PsdBlendMode mode = group->hasSectionBlendMode ? group->sectionBlendMode : group->blendMode;
         if (!group->hasSectionBlendMode && mode == kBlendNormal) mode = kBlendPassThrough;
-        if (mode != kBlendPassThrough) {
-            rule.mode = mode;
-            rule.fast = false;
-        }
+        if (mode != kBlendPassThrough) rule = {mode, false, false, rule.opacity};
     }
     if (document.colorMode != kColorRgb) return rule;
-    rule.ranges =
-        layer.advancedBlending || !layer.grayRanges.source.IsFull() || !layer.grayRanges.destination.IsFull();
-    for (const PsdBlendRanges& range : layer.channelRanges.span()) {
-        rule.ranges = rule.ranges || !range.source.IsFull() || !range.destination.IsFull();
-    }
+    const auto narrow = [](const PsdBlendRanges& r) { return !r.source.IsFull() || !r.destination.IsFull(); };
+    rule.ranges = layer.advancedBlending || narrow(layer.grayRanges) ||
+                  std::ranges::any_of(layer.channelRanges.span(), narrow);
     for (const PsdChannelInfo& channel : layer.channels.span()) {
         if (!channel.excluded) continue;
         rule.ranges = true;
-        if (channel.id == 0) rule.keep |= 0xFF0000;
-        if (channel.id == 1) rule.keep |= 0x00FF00;
-        if (channel.id == 2) rule.keep |= 0x0000FF;
+        if (channel.id >= 0 && channel.id < 3) rule.keep |= 0xFF0000u >> (8 * channel.id);
     }
     return rule;
 }
@@ -81,10 +73,8 @@ uint32_t PlainRender(const PsdDocument& document, int64_t x, int64_t y) {
         if (x < r.left || x >= r.right || y < r.top || y >= r.bottom) continue;
         const uint32_t pixel = layer.image[static_cast<size_t>((y - r.top) * layer.width + x - r.left)];
         const PlainLayer rule = PlainLayerOf(document, layer);
-        if (rule.ranges &&
-            (rule.keep == 0xFFFFFF || layer.grayRanges.source.black == layer.grayRanges.source.white)) {
-            continue;
-        }
+        const PsdBlendRange& gray = layer.grayRanges.source;
+        if (rule.ranges && (rule.keep == 0xFFFFFF || gray.black == gray.white)) continue;
         const int noise = document.noiseMap[static_cast<size_t>(y * document.width + x)];
         canvas = PlainPixel(rule, pixel, PlainCoverage(layer, pixel, x, y), canvas,
                             !rule.ranges || PlainPasses(layer, pixel, canvas), noise);
@@ -139,10 +129,9 @@ private:
         layer.sectionBlendMode = static_cast<PsdBlendMode>(Sometimes() ? kBlendPassThrough : Below(23));
         if (Sometimes())
             layer.parent = &document.layers[Below(static_cast<uint32_t>(document.layers.count()))];
-        const Rect masks[] = {
-            {kLowest, kLowest, kHighest, kHighest}, {kHighest - 2, 0, kHighest, 2}, Bounds()};
+        const Rect everywhere = {kLowest, kLowest, kHighest, kHighest}, far = {kHighest - 2, 0, kHighest, 2};
         const uint32_t which = Below(4);
-        layer.mask.bounds = masks[std::min(which, 2u)];
+        layer.mask.bounds = which == 0 ? everywhere : which == 1 ? far : Bounds();
         layer.mask.disabled = Below(2) == 0;
         layer.mask.defaultColor = Below(2) ? 0 : 255;
         if (which != 0) layer.mask.data = Allocate<uint8_t>(layer.mask.bounds);  // nothing can fill the first
@@ -154,9 +143,10 @@ private:
         for (PsdBlendRanges& range : layer.channelRanges.span()) range = {Range(), Range()};
         layer.advancedBlending = Sometimes();
         layer.channels = AllocateZeroed<PsdChannelInfo>({4});
-        for (int16_t i = 0; i < 4; ++i) {
-            layer.channels[static_cast<size_t>(i)].id = static_cast<int16_t>(i - 1);
-            layer.channels[static_cast<size_t>(i)].excluded = Below(3) == 0;
+        int16_t id = -1;
+        for (PsdChannelInfo& channel : layer.channels.span()) {
+            channel.id = id++;
+            channel.excluded = Below(3) == 0;
         }
     }
 
@@ -172,11 +162,8 @@ TEST(Composite, RandomDocumentsFollowThePlainRule) {
                       height = static_cast<int32_t>(document.height);
         ASSERT_EQ(Render(&document, 0, 0, width, height, seed), PsdReadResult::kOk);
         int wrong = 0;
-        for (int32_t y = 0; y < height; ++y) {
-            for (int32_t x = 0; x < width; ++x) {
-                wrong += document.canvas[static_cast<size_t>(y * width + x)] != PlainRender(document, x, y);
-            }
-        }
+        for (int32_t i = 0; i < width * height; ++i)
+            wrong += document.canvas[static_cast<size_t>(i)] != PlainRender(document, i % width, i / width);
         ASSERT_EQ(wrong, 0) << "document " << seed;
     }
 }
@@ -200,18 +187,15 @@ TEST(Composite, ABufferTakesOnlyGroupAndRangesFromItsLayer) {
     layer.channels = AllocateZeroed<PsdChannelInfo>({1});
     layer.channels[0].excluded = true;  // red
     const uint32_t pixels[] = {0, 0xFF000000, 0xFF0000FF, 9, 9, 9};
-    const CompositeSource source = {.pixels = pixels,
-                                    .rowPixels = 3,
-                                    .bounds = {-1, 1, 2, 3},
-                                    .blendMode = kBlendMultiply,
-                                    .opacity = 200,
-                                    .layer = &layer};
+    CompositeSource source = {.pixels = pixels, .rowPixels = 3, .bounds = {-1, 1, 2, 3}};
+    source.blendMode = kBlendMultiply;
+    source.opacity = 200;
+    source.layer = &layer;
     CompositeLayer(document, source, {0, 1, 2, 2});
     // Opacity 200 * 128 / 255 = 100; A = 255 * 100 >> 8 = 99; (128 * 256 - 128 * 99) >> 8 = 78 for black, and
     // 128 by 255 is 127: (128 * 256 - 99) >> 8 = 127.
-    const std::vector<uint32_t> want = {0xFF808080, 0xFF808080, 0xFF808080,
-                                        0xFF804E4E, 0xFF804E7F, 0xFF808080};
-    EXPECT_EQ(std::vector<uint32_t>(document.canvas.get(), document.canvas.get() + 6), want);
+    for (size_t i = 0; i < 6; ++i)
+        EXPECT_EQ(document.canvas[i], i == 3 ? 0xFF804E4E : i == 4 ? 0xFF804E7F : 0xFF808080) << i;
 }
 
 }  // namespace

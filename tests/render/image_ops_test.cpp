@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <vector>
 
@@ -26,21 +27,15 @@ TEST(ImageOps, ShiftMovesByAnyDistance) {
 }
 
 TEST(ImageOps, NoiseStaysInItsShareAndRepeats) {
-    std::vector<uint32_t> image(64 * 64, 0x80123456);
-    std::vector<uint32_t> again = image, other = image;
+    std::vector<uint32_t> image(64 * 64, 0x80123456), again = image, other = image;
     AddNoise(image.data(), 64, 64, 20, 3);
     AddNoise(again.data(), 64, 64, 20, 3);
     AddNoise(other.data(), 64, 64, 20, 4);
-    EXPECT_EQ(image, again);
-    EXPECT_NE(image, other);
-    uint32_t lowest = 255, highest = 0;
-    for (const uint32_t pixel : image) {
-        EXPECT_EQ(pixel & 0x00FFFFFF, 0x123456u);
-        lowest = std::min(lowest, Alpha(pixel));
-        highest = std::max(highest, Alpha(pixel));
-    }
-    EXPECT_EQ(lowest, 0x80u - 51);  // 20 percent of 255 either way
-    EXPECT_EQ(highest, 0x80u + 51);
+    EXPECT_TRUE(image == again && image != other);
+    const auto [lowest, highest] = std::minmax_element(image.begin(), image.end());
+    EXPECT_EQ(*lowest, 0x80123456 - (51u << 24));  // 20 percent of 255 either way
+    EXPECT_EQ(*highest, 0x80123456 + (51u << 24));
+    EXPECT_TRUE(std::ranges::all_of(image, [](uint32_t pixel) { return (pixel & 0xFFFFFF) == 0x123456; }));
 }
 
 }  // namespace

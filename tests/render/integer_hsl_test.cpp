@@ -7,14 +7,6 @@
 namespace tessary::test {
 namespace {
 
-TEST(IntegerHsl, QuotientIsExact) {
-    int wrong = 0;
-    for (int32_t divisor = 1; divisor <= 511; ++divisor) {
-        for (int32_t n = -15300; n <= 65535; ++n) wrong += SmallQuotient(n, divisor) != n / divisor;
-    }
-    EXPECT_EQ(wrong, 0);
-}
-
 TEST(IntegerHsl, EveryColorFollowsThePlainRule) {
     int wrong = 0;
     for (uint32_t pixel = 0; pixel < 1 << 24; ++pixel) {
@@ -26,16 +18,14 @@ TEST(IntegerHsl, EveryColorFollowsThePlainRule) {
 }
 
 TEST(IntegerHsl, EveryHueFollowsThePlainRule) {
-    int wrong = 0, highest = 0;
+    int wrong = 0;
     for (int32_t i = 0; i < 360 * 65536; ++i) {
         const int32_t hue = i >> 16, saturation = i >> 8 & 255, lightness = i & 255;
         const PlainColor want = PlainToRgb({{hue, saturation, lightness}});
         const IntegerRgb got = HslToRgb({hue, saturation, lightness});
         wrong += got.red != want.c[0] || got.green != want.c[1] || got.blue != want.c[2];
-        highest = std::max(highest, got.red);
     }
     EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(highest, 256);
 }
 
 }  // namespace
