@@ -129,9 +129,10 @@ private:
         layer.sectionBlendMode = static_cast<PsdBlendMode>(Sometimes() ? kBlendPassThrough : Below(23));
         if (Sometimes())
             layer.parent = &document.layers[Below(static_cast<uint32_t>(document.layers.count()))];
-        const Rect everywhere = {kLowest, kLowest, kHighest, kHighest}, far = {kHighest - 2, 0, kHighest, 2};
+        const Rect everywhere = {kLowest, kLowest, kHighest, kHighest},
+                   distant = {kHighest - 2, 0, kHighest, 2};
         const uint32_t which = Below(4);
-        layer.mask.bounds = which == 0 ? everywhere : which == 1 ? far : Bounds();
+        layer.mask.bounds = which == 0 ? everywhere : which == 1 ? distant : Bounds();
         layer.mask.disabled = Below(2) == 0;
         layer.mask.defaultColor = Below(2) ? 0 : 255;
         if (which != 0) layer.mask.data = Allocate<uint8_t>(layer.mask.bounds);  // nothing can fill the first
