@@ -25,28 +25,27 @@ uint32_t Mapped(const Map& map, uint32_t pixel) {
 
 TEST(HueMap, MovesHueSaturationAndLightness) {
     const struct {
-        const char* what;
         HueSettings master, reds;
         uint32_t pixel, want;
     } cases[] = {
-        {"nothing set", {}, {}, 0x9A123457, 0x9A123457},
-        {"a third of a turn", {120, 0, 0}, {}, 0x9AFF0000, 0x9A01FF01},  // S 254, L 128: high 255, low 1
-        {"back by many turns", {-32640, 0, 0}, {}, 0xFF0000, 0x01FF01},
-        {"a whole turn still takes the way", {360, 0, 0}, {}, 0xFF0000, 0xFF0101},
-        {"more than all saturation", {0, -30000, 0}, {}, 0xFF0000, 0x808080},
-        {"lightness doubles", {0, 0, 100}, {}, 0x404040, 0x808080},
-        {"and ends at white", {0, 0, 100}, {}, 0xFF8080, 0xFFFEFE},  // high 256, low 254
-        {"reds only", {}, {0, 0, -50}, 0x00FF00, 0x00FF00},
-        {"grey counts as red", {}, {0, 0, -50}, 0x646464, 0x323232},
-        {"range and master add up", {0, 0, 50}, {0, 0, -50}, 0x646464, 0x646464},
-        {"half weight at the ramp's middle", {}, {0, 0, -100}, 0xFF8000, 0x834201},
+        {{}, {}, 0x9A123457, 0x9A123457},
+        {{120, 0, 0}, {}, 0x9AFF0000, 0x9A01FF01},  // S 254, L 128: high 255, low 1
+        {{-32640, 0, 0}, {}, 0xFF0000, 0x01FF01},
+        {{360, 0, 0}, {}, 0xFF0000, 0xFF0101},
+        {{0, -30000, 0}, {}, 0xFF0000, 0x808080},
+        {{0, 0, 100}, {}, 0x404040, 0x808080},
+        {{0, 0, 100}, {}, 0xFF8080, 0xFFFEFE},  // high 256, low 254
+        {{}, {0, 0, -50}, 0x00FF00, 0x00FF00},
+        {{}, {0, 0, -50}, 0x646464, 0x323232},
+        {{0, 0, 50}, {0, 0, -50}, 0x646464, 0x646464},
+        {{}, {0, 0, -100}, 0xFF8000, 0x834201},
     };
     for (const auto& test : cases) {
         HueRecord record;
         record.master = test.master;
         record.ranges[0] = {315, 345, 15, 45, test.reds};
         BuildHueWeights(record);
-        EXPECT_EQ(Mapped(HueMap(record), test.pixel), test.want) << test.what;
+        EXPECT_EQ(Mapped(HueMap(record), test.pixel), test.want) << "row " << &test - cases;
     }
 }
 
@@ -71,11 +70,7 @@ uint32_t SelectivePlainly(const SelectiveRecord& record, uint32_t pixel) {
     for (int i = 0; i < 6; ++i) {
         const int into = hue - (15 + 60 * i - 60);
         if (into < 0 || into >= 90) continue;
-        add(record.inks[1 + i],
-            into < 30   ? into * 255 / 30
-            : into < 60 ? 255
-                        : (90 - into) * 255 / 30,
-            25500);
+        add(record.inks[1 + i], std::min({into * 255 / 30, 255, (90 - into) * 255 / 30}), 25500);
     }
     add(record.inks[black == 0 ? 7 : black < 255 ? 8 : 9], 1, 100);
     for (int& value : sum) value = std::clamp(value, 0, 255);

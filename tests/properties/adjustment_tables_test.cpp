@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
 
 namespace tessary::test {
 namespace {
@@ -21,8 +22,7 @@ TEST(BrightnessTable, NeedsBothSettings) {
     BuildBrightnessTable(record);
     for (int i = 0; i < 256; ++i) {
         const double x = i / 255.0, lighter = x + (1 - x) / 2;
-        EXPECT_EQ(record.table[static_cast<size_t>(i)],
-                  Byte(((lighter - 0.5) * 0.41421356 + 0.5) * 255 + 0.5));
+        EXPECT_EQ(record.table[size_t(i)], Byte(((lighter - 0.5) * 0.41421356 + 0.5) * 255 + 0.5));
     }
     record = {-50, 25, 100, false, {}};  // (200 / 255 / 2 - 0.5) * 1.49661 + 0.5 = 0.33860
     BuildBrightnessTable(record);
@@ -47,20 +47,16 @@ TEST(LevelsTables, FollowCompositeThenChannel) {
     BuildLevelsTables(record, true);
     EXPECT_EQ(record.tables.blue[100], 127);
 
-    const struct {
-        LevelRecord level;
-        size_t index;
-        int want;
-    } rows[] = {
+    const std::tuple<LevelRecord, size_t, int> rows[] = {
         {{0, 255, 0, 255, 0.0f}, 254, 0},     {{0, 255, 0, 255, 0.0f}, 255, 255},
         {{100, 255, 0, 255, 0.5f}, 50, 0},    {{100, 100, 0, 255, 3.0f}, 100, 0},
         {{100, 100, 0, 255, 3.0f}, 101, 255}, {{255, 0, 0, 255, 1.0f}, 55, 200},
         {{0, 255, 100, 50, 1.0f}, 255, 51},  // 100 + (128 - 255 * 50) / 255, toward zero
     };
-    for (const auto& row : rows) {
-        record.levels[0] = row.level;
+    for (const auto& [level, index, want] : rows) {
+        record.levels[0] = level;
         BuildLevelsTables(record, true);
-        EXPECT_EQ(record.tables.red[row.index], row.want) << row.index;
+        EXPECT_EQ(record.tables.red[index], want) << index;
     }
 }
 
@@ -124,13 +120,11 @@ TEST(BalanceTables, AddToneAfterTone) {
     record.magentaGreen = {-100, 0, 0};
     record.yellowBlue = {0, -100, 100};
     BuildBalanceTables(record);
-    // The hump is 0.667 at 127 and -0.0105 at 255; the fading curve 0.075 at its foot and 0.963 at 127.
-    EXPECT_EQ(record.tables.red[127], 127 + 66);
-    EXPECT_EQ(record.tables.red[255], 254);
-    EXPECT_EQ(record.tables.green[127], 127 - 96);
-    EXPECT_EQ(record.tables.green[255], 255 - 7);
-    EXPECT_EQ(record.tables.blue[127], 127 - 66 + 86);  // 1.075 - 1 / (61 / 16 + 1) = 0.867
-    EXPECT_EQ(record.tables.blue[0], 7);
+    // The hump is 0.667 at 127 and -0.0105 at 255; the fading curve 0.075 at its foot, 0.963 at 127, and for
+    // the highlights 1.075 - 1 / (61 / 16 + 1) = 0.867.
+    EXPECT_TRUE(record.tables.red[127] == 127 + 66 && record.tables.red[255] == 254);
+    EXPECT_TRUE(record.tables.green[127] == 127 - 96 && record.tables.green[255] == 255 - 7);
+    EXPECT_TRUE(record.tables.blue[127] == 127 - 66 + 86 && record.tables.blue[0] == 7);
 }
 
 TEST(HueWeights, RiseHoldFallAndGoRound) {
@@ -155,15 +149,10 @@ TEST(PosterizeTable, GivesOneMoreThanItsLevels) {
     for (const int levels : {0, 2, 4, 255, 65535}) {
         PosterizeRecord record{uint16_t(levels), {}};
         BuildPosterizeTable(record);
-        const uint8_t four[] = {0, 64, 128, 191, 255};
+        const uint8_t two[] = {0, 128, 255}, four[] = {0, 64, 128, 191, 255};
         for (size_t i = 0; i < 256; ++i) {
-            const size_t want = levels == 0   ? 0
-                                : levels == 2 ? (i < 64    ? 0
-                                                 : i < 192 ? 128
-                                                           : 255)
-                                : levels == 4 ? four[(i * 8 + 255) / 510]
-                                              : i;
-            EXPECT_EQ(record.table[i], want) << levels << ", " << i;
+            const size_t few = levels == 2 ? two[(i + 64) / 128] : four[(i * 8 + 255) / 510];
+            EXPECT_EQ(record.table[i], levels == 0 ? 0 : levels > 4 ? i : few) << levels << ", " << i;
         }
     }
 }
@@ -178,13 +167,11 @@ TEST(GradientMapTable, RunsThroughTheAverageAtTheMidpoint) {
     record.colorStops[1] = {800, 50, 0xFF0000FF};
     record.colorStops[2] = {4000, 500, 0xFF0000FE};
     BuildGradientMapTable(record);
-    EXPECT_EQ(record.table[9], 0xFFFF0000u);
-    EXPECT_EQ(record.table[10], 0xFFFF0000u);
-    EXPECT_EQ(record.table[15], 0xFFBF003Fu);  // halfway to the average: 255 - 64, 0 + 63
-    EXPECT_EQ(record.table[20], 0xFF7F007Fu);
-    EXPECT_EQ(record.table[35], 0xFF4000BFu);  // 127 - 127 * 15 / 30, 127 + 128 * 15 / 30
-    EXPECT_EQ(record.table[50], 0xFF0000FFu);
-    EXPECT_EQ(record.table[255], 0xFF0000FEu);
+    // 15 is halfway to the average: 255 - 64, 0 + 63; 35 is 127 - 127 * 15 / 30, 127 + 128 * 15 / 30.
+    const std::pair<size_t, uint32_t> wanted[] = {{9, 0xFFFF0000},  {10, 0xFFFF0000}, {15, 0xFFBF003F},
+                                                  {20, 0xFF7F007F}, {35, 0xFF4000BF}, {50, 0xFF0000FF},
+                                                  {255, 0xFF0000FE}};
+    for (const auto& [at, want] : wanted) EXPECT_EQ(record.table[at], want) << at;
 
     record.colorStops[1].location = 0xFFFFFFFF;  // stops out of order, and beyond the end
     record.colorStops[2].location = 320;
