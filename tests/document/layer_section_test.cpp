@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <iterator>
+#include <tuple>
 
 #include "document/channel_codec.h"
 #include "tests/support/document_builder.h"
@@ -48,11 +49,7 @@ TEST(LayerPixels, ChannelsArePlacedById) {
     const Channels inks = {{0, {255, 0}}, {1, {255, 0}}, {2, {255, 0}}, {3, {255, 255}}, {-1, {9, 10}}};
     const Channels wide = {{0, {1, 255, 2, 0}}, {1, {3, 0, 4, 0}}, {2, {5, 0, 6, 0}}, {-1, {9, 0, 10, 0}}};
     const Bytes fill = ByteWriter().U32(16).ClassName("null").U32(1).ColorItem("Clr ", 7, 8, 9);
-    const struct {
-        uint32_t colorMode, depth;
-        LayerBuilder layer;
-        Pixels want;
-    } cases[] = {
+    const std::tuple<uint32_t, uint32_t, LayerBuilder, Pixels> cases[] = {
         {3, 8, Raw({{2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}, {-1, {9, 10}}}), want},
         {3, 8, Raw({{-2, {}}, {-1, {9, 10}}, {2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}}), want},
         {3, 16, Raw(wide), want},
@@ -66,11 +63,10 @@ TEST(LayerPixels, ChannelsArePlacedById) {
         {3, 8, Raw({{2, {5, 6}}, {1, {}}}).ChannelData(-1, {}).ChannelData(0, {1}), {5, 6}},
         {3, 8, Raw({{0, {1, 2}}}).Block("SoCo", fill), opaque},
     };
-    for (const auto& test : cases) {
-        DocumentBuilder document(test.colorMode, test.depth, 1, 2, 1);
-        const Opened opened = OpenBytes(document.Layer(test.layer).Build());
-        ASSERT_EQ(opened.result, PsdReadResult::kOk) << "row " << &test - cases;
-        EXPECT_EQ(Values(opened.document->layers[0].image), test.want) << "row " << &test - cases;
+    for (const auto& [mode, depth, layer, pixels] : cases) {
+        const Opened opened = OpenBytes(DocumentBuilder(mode, depth, 1, 2, 1).Layer(layer).Build());
+        ASSERT_EQ(opened.result, PsdReadResult::kOk) << mode << ' ' << depth;
+        EXPECT_EQ(Values(opened.document->layers[0].image), pixels) << mode << ' ' << depth;
     }
 }
 
@@ -111,12 +107,8 @@ TEST(LayerPixels, MasksAreChosenById) {
 
 TEST(LayerPixels, RefusesDamagedChannels) {
     using enum PsdReadResult;
-    const struct {
-        int16_t id;  // channel 9 has no use
-        Bytes data;
-        uint32_t claimed;
-        PsdReadResult want;
-    } cases[] = {
+    // Channel 9 has no use.
+    const std::tuple<int16_t, Bytes, uint32_t, PsdReadResult> cases[] = {
         {0, {0, 4, 1, 2}, 4, kBadCompression},     {9, {0, 4, 1, 2}, 4, kBadCompression},
         {0, {0, 0, 1, 2}, 500, kShortRead},        {9, {0, 0, 1, 2}, 0x7FFFFFFF, kShortRead},
         {0, {0, 0, 1, 2}, 0xFFFFFFFF, kShortRead}, {0, {0, 2, 1, 2, 3, 4}, 6, kInflateFailed},

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <limits>
+#include <tuple>
 
 #include "document/byte_reader.h"
 #include "properties/effect_blocks.h"
@@ -86,13 +86,8 @@ TEST(ObjectEffects, AllSlotsAreFoundByTheirKeys) {
 TEST(ObjectEffects, GlowsChooseBetweenColorAndGradient) {
     ByteWriter gradient;
     Object(gradient, "Grad", "Grdn", 3).Enum("GrdF", "GrdF", "CstS").Double("Intr", 4096);
-    gradient.ItemHead("Clrs", "VlLs")
-        .U32(1)
-        .Text("Objc")
-        .ClassName("Clrt")
-        .U32(4)
-        .ColorItem("Clr ", 10, 20, 30);
-    gradient.Enum("Type", "Clry", "FrgC").Long("Lctn", 9999).Long("Mdpn", 40);
+    gradient.ItemHead("Clrs", "VlLs").U32(1).Text("Objc").ClassName("Clrt").U32(4);
+    gradient.ColorItem("Clr ", 10, 20, 30).Enum("Type", "Clry", "FrgC").Long("Lctn", 9999).Long("Mdpn", 40);
     for (const bool last : {false, true}) {
         ByteWriter block = ObjectEffects(1);
         Object(block, "OrGl", "OrGl", 4).Enum("GlwT", "BETE", "PrBL").Raw(last ? Bytes() : gradient.bytes());
@@ -109,11 +104,8 @@ TEST(ObjectEffects, GlowsChooseBetweenColorAndGradient) {
 }
 
 TEST(ObjectEffects, ColorClassesGoThroughTheSingleColorConversions) {
-    const struct {
-        std::string_view classId;
-        std::vector<std::pair<std::string_view, double>> parts;
-        uint32_t want;
-    } cases[] = {
+    using Parts = std::vector<std::pair<std::string_view, double>>;
+    const std::tuple<std::string_view, Parts, uint32_t> cases[] = {
         {"CMYC", {{"Cyn ", 0}, {"Mgnt", 100}, {"Ylw ", 0}, {"Blck", 0}}, 0xFFFF00FF},
         {"HSBC", {{"H   ", 120}, {"Strt", 100}, {"Brgh", 50}}, 0xFF00FF00},
         {"LbCl", {{"Lmnc", 0}, {"A   ", 0}, {"B   ", 0}}, 0xFF000000},
@@ -164,7 +156,8 @@ TEST(OldEffects, ReadsEveryBlockToTheEndThatItsSizeStates) {
         EXPECT_EQ(Position(read.document), block.size());
         const EffectsRecord& effects = read.Get(kPropertyOldEffects);
         EXPECT_TRUE(effects.effectCount == 7 && effects.masterSwitch == 1);
-        for (const ShadowSettings& s : {std::cref(effects.dropShadow), std::cref(effects.innerShadow)}) {
+        for (const ShadowSettings* shown : {&effects.dropShadow, &effects.innerShadow}) {
+            const ShadowSettings& s = *shown;
             const Numbers numbers = {s.size,      s.spreadPercent, s.angleDegrees,   s.distance, s.color,
                                      s.blendMode, s.enabled,       s.useGlobalLight, s.opacity};
             EXPECT_EQ(numbers, (Numbers{7, 35, 120, 11, 0xFF010203, kBlendMultiply, 1, 1, 200}));
@@ -185,11 +178,7 @@ TEST(OldEffects, ReadsEveryBlockToTheEndThatItsSizeStates) {
 TEST(EffectAndFillBlocks, DamagedOnesAreRefusedWithTheirCode) {
     using enum PsdReadResult;
     const auto old = [](std::string_view text) { return ByteWriter().U16(0).U16(2).Text(text); };
-    const struct {
-        Reader read;
-        Bytes block;
-        PsdReadResult want;
-    } cases[] = {
+    const std::tuple<Reader, Bytes, PsdReadResult> cases[] = {
         {ReadObjectEffects, ByteWriter().U32(1).U32(16), kBadEffectsVersion},
         {ReadObjectEffects, ByteWriter().U32(0).U32(15), kBadEffectsVersion},
         {ReadObjectEffects, ObjectEffects(0xFFFFFFFF), kOk},
@@ -206,8 +195,9 @@ TEST(EffectAndFillBlocks, DamagedOnesAreRefusedWithTheirCode) {
         {ReadGradientFill, ByteWriter(), kBadGradientFillVersion},
         {ReadPatternFill, ByteWriter().U32(0), kBadPatternFillVersion},
     };
-    for (const auto& test : cases)
-        EXPECT_EQ(BlockRead(test.block, test.read).result, test.want) << "row " << &test - cases;
+    int row = 0;
+    for (const auto& [read, block, want] : cases)
+        EXPECT_EQ(BlockRead(block, read).result, want) << "row " << row++;
 }
 
 TEST(Fills, SettingsAndDefaultsAreKept) {
