@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <iterator>
+#include <tuple>
 
 #include "document/channel_codec.h"
 #include "tests/support/document_builder.h"
@@ -12,7 +13,6 @@ namespace tessary::test {
 namespace {
 
 constexpr Rect kTwo = {0, 0, 2, 1};  // two pixels
-const Bytes kNothing = {0, 0};       // channel data: a compression code and no samples
 using Channels = std::vector<std::pair<int16_t, Bytes>>;
 using Pixels = std::vector<uint32_t>;
 
@@ -49,30 +49,24 @@ TEST(LayerPixels, ChannelsArePlacedById) {
     const Channels inks = {{0, {255, 0}}, {1, {255, 0}}, {2, {255, 0}}, {3, {255, 255}}, {-1, {9, 10}}};
     const Channels wide = {{0, {1, 255, 2, 0}}, {1, {3, 0, 4, 0}}, {2, {5, 0, 6, 0}}, {-1, {9, 0, 10, 0}}};
     const Bytes fill = ByteWriter().U32(16).ClassName("null").U32(1).ColorItem("Clr ", 7, 8, 9);
-    const struct {
-        const char* what;
-        uint32_t colorMode, depth;
-        LayerBuilder layer;
-        Pixels want;
-    } cases[] = {
-        {"alpha last", 3, 8, Raw({{2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}, {-1, {9, 10}}}), want},
-        {"mask first", 3, 8, Raw({{-2, {}}, {-1, {9, 10}}, {2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}}), want},
-        {"16 bits", 3, 16, Raw(wide), want},
-        {"five channels", 3, 8, Raw({{3, {7}}, {-1, {9}}, {0, {1, 2}}, {1, {}}, {2, {}}}), opaque},
-        {"the first of an id", 3, 8, Raw({{0, {1, 2}}, {0, {3, 4}}}), opaque},
-        {"32 bits", 3, 32, Raw({{0, ByteWriter().F32(1).F32(0.5)}}), {0xFFFF0000, 0xFF7F0000}},
-        {"gray", 1, 8, Raw({{0, {1, 2}}, {-1, {9, 10}}}), {0x09010101, 0x0A020202}},
-        {"inks", 4, 8, Raw(inks), {0x09FFFFFF, 0x0A010101}},
-        {"bits", 0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
-        {"data cut short", 3, 8, Raw({{0, {8}}, {1, {7, 7, 7}}}), {0xFF080700, 0xFF000700}},
-        {"no data", 3, 8, Raw({{2, {5, 6}}, {1, {}}}).ChannelData(-1, {}).ChannelData(0, {1}), {5, 6}},
-        {"solid fill", 3, 8, Raw({{0, {1, 2}}}).Block("SoCo", fill), opaque},
+    const std::tuple<uint32_t, uint32_t, LayerBuilder, Pixels> cases[] = {
+        {3, 8, Raw({{2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}, {-1, {9, 10}}}), want},
+        {3, 8, Raw({{-2, {}}, {-1, {9, 10}}, {2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}}), want},
+        {3, 16, Raw(wide), want},
+        {3, 8, Raw({{3, {7}}, {-1, {9}}, {0, {1, 2}}, {1, {}}, {2, {}}}), opaque},  // five channels
+        {3, 8, Raw({{0, {1, 2}}, {0, {3, 4}}}), opaque},
+        {3, 32, Raw({{0, ByteWriter().F32(1).F32(0.5)}}), {0xFFFF0000, 0xFF7F0000}},
+        {1, 8, Raw({{0, {1, 2}}, {-1, {9, 10}}}), {0x09010101, 0x0A020202}},
+        {4, 8, Raw(inks), {0x09FFFFFF, 0x0A010101}},
+        {0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
+        {3, 8, Raw({{0, {8}}, {1, {7, 7, 7}}}), {0xFF080700, 0xFF000700}},
+        {3, 8, Raw({{2, {5, 6}}, {1, {}}}).ChannelData(-1, {}).ChannelData(0, {1}), {5, 6}},
+        {3, 8, Raw({{0, {1, 2}}}).Block("SoCo", fill), opaque},
     };
-    for (const auto& test : cases) {
-        DocumentBuilder document(test.colorMode, test.depth, 1, 2, 1);
-        const Opened opened = OpenBytes(document.Layer(test.layer).Build());
-        ASSERT_EQ(opened.result, PsdReadResult::kOk) << test.what;
-        EXPECT_EQ(Values(opened.document->layers[0].image), test.want) << test.what;
+    for (const auto& [mode, depth, layer, pixels] : cases) {
+        const Opened opened = OpenBytes(DocumentBuilder(mode, depth, 1, 2, 1).Layer(layer).Build());
+        ASSERT_EQ(opened.result, PsdReadResult::kOk) << mode << ' ' << depth;
+        EXPECT_EQ(Values(opened.document->layers[0].image), pixels) << mode << ' ' << depth;
     }
 }
 
@@ -91,76 +85,58 @@ TEST(LayerPixels, EveryCompressionGivesTheSamePixels) {
 
 TEST(LayerPixels, MasksAreChosenById) {
     const Rect one = {5, 5, 6, 6};
-    const struct {
-        const char* what;
-        LayerBuilder layer;
-        Bytes want;
-    } cases[] = {
-        {"user mask", Raw({{-2, {1, 2}}}).Mask(kTwo, 0, 0), {1, 2}},
-        {"no mask channel", Raw({{0, {1, 2}}}).Mask(kTwo, 0, 0), {}},
-        {"no mask data", LayerBuilder(kTwo).ChannelData(-2, {}).Mask(kTwo, 0, 0), {}},
-        {"a channel without a mask", Raw({{-2, {1, 2}}}), {}},
-        {"real mask", Raw({{-2, {1, 2}}, {-3, {7}}}).RealMask(kTwo, 0, 0, one, 0, 0), {7}},
-        {"real mask first", Raw({{-3, {7, 8}}, {-2, {1}}}).RealMask(one, 0, 0, kTwo, 0, 0), {7, 8}},
-        {"user data only", Raw({{-2, {3, 4}}}).RealMask(one, 0, 0, kTwo, 0, 0), {3, 4}},
-        {"real data without a real mask", Raw({{-3, {7, 8}}, {-2, {1, 2}}}).Mask(kTwo, 0, 0), {1, 2}},
-        {"empty layer", Raw({{0, {}}, {-2, {1, 2}}}, {}).Mask(kTwo, 0, 0), {1, 2}},
+    const std::pair<LayerBuilder, Bytes> cases[] = {
+        {Raw({{-2, {1, 2}}}).Mask(kTwo, 0, 0), {1, 2}},
+        {Raw({{0, {1, 2}}}).Mask(kTwo, 0, 0), {}},
+        {LayerBuilder(kTwo).ChannelData(-2, {}).Mask(kTwo, 0, 0), {}},
+        {Raw({{-2, {1, 2}}}), {}},
+        {Raw({{-2, {1, 2}}, {-3, {7}}}).RealMask(kTwo, 0, 0, one, 0, 0), {7}},
+        {Raw({{-3, {7, 8}}, {-2, {1}}}).RealMask(one, 0, 0, kTwo, 0, 0), {7, 8}},
+        {Raw({{-2, {3, 4}}}).RealMask(one, 0, 0, kTwo, 0, 0), {3, 4}},
+        {Raw({{-3, {7, 8}}, {-2, {1, 2}}}).Mask(kTwo, 0, 0), {1, 2}},
+        {Raw({{0, {}}, {-2, {1, 2}}}, {}).Mask(kTwo, 0, 0), {1, 2}},
     };
     for (const auto& test : cases) {
-        const Opened opened = OpenBytes(Rgb().Layer(test.layer).Layer(Raw({{2, {5, 6}}})).Build());
-        ASSERT_EQ(opened.result, PsdReadResult::kOk) << test.what;
-        EXPECT_EQ(Values(opened.document->layers[0].mask.data), test.want) << test.what;
-        EXPECT_EQ(Values(opened.document->layers[1].image), (Pixels{0xFF000005, 0xFF000006})) << test.what;
+        const Opened opened = OpenBytes(Rgb().Layer(test.first).Layer(Raw({{2, {5, 6}}})).Build());
+        ASSERT_EQ(opened.result, PsdReadResult::kOk) << "row " << &test - cases;
+        EXPECT_EQ(Values(opened.document->layers[0].mask.data), test.second) << "row " << &test - cases;
+        EXPECT_EQ(Values(opened.document->layers[1].image), (Pixels{0xFF000005, 0xFF000006}));
         CheckWhole(opened);
     }
 }
 
 TEST(LayerPixels, RefusesDamagedChannels) {
     using enum PsdReadResult;
-    const struct {
-        const char* what;
-        int16_t id;
-        Bytes data;
-        uint32_t claimed;
-        PsdReadResult want;
-    } cases[] = {
-        {"unknown compression", 0, {0, 4, 1, 2}, 4, kBadCompression},
-        {"unknown compression of a channel without use", 9, {0, 4, 1, 2}, 4, kBadCompression},
-        {"data beyond the stream", 0, {0, 0, 1, 2}, 500, kShortRead},
-        {"data beyond the stream without use", 9, {0, 0, 1, 2}, 0x7FFFFFFF, kShortRead},
-        {"a length with its highest bit", 0, {0, 0, 1, 2}, 0xFFFFFFFF, kShortRead},
-        {"no zlib data", 0, {0, 2, 1, 2, 3, 4}, 6, kInflateFailed},
-        {"a damaged user mask beside the real one", -2, {0, 2, 1, 1}, 4, kInflateFailed},
+    // Channel 9 has no use.
+    const std::tuple<int16_t, Bytes, uint32_t, PsdReadResult> cases[] = {
+        {0, {0, 4, 1, 2}, 4, kBadCompression},     {9, {0, 4, 1, 2}, 4, kBadCompression},
+        {0, {0, 0, 1, 2}, 500, kShortRead},        {9, {0, 0, 1, 2}, 0x7FFFFFFF, kShortRead},
+        {0, {0, 0, 1, 2}, 0xFFFFFFFF, kShortRead}, {0, {0, 2, 1, 2, 3, 4}, 6, kInflateFailed},
+        {-2, {0, 2, 1, 1}, 4, kInflateFailed},  // beside a sound real mask
     };
-    for (const auto& test : cases) {
-        LayerBuilder layer = Raw({{-3, {}}}).RealMask(kTwo, 0, 0, kTwo, 0, 0);
-        layer.ChannelData(test.id, test.data, test.claimed);
-        EXPECT_EQ(OpenBytes(Rgb().Layer(layer).MergedData({}).Build()).result, test.want) << test.what;
+    for (const auto& [id, data, claimed, want] : cases) {
+        LayerBuilder layer = Raw({{-3, {}}}).RealMask(kTwo, 0, 0, kTwo, 0, 0).ChannelData(id, data, claimed);
+        EXPECT_EQ(OpenBytes(Rgb().Layer(layer).MergedData({}).Build()).result, want) << id << ' ' << claimed;
     }
 }
 
 TEST(LayerPixels, ClaimsThatNoDataBacksAreRefused) {
     const Rect huge = {0, 0, 30000, 30000}, large = {0, 0, 4000, 4000}, widest = {0, 0, 1 << 30, 1 << 30};
     const Bytes zipped = ByteWriter().U16(2).Raw(Zip({7})).Zeros(100000);
-    const struct {
-        const char* what;
-        LayerBuilder layer;
-        int copies;
-    } cases[] = {
-        {"the widest layer", Raw({{0, {}}}, widest), 1},
-        {"the widest layer without colours", Raw({{-2, {}}}, widest), 1},
-        {"a huge mask", Raw({{-2, {}}}, {}).Mask(huge, 0, 0), 1},
-        {"user masks beside real ones", Raw({{-2, {}}, {-3, {}}}, {}).RealMask(large, 0, 0, kTwo, 0, 0), 9},
-        // Data of any kind may expand, but this data does not.
-        {"a stream that ends early", LayerBuilder({0, 0, 8000, 8000}).ChannelData(0, zipped), 1},
-        {"a plane of raw samples", Raw({{0, Bytes(4000)}}, {0, 0, 10000, 10000}), 1},
-        {"layers that are too much together", Raw({{0, {}}}, large), 9},
-        {"a layer for each 54 bytes", Raw({{0, {}}}, huge).Name(""), 32767},
+    const std::pair<LayerBuilder, int> cases[] = {
+        {Raw({{0, {}}}, widest), 1},
+        {Raw({{-2, {}}}, widest), 1},
+        {Raw({{-2, {}}}, {}).Mask(huge, 0, 0), 1},
+        {Raw({{-2, {}}, {-3, {}}}, {}).RealMask(large, 0, 0, kTwo, 0, 0), 9},
+        {LayerBuilder({0, 0, 8000, 8000}).ChannelData(0, zipped), 1},  // it may expand, but does not
+        {Raw({{0, Bytes(4000)}}, {0, 0, 10000, 10000}), 1},
+        {Raw({{0, {}}}, large), 9},
+        {Raw({{0, {}}}, huge).Name(""), 32767},
     };
     for (const auto& test : cases) {
         DocumentBuilder document = Rgb();
-        for (int i = 0; i < test.copies; ++i) document.Layer(test.layer);
-        EXPECT_EQ(OpenBytes(document.Build()).result, PsdReadResult::kOutOfMemory) << test.what;
+        for (int i = 0; i < test.second; ++i) document.Layer(test.first);
+        EXPECT_EQ(OpenBytes(document.Build()).result, PsdReadResult::kOutOfMemory) << "row " << &test - cases;
     }
 }
 
@@ -182,23 +158,19 @@ TEST(LayerSection, DocumentBlocksCarryLayers) {
     const Bytes mask = {0, 0, 0xFF, 0, 0x80, 0, 0, 0, 0, 0, 0, 50, 128, 9, 9, 9};
     const auto plain = [&] { return Rgb(16).GlobalMask(mask).DocumentBlock("Patt", Bytes(21, 'p')); };
     const auto seven = [&] { return plain().Layer(Raw({{0, {7, 0, 7, 0}}})); };
-    const struct {
-        const char* what;
-        DocumentBuilder document;
-        uint32_t pixel;
-    } cases[] = {
-        {"alone", plain().DocumentBlock("Lr16", one), 0xFF010000},
-        {"twice", plain().DocumentBlock("Lr16", one).DocumentBlock("Lr16", three), 0xFF030000},
-        {"beside the section's own", seven().DocumentBlock("Lr16", three), 0xFF030000},
-        {"empty", seven().DocumentBlock("Lr16", {}).DocumentBlock("Lr32", one), 0xFF070000},
+    const std::pair<DocumentBuilder, uint32_t> cases[] = {
+        {plain().DocumentBlock("Lr16", one), 0xFF010000},
+        {plain().DocumentBlock("Lr16", one).DocumentBlock("Lr16", three), 0xFF030000},
+        {seven().DocumentBlock("Lr16", three), 0xFF030000},
+        {seven().DocumentBlock("Lr16", {}).DocumentBlock("Lr32", one), 0xFF070000},
     };
-    for (const auto& test : cases) {
-        const Opened opened = OpenBytes(test.document.Build());
-        ASSERT_EQ(opened.result, PsdReadResult::kOk) << test.what;
-        ASSERT_EQ(opened.document->layerCount, 1) << test.what;
-        EXPECT_EQ(opened.document->layers[0].image[0], test.pixel) << test.what;
-        EXPECT_EQ(opened.document->globalMaskColor, 0xFFFF8000u);
-        EXPECT_EQ(opened.document->globalMaskOpacity + opened.document->globalMaskKind, 50 + 128);
+    for (const auto& [builder, pixel] : cases) {
+        const Opened opened = OpenBytes(builder.Build());
+        ASSERT_TRUE(opened.document && opened.document->layerCount == 1);
+        const PsdDocument& document = *opened.document;
+        EXPECT_EQ(document.layers[0].image[0], pixel);
+        EXPECT_EQ(document.globalMaskColor, 0xFFFF8000u);
+        EXPECT_TRUE(document.globalMaskOpacity == 50 && document.globalMaskKind == 128);
     }
 }
 
@@ -211,25 +183,18 @@ TEST(LayerSection, GroupsHoldOneLevel) {
     // The member of the outer group that lies below the inner one has lost it.
     const int parents[] = {-1, -1, -1, -1, 5, -1, 7, -1, -1};
     const Owned<PsdLayer>& layers = opened.document->layers;
-    for (size_t i = 0; i < std::size(parents); ++i) {
+    for (size_t i = 0; i < std::size(parents); ++i)
         EXPECT_EQ(layers[i].parent ? layers[i].parent - layers.get() : -1, parents[i]) << i;
-    }
 }
 
 TEST(LayerSection, ReadModesDecideWhatIsRead) {
     const Bytes file = Rgb().Layer(Raw({{0, {1, 2}}})).Merged(Bytes(48, 7)).Build();
-    const struct {
-        uint32_t mode;
-        int32_t layers;
-        uint32_t merged;
-    } cases[] = {{0, 1, 0xFF070707}, {1, 0, 0}, {2, 1, 0}, {3, 0, 0xFF070707},
-                 {4, 0, 0},          {5, 0, 0}, {6, 0, 0}};
-    for (const auto& test : cases) {
-        const Opened opened = OpenBytes(file, test.mode);
-        ASSERT_EQ(opened.result, PsdReadResult::kOk) << test.mode;
-        EXPECT_EQ(opened.document->layerCount, test.layers) << test.mode;
+    for (uint32_t mode = 0; mode < 7; ++mode) {
+        const Opened opened = OpenBytes(file, mode);
+        ASSERT_EQ(opened.result, PsdReadResult::kOk) << mode;
+        EXPECT_EQ(opened.document->layerCount, mode == 0 || mode == 2) << mode;
         const Owned<uint32_t>& merged = opened.document->mergedPixels;
-        EXPECT_EQ(merged ? merged[0] : 0, test.merged) << test.mode;
+        EXPECT_EQ(merged ? merged[0] : 0, mode == 0 || mode == 3 ? 0xFF070707 : 0) << mode;
     }
 }
 

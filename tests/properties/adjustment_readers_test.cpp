@@ -49,58 +49,56 @@ Bytes Curves(uint32_t version, std::string_view signature, uint32_t extraVersion
 
 TEST(AdjustmentReaders, TurnBlocksIntoKindsAndCodes) {
     const Bytes twoLevels = ByteWriter().Text("Lvls").U16(3).U16(31).Raw(Level(9, 8, 7, 6, 50)).Zeros(10);
-    const Bytes greedyLevels = ByteWriter().Text("Lvls").U16(3).U16(65535);
+    const auto v = [](uint32_t version, size_t zeros) { return ByteWriter().U16(version).Zeros(zeros); };
     const struct {
-        const char* what;
         const char* key;
         Bytes block;
-        uint32_t kind;
-        uint32_t property;
+        uint32_t kind, property;
         int32_t result = 0;
         bool rebuild = true;
         uint32_t length = 0;  // 0: the block's own
     } cases[] = {
-        {"levels", "levl", Levels(2), 6, 1},
-        {"padded", "levl", Levels(2, Bytes(4)), 6, 1},
-        {"extra levels", "levl", Levels(2, twoLevels), 6, 1},
-        {"more levels than input", "levl", Levels(2, greedyLevels), 6, 1},
-        {"levels version", "levl", Levels(1), 6, 1, -503, false},
-        {"levels signature", "levl", Levels(2, ByteWriter().Text("lvls").Zeros(4)), 6, 1, -505, false},
-        {"levels signature missing", "levl", Levels(2), 6, 1, -505, false, 300},
-        {"levels pass the block", "levl", Levels(2), 6, 1, -506, false, 290},
-        {"levels end before the block", "levl", Levels(2), 6, 1, -506, false, 296},
-        {"levels extra version", "levl", Levels(2, ByteWriter().Text("Lvls").Zeros(4)), 6, 1, -507, false},
-        {"curves", "curv", Curves(1, "", 0, 0, 0), 7, 2},
-        {"curves twice", "curv", Curves(4, "Crv ", 4, 2, 250), 7, 2},
-        {"copies that differ", "curv", Curves(1, "Crv ", 4, 2, 251), 7, 2, 0, false},
-        {"a copy too many", "curv", Curves(1, "Crv ", 4, 3, 250), 7, 2, 0, false},
-        {"curves version", "curv", Curves(2, "", 0, 0, 0), 7, 2, -508, false},
-        {"curves signature", "curv", Curves(1, "Crv_", 4, 2, 250), 7, 2, -509, false},
-        {"curves extra version", "curv", Curves(1, "Crv ", 3, 2, 250), 7, 2, -510, false},
-        {"brightness", "brit", Bytes(8), 8, 3},
-        {"balance", "blnc", Bytes(20), 9, 4},
-        {"hue", "hue2", ByteWriter().U16(2).Zeros(100), 10, 5},
-        {"hue version", "hue2", Bytes(102), 10, 5, -511, false},
-        {"selective", "selc", ByteWriter().U16(1).Zeros(82), 11, 6},
-        {"selective version", "selc", Bytes(84), 11, 6, -512, false},
-        {"threshold", "thrs", Bytes(4), 12, 7},
-        {"invert", "nvrt", {}, 13, 8},
-        {"posterize", "post", Bytes(4), 14, 9},
-        {"mixer", "mixr", ByteWriter().U16(1).Zeros(42), 15, 10},
-        {"mixer version", "mixr", Bytes(44), 15, 10, -513, false},
-        {"gradient map", "grdm", ByteWriter().U16(1).Zeros(60), 16, 11},
-        {"gradient map version", "grdm", ByteWriter().U16(3).Zeros(60), 16, 11, -515, false},
-        {"photo filter", "phfl", ByteWriter().U16(3).Zeros(17), 17, 12},
-        {"photo filter of a later version", "phfl", Bytes(20), 17, 12},
-        {"a key of nobody", "expA", Bytes(20), 0, 0, 0, false},
+        {"levl", Levels(2), 6, 1},
+        {"levl", Levels(2, Bytes(4)), 6, 1},
+        {"levl", Levels(2, twoLevels), 6, 1},
+        {"levl", Levels(2, ByteWriter().Text("Lvls").U16(3).U16(65535)), 6, 1},
+        {"levl", Levels(1), 6, 1, -503, false},
+        {"levl", Levels(2, ByteWriter().Text("lvls").Zeros(4)), 6, 1, -505, false},
+        {"levl", Levels(2), 6, 1, -505, false, 300},
+        {"levl", Levels(2), 6, 1, -506, false, 290},
+        {"levl", Levels(2), 6, 1, -506, false, 296},
+        {"levl", Levels(2, ByteWriter().Text("Lvls").Zeros(4)), 6, 1, -507, false},
+        {"curv", Curves(1, "", 0, 0, 0), 7, 2},
+        {"curv", Curves(4, "Crv ", 4, 2, 250), 7, 2},
+        {"curv", Curves(1, "Crv ", 4, 2, 251), 7, 2, 0, false},  // copies that differ
+        {"curv", Curves(1, "Crv ", 4, 3, 250), 7, 2, 0, false},  // a copy too many
+        {"curv", Curves(2, "", 0, 0, 0), 7, 2, -508, false},
+        {"curv", Curves(1, "Crv_", 4, 2, 250), 7, 2, -509, false},
+        {"curv", Curves(1, "Crv ", 3, 2, 250), 7, 2, -510, false},
+        {"brit", Bytes(8), 8, 3},
+        {"blnc", Bytes(20), 9, 4},
+        {"hue2", v(2, 100), 10, 5},
+        {"hue2", v(0, 100), 10, 5, -511, false},
+        {"selc", v(1, 82), 11, 6},
+        {"selc", v(0, 82), 11, 6, -512, false},
+        {"thrs", Bytes(4), 12, 7},
+        {"nvrt", {}, 13, 8},
+        {"post", Bytes(4), 14, 9},
+        {"mixr", v(1, 42), 15, 10},
+        {"mixr", v(0, 42), 15, 10, -513, false},
+        {"grdm", v(1, 60), 16, 11},
+        {"grdm", v(3, 60), 16, 11, -515, false},
+        {"phfl", v(3, 17), 17, 12},
+        {"phfl", v(0, 18), 17, 12},  // of another version
+        {"expA", Bytes(20), 0, 0, 0, false},
     };
     for (const auto& test : cases) {
         BlockReader reader(test.block);
         const uint32_t length = test.length ? test.length : static_cast<uint32_t>(test.block.size());
-        EXPECT_EQ(static_cast<int32_t>(reader.Read(test.key, length)), test.result) << test.what;
-        EXPECT_EQ(reader.layer.layerKind, test.kind) << test.what;
-        EXPECT_EQ(reader.layer.propertyList.entries[0].propertyCode, test.property) << test.what;
-        EXPECT_EQ(reader.layer.rebuildTables, test.rebuild) << test.what;
+        EXPECT_EQ(static_cast<int32_t>(reader.Read(test.key, length)), test.result) << &test - cases;
+        EXPECT_EQ(reader.layer.layerKind, test.kind) << test.key;
+        EXPECT_EQ(reader.layer.propertyList.entries[0].propertyCode, test.property) << test.key;
+        EXPECT_EQ(reader.layer.rebuildTables, test.rebuild) << &test - cases;
     }
 }
 
@@ -108,17 +106,15 @@ TEST(AdjustmentReaders, KeepTheFieldsInTheirPlaces) {
     BlockReader levels(Levels(2, ByteWriter().Text("Lvls").U16(3).U16(30).Raw(Level(9, 8, 7, 6, 50))));
     ASSERT_EQ(levels.Read("levl", 310), PsdReadResult::kOk);
     const auto* level = FindProperty<LevelsRecord>(levels.layer, kPropertyLevels);
-    EXPECT_EQ(level->levels[3].inputCeiling, 252);
+    EXPECT_TRUE(level->levels[3].inputCeiling == 252 && level->extraLevels[0].gamma == 0.5f);
     EXPECT_FLOAT_EQ(level->levels[28].gamma, 1.28f);
-    EXPECT_FLOAT_EQ(level->extraLevels[0].gamma, 0.5f);
 
     ByteWriter tones;
     for (int32_t i = 1; i <= 9; ++i) tones.I16(-i);
     BlockReader balance(tones.U16(0x0100));
     ASSERT_EQ(balance.Read("blnc", 20), PsdReadResult::kOk);
     const auto* tone = FindProperty<BalanceRecord>(balance.layer, kPropertyBalance);
-    EXPECT_EQ(tone->cyanRed.highlights, -7);
-    EXPECT_EQ(tone->yellowBlue.midtones, -6);
+    EXPECT_TRUE(tone->cyanRed.highlights == -7 && tone->yellowBlue.midtones == -6);
     EXPECT_FALSE(tone->preserveLuminosity) << "only the low byte is the flag";
 
     const Bytes stops =
@@ -127,10 +123,8 @@ TEST(AdjustmentReaders, KeepTheFieldsInTheirPlaces) {
         ByteWriter().U16(1).U16(0x0100).Unicode(u"ab").Raw(stops).U16(1).U32(7).U32(8).U16(9).Zeros(52));
     ASSERT_EQ(map.Read("grdm", 200), PsdReadResult::kOk);
     const auto* gradient = FindProperty<GradientMapRecord>(map.layer, kPropertyGradientMap);
-    EXPECT_TRUE(gradient->reverse);
-    EXPECT_EQ(gradient->colorStops[0].location, 2048u);
-    EXPECT_EQ(gradient->colorStops[0].color, 0xFF12569Au);
-    EXPECT_EQ(gradient->transparencyStops[0].opacity, 9);
+    EXPECT_TRUE(gradient->reverse && gradient->transparencyStops[0].opacity == 9);
+    EXPECT_TRUE(gradient->colorStops[0].location == 2048 && gradient->colorStops[0].color == 0xFF12569A);
 }
 
 TEST(AdjustmentReaders, CurvesKeepNineteenPointsAndTheirLaterChannel) {
@@ -143,8 +137,7 @@ TEST(AdjustmentReaders, CurvesKeepNineteenPointsAndTheirLaterChannel) {
         BlockReader reader(curves);
         ASSERT_EQ(reader.Read("curv", static_cast<uint32_t>(curves.size())), PsdReadResult::kOk);
         const CurveRecord& curve = FindProperty<CurvesRecord>(reader.layer, kPropertyCurves)->curves[0];
-        EXPECT_EQ(curve.channel, 2);
-        EXPECT_EQ(curve.points[18], (CurvePoint{18, 180}));
+        EXPECT_TRUE(curve.channel == 2 && curve.points[18] == (CurvePoint{18, 180}));
         EXPECT_EQ(reader.layer.rebuildTables, !differs);
         EXPECT_EQ(Position(reader.document), curves.size() - (differs ? 6 * 4 : 0));
     }

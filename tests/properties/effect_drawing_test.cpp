@@ -11,6 +11,7 @@
 namespace tessary::test {
 namespace {
 
+using Layers = std::vector<LayerBuilder>;
 constexpr int kSide = 48;
 constexpr Rect kTile = {20, 20, 26, 27};
 
@@ -28,9 +29,10 @@ Bytes EffectsBlock(const std::vector<Effect>& effects, bool masterSwitch = true)
     out.U32(0).U32(16).ClassName("null").U32(static_cast<uint32_t>(2 + effects.size()));
     out.Unit("Scl ", "#Prc", 100).Bool("masterFXSwitch", masterSwitch);
     for (const Effect& effect : effects) {
-        out.ItemHead(effect.key, "Objc").ClassName("null");
-        out.U32(static_cast<uint32_t>(4 + effect.numbers.size())).Bool("enab", effect.enabled);
-        out.Unit("Opct", "#Prc", effect.opacity).Bool(effect.flag, true);
+        out.ItemHead(effect.key, "Objc")
+            .ClassName("null")
+            .U32(static_cast<uint32_t>(4 + effect.numbers.size()));
+        out.Bool("enab", effect.enabled).Unit("Opct", "#Prc", effect.opacity).Bool(effect.flag, true);
         out.ColorItem("Clr ", Red(effect.color), Green(effect.color), Blue(effect.color));
         for (const auto& [key, value] : effect.numbers) out.Unit(key, "#Pxl", value);
     }
@@ -41,14 +43,14 @@ Bytes EffectsBlock(const std::vector<Effect>& effects, bool masterSwitch = true)
 LayerBuilder Unfilled() { return LayerBuilder(kTile).Solid(0xFF5060F0).Block("iOpa", Bytes(4)); }
 
 struct Drawing {
-    explicit Drawing(const std::vector<LayerBuilder>& layers) {
+    explicit Drawing(const Layers& layers) {
         DocumentBuilder builder(kColorRgb, 8, 3, kSide, kSide);
         for (const LayerBuilder& layer : layers) builder.Layer(layer);
         document = std::move(OpenBytes(builder.Resource(1037, ByteWriter().U32(90)).Build()).document);
         EXPECT_EQ(Render(document.get(), 0, 0, kSide, kSide, 1), PsdReadResult::kOk);
     }
     explicit Drawing(const std::vector<Effect>& effects, LayerBuilder layer = Unfilled())
-        : Drawing(std::vector{layer.Block("lfx2", EffectsBlock(effects))}) {}
+        : Drawing(Layers{layer.Block("lfx2", EffectsBlock(effects))}) {}
 
     std::vector<uint32_t> Canvas() const {
         return {document->canvas.get(), document->canvas.get() + kSide * kSide};
@@ -94,9 +96,8 @@ TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
                 plane.alphas.push_back(i % 3 ? i * 73 % 256 : 255);
                 pixels.push_back(plane.alphas.back() << 24 | i);
             }
-            ASSERT_EQ(
-                BlurAlpha(pixels.data(), static_cast<size_t>(width), static_cast<size_t>(height), radius),
-                PsdReadResult::kOk);
+            const auto result = BlurAlpha(pixels.data(), size_t(width), size_t(height), radius);
+            ASSERT_EQ(result, PsdReadResult::kOk);
             plane.Blur(radius);
             for (uint32_t i = 0; i < pixels.size(); ++i)
                 ASSERT_EQ(pixels[i], plane.alphas[i] << 24 | i) << width << " " << radius;
@@ -105,29 +106,36 @@ TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
 }
 
 TEST(DropShadow, LiesOppositeTheLight) {
-    const struct {
-        double angle, distance;
-        std::string_view flag;
-        int dx, dy;
-    } cases[] = {{0, 10, "none", -10, 0}, {90, 10, "none", 0, 10},   {180, 9, "none", 8, 0},
-                 {120, 10, "none", 4, 9}, {-45, 10, "none", -7, -6}, {33, 0, "none", 0, 0},
-                 {0, 10, "uglg", 0, 10}};
-    for (const auto& [angle, distance, flag, dx, dy] : cases) {
+    const int cases[][5] = {{0, 10, 0, -10, 0},   {90, 10, 0, 0, 10}, {180, 9, 0, 8, 0}, {120, 10, 0, 4, 9},
+                            {-45, 10, 0, -7, -6}, {33, 0, 0, 0, 0},   {0, 10, 1, 0, 10}};
+    for (const auto& [angle, distance, global, dx, dy] : cases) {
         const Rect place = {kTile.left + dx, kTile.top + dy, kTile.right + dx, kTile.bottom + dy};
-        EXPECT_EQ(Drawing({{"DrSh", {{"lagl", angle}, {"Dstn", distance}}, flag}}).Canvas(),
-                  Drawing(std::vector{LayerBuilder(place).Solid(0xFFC81E3C)}).Canvas())
-            << angle;
+        const Drawing drawing({{"DrSh", {{"lagl", angle}, {"Dstn", distance}}, global ? "uglg" : "none"}});
+        EXPECT_EQ(drawing.Canvas(), Drawing(Layers{LayerBuilder(place).Solid(0xFFC81E3C)}).Canvas()) << angle;
+    }
+}
+
+// What of its layer an effect keeps: the group and the excluded channels, but not the opacities.
+TEST(DropShadow, IsDrawnInTheGroupOfItsLayer) {
+    const Rect place = {kTile.left - 8, kTile.top, kTile.right - 8, kTile.bottom};
+    const auto grouped = [](LayerBuilder layer, std::string_view mode) {
+        layer.Block("brst", Bytes(4));  // red
+        return Layers{LayerBuilder({9, 9, 30, 30}).Solid(0xFF30A060), GroupEnd(), layer,
+                      GroupHead("norm", mode).Opacity(128)};
+    };
+    for (const std::string_view mode : {"pass", "mul "}) {
+        LayerBuilder shadowed = Unfilled().Opacity(7);
+        shadowed.Block("lfx2", EffectsBlock({{"DrSh", {{"Dstn", 8}}}}));
+        EXPECT_EQ(Drawing(grouped(shadowed, mode)).Canvas(),
+                  Drawing(grouped(LayerBuilder(place).Solid(0xFFC81E3C), mode)).Canvas());
     }
 }
 
 // Pixel by pixel: the spread's share, what is left of the size, the range, and what the layer takes out.
 TEST(ShadowsAndGlows, SpreadThenSoftenThenAreKnockedOut) {
-    const struct {
-        int spread, size, grown, range, distance;
-        bool glow;
-    } cases[] = {{0, 9, 0, 50, 0, false},  {100, 10, 10, 50, 0, false}, {50, 10, 5, 50, 0, false},
-                 {30, 5, 2, 50, 4, false}, {9, 5, 0, 50, 4, false},     {100, 10, 10, 50, 0, true},
-                 {30, 5, 2, 25, 4, true},  {0, 9, 0, 80, 0, true}};
+    const int cases[][6] = {{0, 9, 0, 50, 0, 0}, {100, 10, 10, 50, 0, 0}, {30, 5, 2, 50, 4, 0},
+                            {9, 5, 0, 50, 4, 0}, {100, 10, 10, 50, 0, 1}, {30, 5, 2, 25, 4, 1},
+                            {0, 9, 0, 80, 0, 1}};
     for (const auto& [spread, s, grown, range, distance, glow] : cases) {
         const Drawing drawing(
             {{glow ? "OrGl" : "DrSh",
@@ -167,14 +175,13 @@ TEST(Effects, AMaskTakesItsShareOnce) {
                        hidden = LayerBuilder(thinned).Block("iOpa", Bytes(4));
     for (const std::string_view key : {"DrSh", "OrGl", "SoFi"}) {
         const std::vector<Effect> effects = {{key, {{"blur", 3}, {"Dstn", 2}}}};
-        EXPECT_EQ(Drawing(effects, Unfilled().Mask(kMask, 0, 0, mask)).Canvas(),
-                  Drawing(effects, hidden).Canvas())
-            << key;
-        EXPECT_EQ(Drawing(effects, Unfilled().Mask(kMask, 0, 2, mask)).Canvas(), Drawing(effects).Canvas())
-            << key;
+        const Drawing masked(effects, Unfilled().Mask(kMask, 0, 0, mask));
+        const Drawing disabled(effects, Unfilled().Mask(kMask, 0, 2, mask));
+        EXPECT_EQ(masked.Canvas(), Drawing(effects, hidden).Canvas()) << key;
+        EXPECT_EQ(disabled.Canvas(), Drawing(effects).Canvas()) << key;
     }
     // An overlay is the layer in another colour.
-    EXPECT_EQ(Drawing({{"SoFi"}}, hidden).Canvas(), Drawing(std::vector{thinned}).Canvas());
+    EXPECT_EQ(Drawing({{"SoFi"}}, hidden).Canvas(), Drawing(Layers{thinned}).Canvas());
 }
 
 // The same picture comes out of plain layers that stack in the order of the effects, and out of no other.
@@ -191,12 +198,11 @@ TEST(Effects, StackInTheirOrder) {
                          kTile.left + buffer.bounds.right, kTile.top + buffer.bounds.bottom};
         return LayerBuilder(at).Pixels({pixels.begin(), pixels.end()}).Opacity(buffer.opacity);
     };
-    std::vector<LayerBuilder> stack = {plain(kSlotDropShadow), layer, plain(kSlotColorOverlay),
-                                       plain(kSlotOuterGlow)};
+    Layers stack = {plain(kSlotDropShadow), layer, plain(kSlotColorOverlay), plain(kSlotOuterGlow)};
     const std::vector<uint32_t> canvas = drawing.Canvas();
     EXPECT_EQ(Drawing(stack).Canvas(), canvas);
     for (size_t i = 0; i + 1 < stack.size(); ++i) {
-        std::vector<LayerBuilder> other = stack;
+        Layers other = stack;
         std::swap(other[i], other[i + 1]);
         EXPECT_NE(Drawing(other).Canvas(), canvas) << i;
     }
@@ -208,10 +214,10 @@ TEST(Effects, AreDrawnOnlyWhereTheyAreSwitchedOn) {
     const std::vector<uint32_t> nothing(kSide * kSide, kBackground);
     for (const std::string_view key : {"DrSh", "OrGl", "SoFi"}) {
         const Effect on = {key, {{"blur", 3}}};
-        EXPECT_NE(Drawing({on}).Canvas(), nothing) << key;
-        EXPECT_EQ(Drawing({{key, {{"blur", 3}}, "none", 0}}).Canvas(), nothing) << key;
-        EXPECT_EQ(Drawing({{key, {{"blur", 3}}, "none", 100, false}}).Canvas(), nothing) << key;
-        EXPECT_EQ(Drawing(std::vector{Unfilled().Block("lfx2", EffectsBlock({on}, false))}).Canvas(), nothing)
+        for (const bool enabled : {false, true})
+            EXPECT_EQ(Drawing({{key, {{"blur", 3}}, "none", enabled ? 0.0 : 100, enabled}}).Canvas(), nothing)
+                << key;
+        EXPECT_EQ(Drawing(Layers{Unfilled().Block("lfx2", EffectsBlock({on}, false))}).Canvas(), nothing)
             << key;
     }
     ByteWriter old;
@@ -219,7 +225,7 @@ TEST(Effects, AreDrawnOnlyWhereTheyAreSwitchedOn) {
     old.Text("8BIMnorm").U16(0).U16(0).U16(0).U16(0xFFFF).U16(0).U8(255).U8(1);
     const auto center = [](const Drawing& drawing) { return drawing.Canvas()[23 * kSide + 23] & 0xFFFFFF; };
     const LayerBuilder both = Unfilled().Block("lrFX", old);
-    EXPECT_EQ(center(Drawing(std::vector{both})), 0x0000FFu);
+    EXPECT_EQ(center(Drawing(Layers{both})), 0x0000FFu);
     EXPECT_EQ(center(Drawing({{"SoFi"}}, both)), 0xC81E3Cu);
     EXPECT_EQ(Drawing({{"SoFi", {}, "none", 100, false}}, both).Canvas(), nothing);
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "render/blend_rows.h"
+#include "render/integer_hsl.h"
 #include "tests/render/plain_rule.h"
 
 namespace tessary::test {
@@ -40,6 +41,20 @@ TEST(BlendModes, EveryPairOfChannelsFollowsTheFormula) {
         }
         EXPECT_EQ(wrong, 0) << "mode " << mode;
     }
+}
+
+TEST(IntegerHsl, EveryColorAndEveryHueFollowThePlainRule) {
+    int wrong = 0;
+    for (uint32_t i = 0; i < 360 << 16; ++i) {
+        const PlainColor hsl = {{int(i >> 16), int(i >> 8 & 255), int(i & 255)}}, rgb = PlainToRgb(hsl);
+        const IntegerRgb color = HslToRgb({hsl.c[0], hsl.c[1], hsl.c[2]});
+        wrong += color.red != rgb.c[0] || color.green != rgb.c[1] || color.blue != rgb.c[2];
+        if (i >> 24 != 0) continue;
+        const PlainColor pixel = ColorOf(i), want = PlainToHsl(pixel);
+        const IntegerHsl got = RgbToHsl(pixel.c[0], pixel.c[1], pixel.c[2]);
+        wrong += got.hue != want.c[0] || got.saturation != want.c[1] || got.lightness != want.c[2];
+    }
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST(BlendModes, EveryWeightFollowsTheRule) {

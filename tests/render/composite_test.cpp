@@ -169,35 +169,5 @@ TEST(Composite, RandomDocumentsFollowThePlainRule) {
     }
 }
 
-// An effect's buffer: its own place, row length, mode and opacities, no mask; the layer's group and channels.
-TEST(Composite, ABufferTakesOnlyGroupAndRangesFromItsLayer) {
-    PsdDocument document;
-    document.width = 3;
-    document.height = 2;
-    document.colorMode = kColorRgb;
-    document.layers = AllocateZeroed<PsdLayer>({2});
-    document.canvas = AllocateZeroed<uint32_t>({6});
-    for (uint32_t& pixel : document.canvas.span()) pixel = 0xFF808080;
-    PsdLayer& layer = document.layers[0];
-    layer.parent = &document.layers[1];
-    document.layers[1].opacity = 128;
-    layer.opacity = 7;
-    layer.fillOpacity = 0;
-    layer.mask.disabled = false;
-    layer.mask.defaultColor = 0;
-    layer.channels = AllocateZeroed<PsdChannelInfo>({1});
-    layer.channels[0].excluded = true;  // red
-    const uint32_t pixels[] = {0, 0xFF000000, 0xFF0000FF, 9, 9, 9};
-    CompositeSource source = {.pixels = pixels, .rowPixels = 3, .bounds = {-1, 1, 2, 3}};
-    source.blendMode = kBlendMultiply;
-    source.opacity = 200;
-    source.layer = &layer;
-    CompositeLayer(document, source, {0, 1, 2, 2});
-    // Opacity 200 * 128 / 255 = 100; A = 255 * 100 >> 8 = 99; (128 * 256 - 128 * 99) >> 8 = 78 for black, and
-    // 128 by 255 is 127: (128 * 256 - 99) >> 8 = 127.
-    for (size_t i = 0; i < 6; ++i)
-        EXPECT_EQ(document.canvas[i], i == 3 ? 0xFF804E4E : i == 4 ? 0xFF804E7F : 0xFF808080) << i;
-}
-
 }  // namespace
 }  // namespace tessary::test
