@@ -24,7 +24,9 @@ constexpr const char* kModeNames[] = {
     "exclusion",  "hue",         "saturation",   "color",        "luminosity"};
 
 enum Variant : int64_t { kPlain, kTransparentCanvas, kMasked, kRanged };
-constexpr const char* kVariantNames[] = {"opaque canvas", "canvas of any alpha", "masked", "with ranges"};
+constexpr const char* kVariantNames[] = {", opaque canvas", ", canvas of any alpha", ", masked",
+                                         ", with ranges"};
+constexpr const char* kPathNames[] = {"SSE2: ", "AVX2: "};
 
 Owned<uint32_t> RandomPixels(uint32_t seed, uint32_t opaque) {
     Owned<uint32_t> pixels = AllocateZeroed<uint32_t>({kPixels});
@@ -58,7 +60,9 @@ void CountPixels(benchmark::State& state, size_t layers) {
 void OneLayer(benchmark::State& state) {
     const auto mode = static_cast<PsdBlendMode>(state.range(0));
     const int64_t variant = state.range(1);
-    state.SetLabel(std::string(kModeNames[mode]) + ", " + kVariantNames[variant]);
+    const auto path = static_cast<VectorPath>(state.range(2));
+    if (path > WidestVectorPath()) return state.SkipWithError("not on this processor");
+    state.SetLabel(std::string(kPathNames[state.range(2)]) + kModeNames[mode] + kVariantNames[variant]);
     PsdDocument document;
     PrepareDocument(document, 1);
     PsdLayer& layer = document.layers[0];
@@ -77,7 +81,7 @@ void OneLayer(benchmark::State& state) {
         state.PauseTiming();
         std::memcpy(document.canvas.get(), canvas.get(), kPixels * sizeof(uint32_t));
         state.ResumeTiming();
-        CompositeLayer(document, CompositeSourceOf(layer), layer.bounds);
+        CompositeLayer(document, CompositeSourceOf(layer), layer.bounds, path);
     }
     CountPixels(state, 1);
 }
@@ -107,8 +111,10 @@ void Traffic(benchmark::State& state) {
 }
 
 BENCHMARK(Traffic);
-BENCHMARK(OneLayer)->ArgsProduct({benchmark::CreateDenseRange(0, 22, 1), {kPlain, kTransparentCanvas}});
-BENCHMARK(OneLayer)->ArgsProduct({{kBlendNormal, kBlendMultiply, kBlendHue}, {kMasked, kRanged}});
+BENCHMARK(OneLayer)->ArgsProduct({benchmark::CreateDenseRange(0, 22, 1),
+                                  {kPlain, kTransparentCanvas},
+                                  {0, 1}});
+BENCHMARK(OneLayer)->ArgsProduct({{kBlendNormal, kBlendMultiply, kBlendHue}, {kMasked, kRanged}, {0, 1}});
 BENCHMARK(ManyLayers)->DenseRange(0, 1);
 
 }  // namespace
