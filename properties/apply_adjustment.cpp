@@ -145,34 +145,20 @@ Rect DocumentRect(const PsdDocument& document) {
 bool EnsurePixels(const PsdDocument& document, PsdLayer& layer) {
     if (layer.image) return true;
     layer.image = AllocateZeroed<uint32_t>({document.width, document.height});
-    if (!layer.image) return false;
-    layer.bounds = DocumentRect(document);
-    layer.width = layer.bounds.right;
-    layer.height = layer.bounds.bottom;
-    return true;
-}
-
-// The part of `wanted` that canvas and layer share; zero rows where there is none.
-PixelArea SharedArea(const PsdDocument& document, const PsdLayer& layer, const Rect& wanted) {
-    const Rect shared = Intersect(Intersect(wanted, DocumentRect(document)), layer.bounds);
-    if (shared.IsEmpty() || layer.width <= 0) return {};
-    PixelArea area;
-    area.canvasRowPixels = document.width;
-    area.canvas = document.canvas.get() + static_cast<size_t>(shared.top) * area.canvasRowPixels +
-                  static_cast<size_t>(shared.left);
-    area.rowPixels = static_cast<size_t>(layer.width);
-    area.pixels = layer.image.get() +
-                  static_cast<size_t>(int64_t{shared.top} - layer.bounds.top) * area.rowPixels +
-                  static_cast<size_t>(int64_t{shared.left} - layer.bounds.left);
-    area.width = static_cast<size_t>(shared.Width());
-    area.height = static_cast<size_t>(shared.Height());
-    return area;
+    if (layer.image) CoverDocument(document, layer);
+    return static_cast<bool>(layer.image);
 }
 
 }  // namespace
 
-bool ApplyAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
-    if (layer.layerKind < kLayerLevels || !EnsurePixels(document, layer)) return false;
+void CoverDocument(const PsdDocument& document, PsdLayer& layer) {
+    layer.bounds = DocumentRect(document);
+    layer.width = layer.bounds.right;
+    layer.height = layer.bounds.bottom;
+}
+
+bool RecolorCanvas(const PsdDocument& document, PsdLayer& layer, const Rect& area, uint32_t* pixels,
+                   size_t rowPixels) {
     const KindRow* row = FindKind(layer.layerKind);
     if (!row || !document.canvas) return false;
     void* record = nullptr;
@@ -184,8 +170,23 @@ bool ApplyAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
 
     if (layer.rebuildTables && row->build) row->build(record, document.colorMode == kColorGrayscale);
     layer.rebuildTables = false;
-    row->draw(record, SharedArea(document, layer, area));
+    if (area.IsEmpty()) return true;
+    const uint32_t* canvas = document.canvas.get() + static_cast<size_t>(area.top) * document.width +
+                             static_cast<size_t>(area.left);
+    row->draw(record, {canvas, document.width, pixels, rowPixels, static_cast<size_t>(area.Width()),
+                       static_cast<size_t>(area.Height())});
     return true;
+}
+
+bool ApplyAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+    if (layer.layerKind < kLayerLevels || !EnsurePixels(document, layer)) return false;
+    const Rect shared = Intersect(Intersect(area, DocumentRect(document)), layer.bounds);
+    if (shared.IsEmpty() || layer.width <= 0) return RecolorCanvas(document, layer, {}, nullptr, 0);
+    const size_t rowPixels = static_cast<size_t>(layer.width);
+    uint32_t* pixels = layer.image.get() +
+                       static_cast<size_t>(int64_t{shared.top} - layer.bounds.top) * rowPixels +
+                       static_cast<size_t>(int64_t{shared.left} - layer.bounds.left);
+    return RecolorCanvas(document, layer, shared, pixels, rowPixels);
 }
 
 }  // namespace tessary

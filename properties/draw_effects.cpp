@@ -69,8 +69,7 @@ EffectsRecord* FindEffects(PsdLayer& layer) {
     return effects ? effects : FindProperty<EffectsRecord>(layer, kPropertyOldEffects);
 }
 
-EffectsRecord* DrawnEffects(PsdLayer& layer) {
-    if (layer.width < 1 || layer.height < 1 || !layer.image) return nullptr;
+EffectsRecord* EnabledEffects(PsdLayer& layer) {
     EffectsRecord* effects = FindEffects(layer);
     return effects && effects->effectCount != 0 && effects->masterSwitch != 0 ? effects : nullptr;
 }
@@ -106,7 +105,8 @@ void CompositeBuffer(PsdDocument& document, const PsdLayer& layer, const EffectB
 }
 
 void DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area, bool isBelow) {
-    EffectsRecord* effects = DrawnEffects(layer);
+    if (layer.width < 1 || layer.height < 1 || !layer.image) return;
+    EffectsRecord* effects = EnabledEffects(layer);
     if (!effects) return;
     for (uint32_t slot = kEffectSlotCount; slot-- > 0;) {
         const SlotRow& row = kSlots[slot];
@@ -123,6 +123,8 @@ void DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area, bool isB
 }
 
 }  // namespace
+
+bool HasEffects(PsdLayer& layer) { return EnabledEffects(layer) != nullptr; }
 
 void DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     DrawPass(document, layer, area, true);

@@ -40,18 +40,47 @@ constexpr uint64_t kKeptEffectBytes = 64u << 20;
 
 bool Shows(const PsdLayer& layer) { return layer.visible && layer.opacity != 0; }
 
+bool HasPixelsToDraw(const PsdLayer& layer) {
+    return layer.fillOpacity != 0 && layer.width >= 1 && layer.height >= 1;
+}
+
+// The part of the area that the layer covers and its mask does not hide from the outset.
+Rect UnmaskedPart(const PsdLayer& layer, const Rect& area) {
+    const Rect part = Intersect(area, layer.bounds);
+    const bool hides = !layer.mask.disabled && layer.mask.data && layer.mask.defaultColor == 0;
+    return hides ? Intersect(part, layer.mask.bounds) : part;
+}
+
 // Draws the layer's own pixels. False when its mask lies beside the area: then its upper effects are not
 // drawn either.
 bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
-    if (layer.fillOpacity == 0 || layer.width < 1 || layer.height < 1) return true;
-    Rect part = Intersect(area, layer.bounds);
-    if (part.IsEmpty()) return true;
-    if (!layer.mask.disabled && layer.mask.data && layer.mask.defaultColor == 0) {
-        part = Intersect(part, layer.mask.bounds);
-        if (part.IsEmpty()) return false;
-    }
+    if (!HasPixelsToDraw(layer) || Intersect(area, layer.bounds).IsEmpty()) return true;
+    const Rect part = UnmaskedPart(layer, area);
+    if (part.IsEmpty()) return false;
     CompositeLayer(document, CompositeSourceOf(layer), part);
     return true;
+}
+
+// Draws an adjustment without pixels and effects of its own, as many rows at a time as stay in the cache. A
+// buffer of document size, as effects would need it, costs more than the adjustment.
+void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+    CoverDocument(document, layer);
+    const Rect part = UnmaskedPart(layer, area);
+    if (!HasPixelsToDraw(layer) || part.IsEmpty()) return;
+    constexpr int64_t kStripPixels = 1 << 16;
+    const int64_t rows = std::clamp<int64_t>(kStripPixels / part.Width(), 1, part.Height());
+    const Owned<uint32_t> pixels =
+        AllocateZeroed<uint32_t>({static_cast<uint64_t>(part.Width()), static_cast<uint64_t>(rows)});
+    if (!pixels) return;
+    CompositeSource source = CompositeSourceOf(layer);
+    source.pixels = pixels.get();
+    source.rowPixels = static_cast<size_t>(part.Width());
+    for (Rect strip = part; strip.top < part.bottom; strip.top = strip.bottom) {
+        strip.bottom = static_cast<int32_t>(std::min(strip.top + rows, int64_t{part.bottom}));
+        if (!RecolorCanvas(document, layer, strip, pixels.get(), source.rowPixels)) return;
+        source.bounds = strip;
+        CompositeLayer(document, source, strip);
+    }
 }
 
 void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
@@ -61,6 +90,7 @@ void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     if (layer.layerKind >= kLayerLevels) {
         const uint64_t pixels = static_cast<uint64_t>(area.Width() * area.Height());
         if (!hasOwnPixels && !SpendDrawing(document, kAdjustmentSteps * pixels)) return;
+        if (!hasOwnPixels && !HasEffects(layer)) return DrawAdjustment(document, layer, area);
         ApplyAdjustment(document, layer, area);
     }
     if (!layer.image) return;
