@@ -110,10 +110,6 @@ inline ChannelWords ToWords(Pixels red, Pixels green, Pixels blue) {
     return Interleave(blue | green << 16, red);
 }
 
-inline Rgb<Floats> ChannelsOf(Pixels pixels) {
-    return {ToFloats(pixels >> 16 & 255), ToFloats(pixels >> 8 & 255), ToFloats(pixels & 255)};
-}
-
 template <class Mode>
 inline constexpr bool kReaches256 = requires(Hsl<Floats> s, Hsl<Floats> d) {
     Mode::Blend(s, d);

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "render/integer_hsl.h"
+
 #if defined(TESSARY_AVX2)
 #define TESSARY_VECTORS avx2
 #define TESSARY_INTRINSIC(name) _mm256_##name
@@ -105,6 +107,7 @@ inline Pixels operator-(Pixels a, Pixels b) { return TESSARY_INTRINSIC(sub_epi32
 inline Pixels operator*(Pixels a, Pixels b) { return TESSARY_INTRINSIC(mullo_epi16)(a.bits, b.bits); }
 inline Pixels operator>>(Pixels a, int n) { return TESSARY_INTRINSIC(srli_epi32)(a.bits, n); }
 inline Pixels operator<<(Pixels a, int n) { return TESSARY_INTRINSIC(slli_epi32)(a.bits, n); }
+inline Pixels SignedShift(Pixels a, int n) { return TESSARY_INTRINSIC(srai_epi32)(a.bits, n); }
 inline Pixels operator&(Pixels a, Pixels b) { return BitAnd(a.bits, b.bits); }
 inline Pixels operator|(Pixels a, Pixels b) { return BitOr(a.bits, b.bits); }
 inline Pixels operator==(Pixels a, Pixels b) { return TESSARY_INTRINSIC(cmpeq_epi32)(a.bits, b.bits); }
@@ -158,6 +161,10 @@ inline Pixels Divided(Floats numerator, Floats divisor, float limit) {
     const Floats guess = TESSARY_INTRINSIC(rcp_ps)(divisor.bits);
     const Floats reciprocal = guess * (kTwoAndMore - divisor * guess);  // no number for a divisor of 0
     return Truncate(LowerOf(numerator * reciprocal, limit));
+}
+
+inline Rgb<Floats> ChannelsOf(Pixels pixels) {
+    return {ToFloats(pixels >> 16 & 255), ToFloats(pixels >> 8 & 255), ToFloats(pixels & 255)};
 }
 
 // The channels of some pixels, B, G, R, A of each. `low` and `high` hold half of the pixels each; which is
