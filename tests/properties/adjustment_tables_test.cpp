@@ -188,8 +188,10 @@ TEST(GradientMapTable, RunsThroughTheAverageAtTheMidpoint) {
 template <class Map>
 uint32_t Mapped(const Map& map, uint32_t pixel) {
     if constexpr (requires { map.MapRow(&pixel, &pixel, 1); }) {
-        uint32_t mapped = 0;
-        map.MapRow(&pixel, &mapped, 1);
+        uint32_t mapped = 0, widely = 0;
+        map.MapRow(&pixel, &mapped, 1, VectorPath::kSse2);
+        map.MapRow(&pixel, &widely, 1);
+        EXPECT_EQ(mapped, widely);
         return mapped;
     } else {
         int32_t rgb[3] = {int(Red(pixel)), int(Green(pixel)), int(Blue(pixel))};
@@ -259,9 +261,11 @@ TEST(SelectiveMap, FollowsThePlainRule) {
             record.inks[i] = {int16_t(scale * (i * 17 % 83 - 40)), int16_t(scale * (i * 29 % 79 - 35)),
                               int16_t(scale * (30 - i * 13 % 71)), int16_t(scale * (i * 7 % 61 - 30))};
         }
-        SelectiveMap(record).MapRow(colors.data(), mapped.data(), colors.size());
-        for (size_t i = 0; i < colors.size(); ++i)
-            ASSERT_EQ(mapped[i], SelectivePlainly(record, colors[i])) << std::hex << colors[i];
+        for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
+            SelectiveMap(record).MapRow(colors.data(), mapped.data(), colors.size(), path);
+            for (size_t i = 0; i < colors.size(); ++i)
+                ASSERT_EQ(mapped[i], SelectivePlainly(record, colors[i])) << std::hex << colors[i];
+        }
     }
 }
 
