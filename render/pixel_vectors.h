@@ -187,4 +187,25 @@ inline Pixels Gather(ChannelWords words) {
     return TESSARY_INTRINSIC(packus_epi16)(words.low.bits, words.high.bits);
 }
 
+// a * weights.first + b * weights.second for each pair of words of two registers, which hold 2 * kPixels
+// words in the order of memory. The second weight is the upper half of `weights`; sums are signed 32-bit
+// numbers.
+struct WordSums {
+    Pixels low, high;
+};
+inline WordSums SumOfProducts(Words a, Words b, Pixels weights) {
+    return {TESSARY_INTRINSIC(madd_epi16)(TESSARY_INTRINSIC(unpacklo_epi16)(a.bits, b.bits), weights.bits),
+            TESSARY_INTRINSIC(madd_epi16)(TESSARY_INTRINSIC(unpackhi_epi16)(a.bits, b.bits), weights.bits)};
+}
+inline Words LoadWords(const uint16_t* words) { return Load(reinterpret_cast<const uint32_t*>(words)).bits; }
+inline void StoreSums(uint32_t* sums, WordSums value) {
+#if defined(TESSARY_AVX2)
+    Store(sums, _mm256_permute2x128_si256(value.low.bits, value.high.bits, 0x20));
+    Store(sums + kPixels, _mm256_permute2x128_si256(value.low.bits, value.high.bits, 0x31));
+#else
+    Store(sums, value.low);
+    Store(sums + kPixels, value.high);
+#endif
+}
+
 }  // namespace tessary::TESSARY_VECTORS
