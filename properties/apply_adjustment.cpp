@@ -106,29 +106,31 @@ struct KindRow {
     uint32_t layerKind;
     uint32_t propertyCode;  // of the record, or kNoRecord
     uint32_t colorModes;    // a bit for each mode of documents that the adjustment works in
+    uint64_t steps;         // nanoseconds a pixel, in whole ones
     BuildFunction build;    // null: no tables
     DrawFunction draw;
 };
 
 constexpr KindRow kKindRows[] = {
-    {kLayerLevels, kPropertyLevels, kGrayscaleOrRgb, BuildForMode<LevelsRecord, BuildLevelsTables>,
+    {kLayerLevels, kPropertyLevels, kGrayscaleOrRgb, 1, BuildForMode<LevelsRecord, BuildLevelsTables>,
      DrawRecordTables<LevelsRecord>},
-    {kLayerCurves, kPropertyCurves, kGrayscaleOrRgb, BuildForMode<CurvesRecord, BuildCurvesTables>,
+    {kLayerCurves, kPropertyCurves, kGrayscaleOrRgb, 1, BuildForMode<CurvesRecord, BuildCurvesTables>,
      DrawRecordTables<CurvesRecord>},
-    {kLayerBrightness, kPropertyBrightness, kAnyMode, BuildWith<BrightnessRecord, BuildBrightnessTable>,
+    {kLayerBrightness, kPropertyBrightness, kAnyMode, 1, BuildWith<BrightnessRecord, BuildBrightnessTable>,
      DrawRecordTable<BrightnessRecord>},
-    {kLayerBalance, kPropertyBalance, kAnyMode, BuildWith<BalanceRecord, BuildBalanceTables>,
+    {kLayerBalance, kPropertyBalance, kAnyMode, 1, BuildWith<BalanceRecord, BuildBalanceTables>,
      DrawRecordTables<BalanceRecord>},
-    {kLayerHue, kPropertyHue, kAnyMode, BuildWith<HueRecord, BuildHueWeights>,
+    {kLayerHue, kPropertyHue, kAnyMode, 3, BuildWith<HueRecord, BuildHueWeights>,
      DrawRecordRows<HueRecord, HueMap>},
-    {kLayerSelective, kPropertySelective, kAnyMode, nullptr, DrawRecordRows<SelectiveRecord, SelectiveMap>},
-    {kLayerThreshold, kPropertyThreshold, kAnyMode, nullptr, DrawRecordMap<ThresholdRecord, ThresholdMap>},
-    {kLayerInvert, kNoRecord, kAnyMode, nullptr, DrawInverse},
-    {kLayerPosterize, kPropertyPosterize, kAnyMode, BuildWith<PosterizeRecord, BuildPosterizeTable>,
+    {kLayerSelective, kPropertySelective, kAnyMode, 4, nullptr,
+     DrawRecordRows<SelectiveRecord, SelectiveMap>},
+    {kLayerThreshold, kPropertyThreshold, kAnyMode, 1, nullptr, DrawRecordMap<ThresholdRecord, ThresholdMap>},
+    {kLayerInvert, kNoRecord, kAnyMode, 1, nullptr, DrawInverse},
+    {kLayerPosterize, kPropertyPosterize, kAnyMode, 1, BuildWith<PosterizeRecord, BuildPosterizeTable>,
      DrawRecordTable<PosterizeRecord>},
-    {kLayerMixer, kPropertyMixer, kRgbOnly, nullptr, DrawRecordMap<MixerRecord, MixerMap>},
-    {kLayerGradientMap, kPropertyGradientMap, kAnyMode, BuildWith<GradientMapRecord, BuildGradientMapTable>,
-     DrawRecordMap<GradientMapRecord, GradientMapMap>},
+    {kLayerMixer, kPropertyMixer, kRgbOnly, 3, nullptr, DrawRecordMap<MixerRecord, MixerMap>},
+    {kLayerGradientMap, kPropertyGradientMap, kAnyMode, 1,
+     BuildWith<GradientMapRecord, BuildGradientMapTable>, DrawRecordMap<GradientMapRecord, GradientMapMap>},
 };
 
 const KindRow* FindKind(uint32_t layerKind) {
@@ -155,6 +157,11 @@ void CoverDocument(const PsdDocument& document, PsdLayer& layer) {
     layer.bounds = DocumentRect(document);
     layer.width = layer.bounds.right;
     layer.height = layer.bounds.bottom;
+}
+
+uint64_t AdjustmentStepsPerPixel(const PsdLayer& layer) {
+    const KindRow* row = FindKind(layer.layerKind);
+    return row ? row->steps : 0;
 }
 
 bool RecolorCanvas(const PsdDocument& document, PsdLayer& layer, const Rect& area, uint32_t* pixels,

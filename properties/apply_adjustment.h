@@ -20,4 +20,7 @@ void CoverDocument(const PsdDocument& document, PsdLayer& layer);
 bool RecolorCanvas(const PsdDocument& document, PsdLayer& layer, const Rect& area, uint32_t* pixels,
                    size_t rowPixels);
 
+// About how many nanoseconds recolouring takes for each pixel.
+uint64_t AdjustmentStepsPerPixel(const PsdLayer& layer);
+
 }  // namespace tessary

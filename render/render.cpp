@@ -6,6 +6,7 @@
 #include "properties/apply_adjustment.h"
 #include "properties/draw_effects.h"
 #include "render/composite.h"
+#include "render/coverage.h"
 #include "render/image_ops.h"
 #include "render/noise_map.h"
 
@@ -23,15 +24,28 @@ Side ClampSide(int32_t begin, int32_t length, uint32_t limit) {
 }
 
 // Adjustments and effects cost a file a few bytes each, however many pixels they are drawn over. All of a
-// document together may take so many steps, some two seconds, and so many more for each byte of the file;
-// what does not fit is not drawn. One blur of the largest size over four megapixels takes 200 million.
-constexpr uint64_t kFreeDrawing = 512u << 20;
-constexpr uint64_t kDrawingPerByte = 128;
-constexpr uint64_t kAdjustmentSteps = 4;  // a pixel
+// document together may take so many steps, about a nanosecond each; what does not fit is not drawn. Layers
+// with pixels of their own have paid for more with their data.
+constexpr uint64_t kFreeDrawing = 1200u * 1000 * 1000;
+constexpr uint64_t kDrawingPerLayerPixel = 25;
+constexpr uint64_t kDrawingPerByte = 60;
 
 uint64_t DrawingAllowance(const PsdDocument& document) {
+    uint64_t pixels = 0;
+    for (const PsdLayer& layer : document.layers.span()) pixels += layer.image.count();
     const uint64_t streamSize = static_cast<uint64_t>(std::max(document.streamSize, 0));
-    return kFreeDrawing + kDrawingPerByte * std::min<uint64_t>(document.reader.position, streamSize);
+    return std::max(kFreeDrawing, kDrawingPerLayerPixel * pixels) +
+           kDrawingPerByte * std::min<uint64_t>(document.reader.position, streamSize);
+}
+
+// A layer takes some time wherever it lies.
+constexpr uint64_t kAdjustmentSteps = 10000;
+
+bool MayAdjust(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
+    const uint64_t pixels =
+        area.IsEmpty() ? 0 : static_cast<uint64_t>(area.Width()) * static_cast<uint64_t>(area.Height());
+    const uint64_t blending = EffectiveMode(layer.blendMode, layer.parent) < kBlendHue ? 2 : 4;
+    return SpendDrawing(document, kAdjustmentSteps + pixels * (AdjustmentStepsPerPixel(layer) + blending));
 }
 
 // What the effects of all layers may keep for the next render. A layer of one pixel can have a shadow of a
@@ -66,7 +80,7 @@ bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) 
 void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     CoverDocument(document, layer);
     const Rect part = UnmaskedPart(layer, area);
-    if (!HasPixelsToDraw(layer) || part.IsEmpty()) return;
+    if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjust(document, layer, part)) return;
     constexpr int64_t kStripPixels = 1 << 16;
     const int64_t rows = std::clamp<int64_t>(kStripPixels / part.Width(), 1, part.Height());
     const Owned<uint32_t> pixels =
@@ -88,9 +102,8 @@ void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     if (!Shows(layer) || (layer.parent && !Shows(*layer.parent))) return;
     const bool hasOwnPixels = static_cast<bool>(layer.image);
     if (layer.layerKind >= kLayerLevels) {
-        const uint64_t pixels = static_cast<uint64_t>(area.Width() * area.Height());
-        if (!hasOwnPixels && !SpendDrawing(document, kAdjustmentSteps * pixels)) return;
         if (!hasOwnPixels && !HasEffects(layer)) return DrawAdjustment(document, layer, area);
+        if (!hasOwnPixels && !MayAdjust(document, layer, area)) return;
         ApplyAdjustment(document, layer, area);
     }
     if (!layer.image) return;
