@@ -26,7 +26,10 @@ Side ClampSide(int32_t begin, int32_t length, uint32_t limit) {
 // Adjustments and effects cost a file a few bytes each, however many pixels they are drawn over. All of a
 // document together may take so many steps, about a nanosecond each; what does not fit is not drawn. Layers
 // with pixels of their own have paid for more with their data.
-constexpr uint64_t kFreeDrawing = 1200u * 1000 * 1000;
+#if !defined(TESSARY_SLOWED_DOWN)
+#define TESSARY_SLOWED_DOWN 1  // how many nanoseconds the build takes for one
+#endif
+constexpr uint64_t kFreeDrawing = 1200u * 1000 * 1000 / TESSARY_SLOWED_DOWN;
 constexpr uint64_t kDrawingPerLayerPixel = 25;
 constexpr uint64_t kDrawingPerByte = 60;
 
@@ -44,7 +47,7 @@ constexpr uint64_t kAdjustmentSteps = 10000;
 bool MayAdjust(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
     const uint64_t pixels =
         area.IsEmpty() ? 0 : static_cast<uint64_t>(area.Width()) * static_cast<uint64_t>(area.Height());
-    const uint64_t blending = EffectiveMode(layer.blendMode, layer.parent) < kBlendHue ? 2 : 4;
+    const uint64_t blending = EffectiveMode(layer.blendMode, layer.parent) < kBlendHue ? 2 : 5;
     return SpendDrawing(document, kAdjustmentSteps + pixels * (AdjustmentStepsPerPixel(layer) + blending));
 }
 
