@@ -82,7 +82,7 @@ PsdReadResult ReadPropertyBlock(PsdDocument& document, PsdLayer& layer, uint32_t
         if (row.key != key) continue;
         if (layer.propertyList.count == PsdPropertyList::kCapacity) return PsdReadResult::kOk;
         if (row.layerKind != kKindUnchanged) layer.layerKind = row.layerKind;
-        return row.reader(document, layer, row.propertyCode, Position(document) + length);
+        return row.reader(document, layer, row.propertyCode, WrapAdd(Position(document), length));
     }
     return PsdReadResult::kOk;
 }

@@ -215,7 +215,7 @@ void BitmapRows(const PlaneBlock& block, uint32_t firstRow, uint32_t endRow, uin
         }
         const uint8_t* bits = block.color[0] + y * rowBytes;
         // A set bit is black.
-        const auto pixelOf = [](uint32_t bit) { return 0xFF000000u | (((bit & 1) - 1) & 0x00FFFFFF); };
+        const auto pixelOf = [](uint32_t bit) { return 0xFFFFFFFFu - (bit & 1) * 0x00FFFFFFu; };
         for (size_t x = 0; x < width / 8 * 8; x += 8) {
             for (uint32_t i = 0; i < 8; ++i) out[x + i] = pixelOf(uint32_t{bits[x / 8]} >> (7 - i));
         }
