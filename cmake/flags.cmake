@@ -17,7 +17,7 @@ if(TESSARY_SANITIZE)
     if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
       # Whatever loses a value is a fault, unsigned sums included; sums that wrap on purpose say so.
       add_compile_options(-fsanitize=float-cast-overflow,integer,implicit-conversion
-                          -fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/not_ours.txt)
+                          -fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/wraps_allowed.txt)
     endif()
   endif()
 endif()

@@ -39,11 +39,11 @@ constexpr T WrapSubtract(T a, T b) {
     return static_cast<T>(int64_t{a} - int64_t{b});
 }
 
-// Marks a function that mixes bits by sums and products that wrap.
+// Marks a function whose sums and products of 64 bits wrap on purpose.
 #if defined(__clang__)
-#define TESSARY_MIXES_BITS __attribute__((no_sanitize("unsigned-integer-overflow")))
+#define TESSARY_WRAPS __attribute__((no_sanitize("unsigned-integer-overflow")))
 #else
-#define TESSARY_MIXES_BITS
+#define TESSARY_WRAPS
 #endif
 
 }  // namespace tessary
