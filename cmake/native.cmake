@@ -11,6 +11,14 @@ add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/samples/stamp
                    DEPENDS make_samples)
 add_custom_target(samples ALL DEPENDS ${PROJECT_BINARY_DIR}/samples/stamp)
 
+add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/small_samples/stamp
+                   COMMAND make_samples ${PROJECT_BINARY_DIR}/small_samples --small
+                   COMMAND ${CMAKE_COMMAND} -E touch ${PROJECT_BINARY_DIR}/small_samples/stamp
+                   DEPENDS make_samples)
+add_custom_target(small_samples ALL DEPENDS ${PROJECT_BINARY_DIR}/small_samples/stamp)
+add_executable(hostile_check tests/hostile_check.cpp)
+target_link_libraries(hostile_check PRIVATE document_builder)
+
 if(TESSARY_BENCHMARKS)
   find_package(benchmark REQUIRED)
   file(GLOB bench_sources CONFIGURE_DEPENDS bench/*.cpp)

@@ -34,8 +34,8 @@ public:
     }
     CopyArea NextArea(const HeaderInfo& info) {
         const int32_t width = NextPart(info.width), height = NextPart(info.height);
-        const int32_t x = static_cast<int32_t>(info.width) - NextPart(info.width);
-        const int32_t y = static_cast<int32_t>(info.height) - NextPart(info.height);
+        const int32_t x = WrapSubtract(static_cast<int32_t>(info.width), NextPart(info.width));
+        const int32_t y = WrapSubtract(static_cast<int32_t>(info.height), NextPart(info.height));
         return {x, y, width, height};
     }
 
@@ -82,8 +82,8 @@ void Act(test::PortableCodec& codec, Script& script) {
     case 4: static_cast<void>(codec.Open(step % 16)); break;
     case 5: codec.picture = {}; [[fallthrough]];
     case 6: static_cast<void>(codec.Picture(script.NextArea(codec.info))); break;
-    case 7: static_cast<void>(EnableReadAhead(codec.stream.ahead, step % 2)); break;
-    case 8: EmptyReadAhead(codec.stream.ahead); break;
+    case 7: static_cast<void>(EnableReadAhead(codec.buffered.ahead, step % 2)); break;
+    case 8: EmptyReadAhead(codec.buffered.ahead); break;
     }
 }
 

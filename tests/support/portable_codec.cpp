@@ -10,14 +10,14 @@ namespace tessary::test {
 
 PsdReadResult PortableCodec::Open(uint32_t mode) {
     Owned<PsdDocument> document;
-    const PsdReadResult result = OpenDocument(document, &stream, mode);
+    const PsdReadResult result = OpenDocument(document, stream, mode);
     if ((result == PsdReadResult::kOk) != static_cast<bool>(document)) std::abort();
     return result;
 }
 
 PsdReadResult PortableCodec::Metadata() {
     Owned<PsdDocument> document;
-    PsdReadResult result = OpenDocument(document, &stream, kReadMetadata);
+    PsdReadResult result = OpenDocument(document, stream, kReadMetadata);
     if (result != PsdReadResult::kOk) return result;
     const PsdImageResources& resources = document->resources;
     Owned<uint8_t> grafted;
@@ -28,7 +28,7 @@ PsdReadResult PortableCodec::Metadata() {
 
 PsdReadResult PortableCodec::Thumbnail(const CopyArea& area) {
     Owned<PsdDocument> document;
-    const PsdReadResult result = OpenDocument(document, &stream, kReadThumbnail);
+    const PsdReadResult result = OpenDocument(document, stream, kReadThumbnail);
     if (result != PsdReadResult::kOk) return result;
     ThumbnailRecord record;
     record.stored = std::move(document->resources.thumbnail);
@@ -45,7 +45,7 @@ PsdReadResult PortableCodec::Thumbnail(const CopyArea& area) {
 
 PsdReadResult PortableCodec::Picture(const CopyArea& area) {
     if (!picture.pixels) {
-        const PsdReadResult result = DecodeDocumentPixels(&stream, picture);
+        const PsdReadResult result = DecodeDocumentPixels(stream, picture);
         if ((result == PsdReadResult::kOk) != static_cast<bool>(picture.pixels)) std::abort();
         if (result != PsdReadResult::kOk) return result;
     }
@@ -60,7 +60,7 @@ PsdReadResult PortableCodec::Picture(const CopyArea& area) {
 }
 
 PsdReadResult PortableCodec::Everything() {
-    if (FAILED(Probe())) return PsdReadResult::kBadSignature;
+    if (FAILED(Probe())) return kProbeFailed;
     const CopyArea whole = {0, 0, static_cast<int32_t>(info.width), static_cast<int32_t>(info.height)};
     PsdReadResult result = Metadata();
     if (result == PsdReadResult::kOk) result = Thumbnail({0, 0, 1, 1});

@@ -34,11 +34,15 @@ private:
 };
 
 struct PortableCodec {
-    PortableCodec(IStream* source, uint32_t bufferSize) : stream(source, bufferSize) {
-        static_cast<void>(EnableReadAhead(stream.ahead, bufferSize != 0));
+    // Reads the source as it is when bufferSize is 0.
+    PortableCodec(IStream* source, uint32_t bufferSize)
+        : buffered(source, bufferSize), stream(bufferSize != 0 ? &buffered : source) {
+        static_cast<void>(EnableReadAhead(buffered.ahead, true));
     }
 
-    HRESULT Probe() { return ProbeHeader(&stream, info); }
+    static constexpr PsdReadResult kProbeFailed = PsdReadResult::kNoDocument;
+
+    HRESULT Probe() { return ProbeHeader(stream, info); }
     PsdReadResult Open(uint32_t mode);  // and closes again
     PsdReadResult Metadata();           // grafts the XMP packet
     // Copies an area of the thumbnail's stored size; its pixels stay black, for decoding them is the
@@ -49,7 +53,8 @@ struct PortableCodec {
     // All of the above over the whole picture, as most clients do; the first failure ends it.
     PsdReadResult Everything();
 
-    BufferedSource stream;
+    BufferedSource buffered;
+    IStream* stream;
     HeaderInfo info;
     DocumentPixels picture;
 };
