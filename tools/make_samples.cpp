@@ -407,7 +407,64 @@ void WriteDamagedSamples(const Writer& write, Scale px) {
     write("more-layers-than-records", Layered(px(64), px(48)).Layer(sound).LayerCount(-30000).Build());
 }
 
-int Run(const std::filesystem::path& folder, bool small) {
+// Documents of at most a mebibyte that ask for as much time or memory as such can.
+void WriteBombs(const Writer& write) {
+    constexpr size_t kBytes = 1000000;
+    const auto small = [](uint32_t side = 8) { return DocumentBuilder(kColorRgb, 8, 3, side, side); };
+    const auto thin = [](int32_t side) {
+        return LayerBuilder({0, 0, side, side}).ChannelData(-1, {0, 0}).Name("");
+    };
+    const auto layered = [&](uint32_t side, int count, const LayerBuilder& layer) {
+        DocumentBuilder document = small(side).HasRealMergedData(false).MergedData({0, 0});
+        for (int i = 0; i < count; ++i) document.Layer(layer);
+        return document.Build();
+    };
+    // A layer all of one colour: every 128 pixels are two bytes of the file.
+    const auto full = [](int32_t side) {
+        const size_t count = static_cast<size_t>(side) * static_cast<size_t>(side);
+        LayerBuilder layer({0, 0, side, side});
+        return layer.Name("").Pixels(std::vector<uint32_t>(count, 0xC0804020), kCompressionPackBits);
+    };
+    Bytes noRuns(kBytes, 0x80), earlyEnd = ByteWriter().U16(2).Raw(Zip(Bytes(50)));
+    noRuns[0] = 0, noRuns[1] = 1;
+    earlyEnd.resize(kBytes);
+    write("pixels-without-data",
+          DocumentBuilder(kColorGrayscale, 8, 1, 30000, 30000).MergedData({0, 0}).Build());
+    write("mebibyte-of-nothing", DocumentBuilder(kColorRgb, 8, 3, 18000, 18000).MergedData(noRuns).Build());
+    write("zip-that-ends", small(18000).MergedData(earlyEnd).Build());
+    write("zip-of-zeros", small(10000).Merged(Bytes(300000000), kCompressionZip).Build());
+    write("one-bit", DocumentBuilder(kColorBitmap, 1, 1, 30000, 30000)
+                         .MergedData(ByteWriter().U16(1).Raw(Bytes(kBytes, 0x81)))
+                         .Build());
+    write("no-runs", small().Layer(LayerBuilder({0, 0, 20000, 20000}).ChannelData(0, noRuns)).Build());
+    for (const uint16_t id : std::initializer_list<uint16_t>{1006, 1045, 1053, 1032, 1050, 1054, 1060})
+        write("resource-" + std::to_string(id), small().Resource(id, Bytes(kBytes)).Build());
+    DocumentBuilder repeated = small();
+    for (int i = 0; i < 10000; ++i) repeated.Resource(i % 2 ? 1036 : 1060, Bytes(80));
+    write("repeated-resources", repeated.Build());
+    LayerBuilder channels = thin(0);
+    for (int16_t i = 0; i < 32766; ++i) channels.ChannelData(i, {});
+    write("exclusions", small().Layer(channels.Block("brst", Bytes(700000))).Build());
+    ByteWriter lists = ByteWriter().U32(0).U32(16).ClassName("null").U32(1).ItemHead("deep", "VlLs");
+    for (size_t i = 0; i < kBytes / 8; ++i) lists.U32(1).Text("VlLs");
+    write("nested-lists", small().Layer(thin(8).Block("lfx2", lists.U32(0))).Build());
+    write("all-layers", small().Layer(thin(0)).LayerCount(32767).Build());
+    write("empty-layers", layered(30000, 12000, thin(0)));
+    LayerBuilder crowded = thin(0);
+    for (int i = 0; i < 20; ++i) crowded.Block("lrFX", Bytes(4));
+    write("effect-blocks", layered(8, 2200, crowded));
+    write("curves", layered(1000, 8000, thin(0).Block("curv", ByteWriter().U8(0).U16(1).U32(0).Zeros(1))));
+    write("adjustments", layered(4000, 8000, thin(0).Block("mixr", ByteWriter().U16(1).Zeros(42))));
+    write("adjustments-hue", layered(4000, 4000, thin(0).Block("hue2", Hue(40, 20, 90))));
+    write("thin-shadows", layered(1000, 1000, thin(1000).Block("lfx2", DropShadow(75, 0, 0, 250))));
+    write("one-blur", layered(4000, 1, thin(4000).Block("lfx2", DropShadow(75, 0, 0, 250))));
+    write("true-blurs", layered(1000, 10, full(1000).Block("lfx2", DropShadow(75, 0, 0, 250))));
+    write("true-glows", layered(1000, 10, full(1000).Block("lfx2", OuterGlow())));
+    write("true-layers", layered(1000, 14, full(1000).Mode("sLit")));
+    write("thin-dissolves", layered(4000, 5000, thin(4000).Mode("diss")));
+}
+
+int Run(const std::filesystem::path& folder, std::string_view what) {
     const auto writerTo = [](std::filesystem::path place) -> Writer {
         std::filesystem::create_directories(place);
         return [place](const std::string& name, const Bytes& bytes) {
@@ -418,6 +475,8 @@ int Run(const std::filesystem::path& folder, bool small) {
         };
     };
     const Writer write = writerTo(folder);
+    if (what == "--bombs") return WriteBombs(write), 0;
+    const bool small = what == "--small";
     const Scale scale = {small ? 8 : 1};
     WriteFlatSamples(write, scale);
     WriteLayeredSamples(write, scale);
@@ -431,13 +490,13 @@ int Run(const std::filesystem::path& folder, bool small) {
 }  // namespace tessary::tools
 
 int main(int count, char** arguments) {
-    const bool small = count == 3 && std::string_view(arguments[2]) == "--small";
-    if (count != 2 && !small) {
-        std::fputs("usage: make_samples DIR [--small]\n", stderr);
+    const std::string_view what = count == 3 ? arguments[2] : "";
+    if (count < 2 || count > 3 || (count == 3 && what != "--small" && what != "--bombs")) {
+        std::fputs("usage: make_samples DIR [--small | --bombs]\n", stderr);
         return 2;
     }
     try {
-        return tessary::tools::Run(arguments[1], small);
+        return tessary::tools::Run(arguments[1], what);
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "make_samples: %s\n", exception.what());
         return 1;
