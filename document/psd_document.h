@@ -129,6 +129,7 @@ public:
     }
 
     uint32_t propertyCode = 0;
+    uint32_t recordBytes = 0;
     void* record = nullptr;
     void (*destroy)(void*) = nullptr;
 };
@@ -412,6 +413,7 @@ struct PsdDocument {
     int32_t layerCount = 0;
     Owned<PsdLayer> layers;        // bottom layer first
     uint32_t globalMaskColor = 0;  // ARGB
+    uint64_t recordBytes = 0;      // of all property lists
     uint16_t globalMaskOpacity = 0;
     uint8_t globalMaskKind = 0;
 
@@ -446,6 +448,7 @@ T* AppendProperty(PsdLayer& layer, uint32_t code) {
     T* record = new (memory) T();
     PsdProperty& entry = layer.propertyList.entries[layer.propertyList.count++];
     entry.propertyCode = code;
+    entry.recordBytes = sizeof(T);
     entry.record = record;
     entry.destroy = [](void* data) {
         static_cast<T*>(data)->~T();

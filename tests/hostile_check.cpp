@@ -23,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uint64_t kMostBytes = 80u << 20;  // of one allocation; no sample has pixels worth as much
 constexpr uint32_t kBufferBytes = 4096;     // of the read-ahead
-constexpr double kMostSeconds = 20;             // of one case, under sanitizers on a busy machine
+constexpr double kMostSeconds = 20;         // of one case, under sanitizers on a busy machine
 
 struct Sample {
     std::string name;
@@ -274,7 +274,7 @@ private:
 std::vector<Sample> SamplesIn(const char* folder) {
     std::vector<Sample> samples;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
-        if (entry.path().extension() != ".psd") continue;
+        if (!entry.is_regular_file() || entry.path().filename() == "stamp") continue;
         std::ifstream file(entry.path(), std::ios::binary);
         samples.push_back(
             {entry.path().stem().string(), Bytes(std::istreambuf_iterator<char>(file), {}), {}, {}});
