@@ -24,6 +24,7 @@ cov=$(command -v llvm-cov || command -v llvm-cov-14)
 "$cov" export "${programs[0]}" "${programs[@]/#/-object=}" -instr-profile=$build/all.profdata -format=lcov \
     document render properties frontend >$build/lines.info
 python3 - $build/lines.info <<'END'
+import os
 import sys
 
 hit = all_lines = 0
@@ -31,11 +32,11 @@ files = []
 for line in open(sys.argv[1]):
     word, _, rest = line.strip().partition(":")
     if word == "SF":
-        name, lines = "/".join(rest.split("/")[-2:]), {}
+        name, lines = os.path.relpath(rest), {}
     elif word == "DA":
         number, count = (int(part) for part in rest.split(",")[:2])
         lines[number] = lines.get(number, 0) + count
-    elif word == "end_of_record" and lines:
+    elif word == "end_of_record" and lines and name.startswith(("document/", "render/", "properties/", "frontend/")):
         missed = [number for number, count in sorted(lines.items()) if count == 0]
         files.append((100 - 100 * len(missed) / len(lines), name, len(lines), missed))
 for share, name, count, missed in sorted(files):
