@@ -2,6 +2,8 @@
 // The files are opened in a child process with limited memory. When it crashes or stands still the file
 // counts as a failure and another child goes on behind it. After each file no object of the codec may be
 // left.
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cwchar>
 #include <filesystem>
@@ -21,7 +23,7 @@ constexpr int kNothingToDo = 77;
 
 // What the child tells.
 struct Progress {
-    volatile LONG current, opened, pictures, thumbnails, metadata, kept;
+    std::atomic<LONG> current, opened, pictures, thumbnails, metadata, kept;
 };
 
 std::vector<std::filesystem::path> FilesIn(int count, wchar_t** folders) {
@@ -171,8 +173,8 @@ int Run(int count, wchar_t** arguments) {
     std::printf(
         "%zu files: %ld opened, %ld pictures, %ld thumbnails, %ld with metadata; %d crashes, %d hangs, "
         "%ld with objects left\n",
-        files.size(), progress->opened, progress->pictures, progress->thumbnails, progress->metadata, crashes,
-        hangs, progress->kept);
+        files.size(), progress->opened.load(), progress->pictures.load(), progress->thumbnails.load(),
+        progress->metadata.load(), crashes, hangs, progress->kept.load());
     return crashes + hangs + progress->kept != 0;
 }
 
