@@ -33,7 +33,7 @@ for target in ${TARGETS:-open render com descriptor script}; do
         continue
     fi
     $build/${target}_fuzzer "$work/$target" "$work/first/$target" -max_total_time="$seconds" \
-        -max_len=$max_length -rss_limit_mb=2048 -timeout=10 -dict="$work/keys.dict" \
+        -max_len=$max_length -rss_limit_mb=2048 -timeout=60 -dict="$work/keys.dict" \
         -artifact_prefix="$work/found/$target-" -print_final_stats=1 >"$work/$target.log" 2>&1 || status=1
     grep -E 'DONE|ERROR|SUMMARY|runtime error|stat::number_of_executed_units|stat::peak_rss' "$work/$target.log" || true
 done
