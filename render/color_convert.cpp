@@ -256,6 +256,12 @@ uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount) {
     return mode ? mode->colorPlanes : 1;
 }
 
+bool ConvertsPlanes(const PlaneBlock& block) {
+    if (block.colorMode == kBitmap && block.depth == 1) return true;
+    const ModeRow* mode = FindMode(block.colorMode, block.planeCount);
+    return mode && (block.depth == 8 || (mode->allDepths && (block.depth == 16 || block.depth == 32)));
+}
+
 void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount, uint32_t* pixels) {
     // Without a width there may be four billion rows of nothing.
     if (firstRow >= block.height || block.width == 0) return;
@@ -264,9 +270,8 @@ void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount
         BitmapRows(block, firstRow, firstRow + rows, pixels);
         return;
     }
+    if (!ConvertsPlanes(block)) return;
     const ModeRow* mode = FindMode(block.colorMode, block.planeCount);
-    if (!mode || !(block.depth == 8 || (mode->allDepths && (block.depth == 16 || block.depth == 32)))) return;
-
     const bool transparent = block.alpha && block.planeCount == mode->planesWithTransparency;
     const auto palette = mode->colorMode == kIndexed ? FullPalette(block) : std::array<uint32_t, 256>{};
     const size_t sampleBytes = block.depth / 8;
