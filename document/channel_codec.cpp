@@ -172,9 +172,11 @@ PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input,
         written = produced;
         if (result == PsdReadResult::kOk && compression == kCompressionZipPrediction && produced != 0) {
             const uint64_t reached = (produced + rowBytes - 1) / rowBytes;
+            const std::span<uint8_t> unreached = planes.first(reached * rowBytes).subspan(produced);
+            std::ranges::fill(unreached, uint8_t{0});  // half a sample may be there
             UndoPrediction(planes.data(), shape.width, reached, shape.depth);
             // Sums run on behind an early end; what the input did not reach stays zero.
-            std::memset(planes.data() + produced, 0, static_cast<size_t>(reached * rowBytes) - produced);
+            std::ranges::fill(unreached, uint8_t{0});
         }
         break;
     default: return PsdReadResult::kBadCompression;
