@@ -56,7 +56,9 @@ private:
 class FileStream final : public SizedStream {
 public:
     explicit FileStream(const char* path) : m_file(std::fopen(path, "rb")) {
-        if (!m_file || fseeko(m_file, 0, SEEK_END) != 0) return;
+        if (!m_file) return;
+        std::setvbuf(m_file, nullptr, _IONBF, 0);  // the reader has a buffer of its own
+        if (fseeko(m_file, 0, SEEK_END) != 0) return;
         const off_t size = ftello(m_file);
         m_size = size > 0 ? static_cast<uint64_t>(size) : 0;
     }
