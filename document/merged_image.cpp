@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <utility>
 
 #include "document/big_endian.h"
@@ -459,12 +460,15 @@ PsdReadResult AssemblePixels(RowSource& source, size_t planeCount, Owned<uint32_
 // Decodes while the data arrives.
 PsdReadResult DecodeArriving(PsdDocument& document, const MergedShape& shape, MergedInput& input) {
     Owned<uint8_t> table;
-    Inflater inflater;
+    std::optional<Inflater> inflater;
     RowSource source{document, shape, input};
     const bool zipped =
         shape.compression == kCompressionZip || shape.compression == kCompressionZipPrediction;
-    if (zipped && !inflater.IsCreated()) return PsdReadResult::kInflateSetup;
-    if (zipped) source.inflater = &inflater;
+    if (zipped) {
+        inflater.emplace();
+        if (!inflater->IsCreated()) return PsdReadResult::kInflateSetup;
+        source.inflater = &*inflater;
+    }
     if (shape.totalBytes != 0) {
         source.stepRows = std::max<size_t>(kStepBytes / shape.rowBytes, 1);
         const size_t steps = zipped ? std::max<size_t>(kInflatedPiece / kStepBytes, 1) : 1;
@@ -528,7 +532,8 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
     if (result != PsdReadResult::kOk) return result;
     input.left = input.end == first ? input.left - first : 0;
     if (!IsPlausible(shape, input.end, expansion)) return PsdReadResult::kOutOfMemory;
-    input.bytes = AllocateZeroed<uint8_t>({std::max<uint64_t>(input.end, 2 * kInputPiece) + kUnpackSlack});
+    const uint64_t window = input.left != 0 ? std::max<uint64_t>(input.end, 2 * kInputPiece) : input.end;
+    input.bytes = AllocateZeroed<uint8_t>({window + kUnpackSlack});
     if (!input.bytes) return PsdReadResult::kOutOfMemory;
     if (input.end) std::memcpy(input.bytes.get(), head.get(), input.end);
     head.Reset();
