@@ -75,8 +75,8 @@ def main():
                 times["floor"].append(printed_time([floor, str(path), "1"]))
                 times["ours"].append(printed_time([psdrender, "--time=1", str(path)]))
                 for name, other in others.items():
-                    # Far behind: two turns say enough.
-                    if turn < 2 or times[name][-1] and times[name][-1] < 4 * times["ours"][-1]:
+                    # Far behind: one turn says enough.
+                    if turn < 1 or times[name][-1] and times[name][-1] < 4 * times["ours"][-1]:
                         done = run(other(str(path), path.stem.startswith("layers")))
                         times[name].append(done and done[0] - starts[name])
             medians = {name: median(values) for name, values in times.items()}

@@ -108,10 +108,7 @@ size_t Take(PsdDocument& document, MergedInput& input, uint8_t* destination, siz
 // Reads the rest, so that the reader ends up where the data does, and tells how long it was.
 uint64_t Drain(PsdDocument& document, MergedInput& input) {
     uint64_t count = 0;
-    while (const size_t waiting = std::max(input.end - input.begin, Need(document, input, 1))) {
-        count += waiting;
-        input.begin = input.end;
-    }
+    while (Need(document, input, 1) != 0) count += input.end - std::exchange(input.begin, input.end);
     return count;
 }
 
