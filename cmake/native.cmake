@@ -27,6 +27,8 @@ if(TESSARY_BENCHMARKS)
     add_executable(${name} ${source})
     target_link_libraries(${name} PRIVATE document_builder benchmark::benchmark)
   endforeach()
+  add_executable(make_bench_documents tools/make_bench_documents.cpp)
+  target_link_libraries(make_bench_documents PRIVATE document_builder)
 endif()
 
 if(TESSARY_FUZZ)

@@ -21,7 +21,8 @@ TEST(Bombs, AreRefusedOrReadInLittleMemory) {
     Bytes noRuns(100000, 0x80), earlyEnd = ByteWriter().U16(2).Raw(Zip(Bytes(50)));
     noRuns[0] = 0, noRuns[1] = 1;
     earlyEnd.resize(60000);
-    DocumentBuilder repeated = Small(), gray(kColorGrayscale, 8, 1, 8000, 8000);
+    DocumentBuilder repeated = Small(), gray(kColorGrayscale, 8, 1, 8000, 8000),
+                    many(kColorGrayscale, 8, 1, 12000, 12000);
     for (int i = 0; i < 10000; ++i) repeated.Resource(i % 2 ? 1036 : 1060, Bytes(40));
     LayerBuilder channels = Layer(0);
     for (int16_t i = 0; i < 32766; ++i) channels.ChannelData(i, {});
@@ -38,6 +39,8 @@ TEST(Bombs, AreRefusedOrReadInLittleMemory) {
         uint64_t largest;
     } cases[] = {
         {"pixels without data", gray.MergedData({0, 0}).Build(), kRefused, kLittle},
+        {"a few samples of many", many.MergedData(ByteWriter().U16(2).Raw(Zip(Bytes(2000000)))).Build(),
+         kRefused, UINT64_MAX},
         {"zip that ends", Small(20000).MergedData(earlyEnd).Build(), kRefused, UINT64_MAX},
         {"no runs", Small().Layer(LayerBuilder(wide).ChannelData(0, noRuns)).Build(), kRefused, UINT64_MAX},
         {"repeated resources", repeated.Build(), kRead, kLittle},
