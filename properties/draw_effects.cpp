@@ -122,7 +122,8 @@ void DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area, bool isB
     if (layer.width < 1 || layer.height < 1 || !layer.image) return;
     EffectsRecord* effects = EnabledEffects(layer);
     if (!effects) return;
-    for (uint32_t slot = kEffectSlotCount; slot-- > 0;) {
+    for (uint32_t left = kEffectSlotCount; left > 0; --left) {
+        const uint32_t slot = left - 1;
         const SlotRow& row = kSlots[slot];
         if (!effects->present[slot] || !row.isEnabled(*effects)) continue;
         if (effects->renderPending[slot] && row.render && row.isRenderedBelow == isBelow &&

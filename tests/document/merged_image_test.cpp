@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "document/channel_codec.h"
+#include "render/color_convert.h"
 #include "tests/support/document_builder.h"
 #include "tests/support/memory_stream.h"
 
@@ -80,6 +82,58 @@ TEST(MergedImage, WhatTheFileDoesNotFillIsZero) {
     EXPECT_EQ(PixelsOf(*open({0, 1, 0, 2, 0, 2, 0, 7, 0, 8}).document),
               (Pixels{0xFF070707, kBlack, 0xFF080808, kBlack}));
     EXPECT_EQ(open({0, 2, 0x78}).result, PsdReadResult::kInflateFailed);
+}
+
+// Large enough that planes wait for one another in several places, and that input, inflated rows and steps
+// end in the middle of each other. All planes decoded first give the pixels that are wanted.
+TEST(MergedImage, IsTheSameWhileItArrives) {
+    constexpr uint32_t kWidth = 500, kHeight = 100;
+    Bytes picture(4 * 5 * kWidth * kHeight);
+    uint32_t state = 1;
+    for (size_t i = 0; i < picture.size(); ++i) {
+        state = state * 1664525 + 1013904223;
+        picture[i] =
+            state >> 16 & 64 || i % 9000 < 4000 ? picture[i - (i != 0)] : static_cast<uint8_t>(state >> 24);
+    }
+    const std::pair<uint32_t, uint32_t> cases[] = {{kColorGrayscale, 2}, {kColorIndexed, 1}, {kColorRgb, 2},
+                                                   {kColorRgb, 3},       {kColorRgb, 4},     {kColorCmyk, 5},
+                                                   {kColorLab, 5}};
+    for (const auto& test : cases) {
+        const uint32_t mode = test.first, channels = test.second;
+        for (uint32_t run = 0; run < 3 * 4; ++run) {
+            const uint32_t depth = 8u << run % 3;
+            const uint16_t compression = static_cast<uint16_t>(run / 3);
+            const size_t rowBytes = kWidth * depth / 8, planeBytes = rowBytes * kHeight;
+            Bytes planes = picture;
+            planes.resize(planeBytes * channels);
+            if (depth == 32 && compression == 3) continue;  // the builder cannot take these differences
+            const Bytes whole = EncodePlanes(compression, planes, rowBytes, depth);
+            for (const size_t part : {8u, 7u, 1u}) {
+                if (part != 8 && compression > 1) continue;  // refused
+                const Bytes data(whole.begin(),
+                                 whole.begin() + static_cast<std::ptrdiff_t>(whole.size() * part / 8));
+                DocumentBuilder document(mode, depth, channels, kWidth, kHeight);
+                const Opened opened = OpenBytes(document.MergedData(data).Build(), kReadMerged);
+                ASSERT_TRUE(opened.document) << mode << ' ' << depth << ' ' << channels << ' ' << compression;
+
+                std::ranges::fill(planes, uint8_t{0});
+                ASSERT_EQ(DecodePlanes(compression, std::span(data).subspan(2),
+                                       {kWidth, kHeight, depth, channels}, planes),
+                          PsdReadResult::kOk);
+                PlaneBlock block = {mode, depth, kWidth, kHeight};
+                block.planeCount = channels;
+                const auto plane = [&](uint32_t i) {
+                    return i < channels ? planes.data() + i * planeBytes : nullptr;
+                };
+                for (uint32_t i = 0; i < ColorPlanesUsed(mode, channels); ++i) block.color[i] = plane(i);
+                block.alpha = plane(channels - 1);
+                std::vector<uint32_t> want(kWidth * kHeight);
+                ConvertPlanes(block, 0, kHeight, want.data());
+                EXPECT_TRUE(PixelsOf(*opened.document) == want)
+                    << mode << ' ' << depth << ' ' << channels << ' ' << compression << ' ' << part;
+            }
+        }
+    }
 }
 
 // Without a size to go by, the compressed bytes are read into a buffer that grows.
