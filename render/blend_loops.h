@@ -86,17 +86,38 @@ Pixels BlendOver(Pixels canvas, Pixels layer, Pixels coverage, const Weighing& w
     return kRule == Rule::kNormalWithRanges ? blended : Choose(Without(isEmpty, isUncovered), taken, blended);
 }
 
+// All ones where a pixel lies outside the spans.
+Pixels LiesOutside(const PixelSpans& spans, Pixels pixel) {
+    const auto outside = [](Pixels value, uint32_t low, uint32_t high) {
+        return (Pixels(low) > value) | (value > Pixels(high));
+    };
+    const Pixels red = pixel >> 16 & 255, green = pixel >> 8 & 255, blue = pixel & 255;
+    // Grey is a third of the sum, rounded down; the sum is compared instead.
+    return outside(red + green + blue, 3u * spans.gray.low, 3u * spans.gray.high + 2) |
+           outside(red, spans.red.low, spans.red.high) | outside(green, spans.green.low, spans.green.high) |
+           outside(blue, spans.blue.low, spans.blue.high);
+}
+
+Pixels GatedCoverage(Pixels canvas, Pixels layer, Pixels coverage, const BlendSettings& settings) {
+    const Pixels outside =
+        LiesOutside(settings.gate->layer, layer) | LiesOutside(settings.gate->canvas, canvas);
+    const Pixels isFree = settings.emptyPasses ? canvas >> 24 == 0 : Pixels(0);
+    return Without(coverage, Without(outside, isFree));
+}
+
 // Calls draw(canvas, layer, coverage, noise) for a register of pixels after the other and stores what it
 // returns, unless nothing there is covered.
 template <class Draw>
-void EachGroup(const BlendRun& run, const Draw& draw) {
+void EachGroup(const BlendRun& run, const BlendSettings& settings, const Draw& draw) {
     size_t i = 0;
     for (; i + kPixels <= run.count; i += kPixels) {
         const Pixels layer = Load(run.layer + i);
-        const Pixels coverage = run.coverage ? LoadBytes(run.coverage + i) : layer >> 24;
+        Pixels coverage = run.coverage ? LoadBytes(run.coverage + i) : layer >> 24;
         if (IsAllOnes(coverage == 0)) continue;
+        const Pixels canvas = Load(run.canvas + i);
+        if (settings.gate) coverage = GatedCoverage(canvas, layer, coverage, settings);
         const Pixels noise = run.noise ? LoadBytes(run.noise + i) : 0;
-        Store(run.canvas + i, draw(Load(run.canvas + i), layer, coverage, noise));
+        Store(run.canvas + i, draw(canvas, layer, coverage, noise));
     }
     const size_t rest = run.count - i;
     if (rest == 0) return;
@@ -107,22 +128,22 @@ void EachGroup(const BlendRun& run, const Draw& draw) {
     std::memcpy(layer, run.layer + i, rest * sizeof *layer);
     if (run.coverage) std::memcpy(coverage, run.coverage + i, rest);
     if (run.noise) std::memcpy(noise, run.noise + i, rest);
-    EachGroup({canvas, layer, run.coverage ? coverage : nullptr, noise, kPixels}, draw);
+    EachGroup({canvas, layer, run.coverage ? coverage : nullptr, noise, kPixels}, settings, draw);
     std::memcpy(run.canvas + i, canvas, rest * sizeof *canvas);
 }
 
 template <Rule kRule, class Mode>
 void BlendRow(const BlendRun& run, const BlendSettings& settings) {
     const Weighing weighing(kRule, settings);
-    EachGroup(run, [&](Pixels canvas, Pixels layer, Pixels coverage, Pixels) {
+    EachGroup(run, settings, [&](Pixels canvas, Pixels layer, Pixels coverage, Pixels) {
         if (kRule != Rule::kGeneral && weighing.copies && IsAllOnes(coverage == 255)) return layer;
         return BlendOver<kRule, Mode>(canvas, layer, coverage, weighing);
     });
 }
 
 // Draws whole pixels or none, and does not know the layer's opacity.
-void DissolveRow(const BlendRun& run, const BlendSettings&) {
-    EachGroup(run, [](Pixels canvas, Pixels layer, Pixels coverage, Pixels noise) {
+void DissolveRow(const BlendRun& run, const BlendSettings& settings) {
+    EachGroup(run, settings, [](Pixels canvas, Pixels layer, Pixels coverage, Pixels noise) {
         const Pixels isLeft = (coverage == 0) | (noise > WeightOver(coverage, canvas >> 24));
         return Choose(isLeft, canvas, layer | kAlphaByte);
     });
@@ -132,7 +153,7 @@ void DissolveRow(const BlendRun& run, const BlendSettings&) {
 void DissolveRowWithRanges(const BlendRun& run, const BlendSettings& settings) {
     const Pixels opacity = settings.opacity;
     const Pixels keep = settings.keep;
-    EachGroup(run, [=](Pixels canvas, Pixels layer, Pixels coverage, Pixels noise) {
+    EachGroup(run, settings, [=](Pixels canvas, Pixels layer, Pixels coverage, Pixels noise) {
         const Pixels canvasAlpha = canvas >> 24;
         const Pixels alpha = coverage * opacity >> 8;
         const Pixels weight = Choose(canvasAlpha == 255, alpha, WeightOver(alpha, canvasAlpha));

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "document/psd_document.h"
+#include "render/coverage.h"
 #include "render/vector_path.h"
 
 namespace tessary {
@@ -16,8 +17,8 @@ inline constexpr size_t kBlendRunPixels = 512;
 struct BlendRun {
     uint32_t* canvas = nullptr;
     const uint32_t* layer = nullptr;
-    const uint8_t* coverage = nullptr;  // the layer's alpha after mask and ranges; 0 leaves the canvas pixel.
-                                        // Null: the layer's own alpha
+    const uint8_t* coverage = nullptr;  // the layer's alpha after the mask; 0 leaves the canvas pixel. Null:
+                                        // the layer's own alpha
     const uint8_t* noise = nullptr;     // the dissolve pattern at these pixels; only dissolve looks at it
     size_t count = 0;
 };
@@ -26,6 +27,9 @@ struct BlendRun {
 struct BlendSettings {
     uint32_t opacity = 255;  // the layer's effective one
     uint32_t keep = 0;       // 0x00RRGGBB, 255 in the channels that keep the canvas value
+    // Where the layer's or the canvas's pixel lies outside its spans the canvas pixel stays. Null: all pass.
+    const BlendGate* gate = nullptr;
+    bool emptyPasses = false;  // a canvas pixel of alpha 0 is not looked at, nor is the layer's over it
 };
 
 using BlendRowFunction = void (*)(const BlendRun& run, const BlendSettings& settings);

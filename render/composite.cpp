@@ -29,8 +29,9 @@ void CompositeLayer(PsdDocument& document, const CompositeSource& source, const 
     if (gate.drawsNothing || (mode == kBlendDissolve && !noise)) return;
 
     const BlendRowFunction blendRow = SelectBlendRow(mode, fast, ranges, path);
-    const BlendSettings settings = {EffectiveOpacity(source.opacity, source.fillOpacity, group), gate.keep};
-    const bool hasCoverage = !gate.open || (source.mask && !source.mask->disabled);
+    const BlendSettings settings = {EffectiveOpacity(source.opacity, source.fillOpacity, group), gate.keep,
+                                    gate.open ? nullptr : &gate, !fast};
+    const bool hasCoverage = source.mask && !source.mask->disabled;
     const size_t width = static_cast<size_t>(area.Width());
     uint8_t coverage[kBlendRunPixels];
     for (int32_t y = area.top; y < area.bottom; ++y) {
@@ -48,7 +49,6 @@ void CompositeLayer(PsdDocument& document, const CompositeSource& source, const 
                 CoverageRow(run.layer, run.count, source.mask, area.left + static_cast<int32_t>(x), y,
                             coverage);
             }
-            if (!gate.open) GateRow(gate, run.canvas, run.layer, run.count, !fast, coverage);
             blendRow(run, settings);
         }
     }

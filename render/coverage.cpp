@@ -43,17 +43,6 @@ BlendSpan SpanOf(const PsdBlendRange& range) {
     return {static_cast<uint8_t>(range.BlackPoint()), static_cast<uint8_t>(range.WhitePoint())};
 }
 
-// 1 or 0, to be joined by & without branches.
-uint32_t Holds(const BlendSpan& span, uint32_t value) {
-    return static_cast<uint32_t>(value >= span.low) & static_cast<uint32_t>(value <= span.high);
-}
-
-uint32_t Passes(const PixelSpans& spans, uint32_t pixel) {
-    const uint32_t red = Red(pixel), green = Green(pixel), blue = Blue(pixel);
-    return Holds(spans.gray, (red + green + blue) / 3) & Holds(spans.red, red) & Holds(spans.green, green) &
-           Holds(spans.blue, blue);
-}
-
 }  // namespace
 
 uint32_t EffectiveOpacity(uint8_t opacity, uint8_t fillOpacity, const PsdLayer* group) {
@@ -120,17 +109,6 @@ BlendGate BlendGateOf(const PsdLayer& layer) {
     gate.drawsNothing = gate.keep == 0x00FFFFFF || noWidth;
     gate.open = IsOpen(gate.layer) && IsOpen(gate.canvas);
     return gate;
-}
-
-void GateRow(const BlendGate& gate, const uint32_t* canvas, const uint32_t* layer, size_t count,
-             bool emptyPasses, uint8_t* coverage) {
-    const PixelSpans ofLayer = gate.layer, ofCanvas = gate.canvas;
-    const uint32_t freePass = emptyPasses ? 1 : 0;
-    for (size_t i = 0; i < count; ++i) {
-        const uint32_t empty = freePass & static_cast<uint32_t>(Alpha(canvas[i]) == 0);
-        const uint32_t passes = empty | (Passes(ofLayer, layer[i]) & Passes(ofCanvas, canvas[i]));
-        coverage[i] = passes != 0 ? coverage[i] : uint8_t{0};
-    }
 }
 
 }  // namespace tessary

@@ -47,9 +47,4 @@ struct BlendGate {
 bool NeedsBlendGate(const PsdLayer& layer);
 BlendGate BlendGateOf(const PsdLayer& layer);
 
-// Sets the coverage to 0 where the layer's or the canvas's pixel lies outside its spans.
-//   emptyPasses   a canvas pixel of alpha 0 is not looked at, nor is the layer's pixel over it
-void GateRow(const BlendGate& gate, const uint32_t* canvas, const uint32_t* layer, size_t count,
-             bool emptyPasses, uint8_t* coverage);
-
 }  // namespace tessary

@@ -7,6 +7,7 @@
 #include <random>
 #include <vector>
 
+#include "render/noise_map.h"
 #include "render/render.h"
 #include "tests/render/plain_rule.h"
 
@@ -166,6 +167,26 @@ TEST(Composite, RandomDocumentsFollowThePlainRule) {
         for (int32_t i = 0; i < width * height; ++i)
             wrong += document.canvas[static_cast<size_t>(i)] != PlainRender(document, i % width, i / width);
         ASSERT_EQ(wrong, 0) << "document " << seed;
+    }
+}
+
+TEST(Composite, EveryVectorPathGivesTheSamePixels) {
+    for (uint32_t seed = 1; seed <= 300; ++seed) {
+        std::vector<uint32_t> canvases[2];
+        for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
+            RandomDocument random(seed, 37, 9);
+            PsdDocument& document = random.document;
+            ASSERT_EQ(EnsureNoiseMap(document, seed), PsdReadResult::kOk);
+            document.canvas = AllocateZeroed<uint32_t>({document.width, document.height});
+            for (const PsdLayer& layer : document.layers.span()) {
+                const Rect area = Intersect({0, 0, 37, 9}, layer.bounds);
+                if (layer.image) CompositeLayer(document, CompositeSourceOf(layer), area, path);
+            }
+            const auto pixels = document.canvas.span();
+            canvases[path != VectorPath::kSse2].assign(pixels.begin(), pixels.end());
+            if (WidestVectorPath() == VectorPath::kSse2) canvases[1] = canvases[0];
+        }
+        ASSERT_EQ(canvases[0], canvases[1]) << "document " << seed;
     }
 }
 
