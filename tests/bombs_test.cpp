@@ -10,10 +10,11 @@
 namespace tessary::test {
 namespace {
 
-DocumentBuilder Small(uint32_t side = 8) { return DocumentBuilder(kColorRgb, 8, 3, side, side); }
 LayerBuilder Layer(int32_t side) { return LayerBuilder({0, 0, side, side}).ChannelData(-1, {0, 0}); }
 
 #if defined(TESSARY_FAULT_INJECTION)
+DocumentBuilder Small(uint32_t side = 8) { return DocumentBuilder(kColorRgb, 8, 3, side, side); }
+
 TEST(Bombs, AreRefusedOrReadInLittleMemory) {
     constexpr auto kRefused = PsdReadResult::kOutOfMemory, kRead = PsdReadResult::kOk;
     constexpr uint64_t kLittle = 4u << 20;
