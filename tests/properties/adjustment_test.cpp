@@ -5,9 +5,11 @@
 #include <numbers>
 #include <tuple>
 
+#include "document/big_endian.h"
 #include "properties/adjustment_pixels.h"
 #include "properties/adjustment_tables.h"
 #include "properties/apply_adjustment.h"
+#include "properties/property_readers.h"
 #include "render/render.h"
 #include "tests/render/plain_rule.h"
 #include "tests/support/document_builder.h"
@@ -16,51 +18,6 @@ namespace tessary::test {
 namespace {
 
 int Byte(double value) { return static_cast<int>(std::clamp(value, 0.0, 255.0)); }
-
-TEST(AdjustmentTables, BrightnessNeedsBothSettings) {
-    const int16_t cases[][3] = {{30, 0, 127}, {0, 30, 127}, {30, 30, 0}, {50, -50, 100}, {-50, 25, 100}};
-    for (const auto& [brightness, contrast, mean] : cases) {
-        BrightnessRecord record{brightness, contrast, mean, false, {}};
-        BuildBrightnessTable(record);
-        const double share = brightness / 100.0, angle = (contrast / 100.0 + 1) * std::numbers::pi / 4;
-        for (int i = 0; i < 256; ++i) {
-            const double x = i / 255.0, lighter = x + share * (share < 0 ? x : 1 - x);
-            const int want = Byte(((lighter - 0.5) * std::tan(angle) + 0.5) * 255 + 0.5);
-            EXPECT_EQ(record.table[size_t(i)], brightness && contrast && mean ? want : i) << mean;
-        }
-    }
-}
-
-TEST(AdjustmentTables, LevelsFollowCompositeThenChannel) {
-    LevelsRecord record;
-    for (LevelRecord& level : record.levels) level = {0, 255, 0, 255, 1.0f};
-    record.levels[0] = {50, 150, 0, 255, 1.0f};
-    record.levels[1] = {0, 255, 255, 0, 1.0f};
-    record.levels[2] = {0, 255, 0, 255, 2.0f};
-    record.levels[3] = {128, 128, 20, 300, 1.0f};
-    BuildLevelsTables(record, false);
-    for (int i = 0; i < 256; ++i) {
-        const size_t at = static_cast<size_t>(i);
-        const int composite = Byte((i - 50) * 255 / 100);
-        EXPECT_EQ(record.tables.red[at], std::min(255, 256 - composite)) << i;  // 128 is added, then cut
-        EXPECT_EQ(record.tables.green[at], Byte(std::sqrt(composite / 255.0) * 255 + 0.5)) << i;
-        EXPECT_EQ(record.tables.blue[at], composite > 128 ? 255 : 20) << i;
-    }
-    BuildLevelsTables(record, true);
-    EXPECT_EQ(record.tables.blue[100], 127);
-
-    const std::tuple<LevelRecord, size_t, int> rows[] = {
-        {{0, 255, 0, 255, 0.0f}, 254, 0},     {{0, 255, 0, 255, 0.0f}, 255, 255},
-        {{100, 255, 0, 255, 0.5f}, 50, 0},    {{100, 100, 0, 255, 3.0f}, 100, 0},
-        {{100, 100, 0, 255, 3.0f}, 101, 255}, {{255, 0, 0, 255, 1.0f}, 55, 200},
-        {{0, 255, 100, 50, 1.0f}, 255, 51},  // 100 + (128 - 255 * 50) / 255, toward zero
-    };
-    for (const auto& [level, index, want] : rows) {
-        record.levels[0] = level;
-        BuildLevelsTables(record, true);
-        EXPECT_EQ(record.tables.red[index], want) << index;
-    }
-}
 
 using Points = std::vector<CurvePoint>;
 
@@ -107,103 +64,124 @@ TEST(AdjustmentTables, CurvesChainChannelsAndHonourTheMode) {
     EXPECT_TRUE(last.red[254] == 255 && last.red[255] == 9);
 }
 
-TEST(AdjustmentTables, BalanceAddsToneAfterTone) {
-    BalanceRecord record;
-    record.cyanRed = {100, 0, 0};
-    record.magentaGreen = {-100, 0, 0};
-    record.yellowBlue = {0, -100, 100};
-    BuildBalanceTables(record);
-    // The hump is 0.667 at 127 and -0.0105 at 255; the fading curve 0.075 at its foot, 0.963 at 127, and for
-    // the highlights 1.075 - 1 / (61 / 16 + 1) = 0.867.
-    EXPECT_TRUE(record.tables.red[127] == 127 + 66 && record.tables.red[255] == 254);
-    EXPECT_TRUE(record.tables.green[127] == 127 - 96 && record.tables.green[255] == 255 - 7);
-    EXPECT_TRUE(record.tables.blue[127] == 127 - 66 + 86 && record.tables.blue[0] == 7);
-}
+using Numbers = std::vector<int>;
 
-TEST(AdjustmentTables, HueWeightsRiseHoldFallAndGoRound) {
-    HueRecord record;
-    record.ranges[0] = {315, 345, 15, 45, {0, 0, 1}};
-    record.ranges[1] = {15, 45, 75, 105, {1, 0, 0}};
-    record.ranges[2] = {15, 45, 75, 105, {}};
-    record.ranges[3] = {50, 50, 50, 50, {1, 1, 1}};
-    record.ranges[4] = {32767, -32768, 32767, -32768, {1, 1, 1}};
-    BuildHueWeights(record);
-    for (int hue = 0; hue < 360; ++hue) {
-        const auto weight = [&](int begin) {  // 30 degrees up, 30 full, 30 down
-            const int into = (hue - begin + 360) % 360;
-            return into > 90 ? 0 : std::min({into * 255 / 30, 255, (90 - into) * 255 / 30});
-        };
-        const size_t at = static_cast<size_t>(hue);
-        EXPECT_EQ(record.weights[0][at], weight(315)) << hue;
-        EXPECT_EQ(record.weights[1][at], weight(15)) << hue;
-        EXPECT_EQ(record.weights[2][at] + record.weights[3][at], 0) << hue;
+ByteWriter Words(const Numbers& values, size_t zeros = 0) {
+    ByteWriter out;
+    for (const int value : values) out.I16(value);
+    return out.Zeros(zeros);
+}
+// Composite first; channels that are not given stay as they are.
+ByteWriter Levels(const std::vector<Numbers>& levels) {
+    ByteWriter out = Words({2});
+    for (size_t i = 0; i < 29; ++i)
+        out.Raw(Words(i < levels.size() ? levels[i] : Numbers{0, 255, 0, 255, 100}));
+    return out;
+}
+ByteWriter Hue(const Numbers& master, const Numbers& reds) {
+    ByteWriter out =
+        Words({2, 0, 0, 0, 0}).Raw(Words(master)).Raw(Words({315, 345, 15, 45})).Raw(Words(reds));
+    return out.Zeros(5 * 14);
+}
+// Stops of location, midpoint and 24-bit colour.
+ByteWriter GradientMap(int reverse, const std::vector<std::array<int, 3>>& stops) {
+    ByteWriter out = Words({1, reverse << 8, 0, 0, static_cast<int>(stops.size())});
+    for (const auto& [location, midpoint, rgb] : stops) {
+        out.I32(location).I32(midpoint).U16(0);
+        for (const int shift : {16, 8, 0}) out.I16((rgb >> shift & 255) << 8);
+        out.U32(0);
     }
+    return out.Zeros(60);
 }
 
-TEST(AdjustmentTables, PosterizeGivesOneMoreThanItsLevels) {
-    for (const int levels : {0, 2, 4, 255, 65535}) {
-        PosterizeRecord record{uint16_t(levels), {}};
-        BuildPosterizeTable(record);
-        const uint8_t two[] = {0, 128, 255}, four[] = {0, 64, 128, 191, 255};
-        for (size_t i = 0; i < 256; ++i) {
-            const size_t few = levels == 2 ? two[(i + 64) / 128] : four[(i * 8 + 255) / 510];
-            EXPECT_EQ(record.table[i], levels == 0 ? 0 : levels > 4 ? i : few) << levels << ", " << i;
+TEST(Adjustments, TurnPixelsIntoOthers) {
+    const std::vector<std::array<int, 3>> stops = {{160, 25, 0xFF0000}, {800, 50, 0xFF}, {4000, 500, 0xFE}};
+    const std::vector<std::array<int, 3>> mixedStops = {stops[0], {-1, 50, 0xFF}, {320, 500, 0xFE}};
+    const Numbers none = {0, 0, 0}, plain = {0, 255, 0, 255, 100};
+    const Numbers rows = {50, 50, 50, 100, 1, 0, 100, 0, 0, 0, -200, 0, 300, 0, -33};
+    const struct {
+        std::string_view key;
+        ByteWriter block;
+        std::vector<std::pair<uint32_t, uint32_t>> pixels;  // before and after
+    } cases[] = {
+        {"brit", Words({30, 0, 127, 0}), {{0x123456, 0x123456}}},
+        {"brit", Words({0, 30, 127, 0}), {{0x123456, 0x123456}}},
+        {"brit", Words({30, 30, 0, 0}), {{0x123456, 0x123456}}},
+        {"brit", Words({50, -50, 100, 0}), {{0x004080, 0x808D9A}, {0xC0E0FF, 0xA7AEB4}}},
+        {"brit", Words({-50, 25, 100, 0}), {{0x004080, 0x000020}, {0xC8E0FF, 0x566880}}},
+        {"levl",
+         Levels({{50, 150, 0, 255, 100},
+                 {0, 255, 255, 0, 100},
+                 {0, 255, 0, 255, 200},
+                 {128, 128, 20, 300, 100}}),
+         {{0x323232, 0xFF0014},
+          {0x505050, 0xB48B14},
+          {0x646464, 0x81B414},
+          {0x656565, 0x7EB6FF},
+          {0x969696, 0x01FFFF}}},
+        {"levl", Levels({{0, 255, 0, 255, 0}}), {{0x00FEFF, 0x0000FF}}},
+        {"levl", Levels({{100, 255, 0, 255, 50}}), {{0x3264FF, 0x0000FF}}},
+        {"levl", Levels({{100, 100, 0, 255, 300}}), {{0x6465FF, 0x00FFFF}}},
+        {"levl", Levels({{255, 0, 0, 255, 100}}), {{0x3700FF, 0xC8FF00}}},
+        {"levl", Levels({{0, 255, 100, 50, 100}}), {{0x0000FF, 0x646433}}},
+        // The hump is 0.667 at 127 and -0.0105 at 255; the fading curve 0.075 at its foot, 0.963 at 127, and
+        // for the highlights 1.075 - 1 / (61 / 16 + 1) = 0.867.
+        {"blnc",
+         Words({100, -100, 0, 0, 0, -100, 0, 0, 100, 0}),
+         {{0x7F7F7F, 0xC11F93}, {0xFFFF00, 0xFEF807}}},
+        {"post", Words({0, 0}), {{0x123456, 0}}},
+        {"post", Words({2, 0}), {{0x3F40BF, 0x008080}, {0xC000FF, 0xFF00FF}}},
+        {"post", Words({4, 0}), {{0x1F205F, 0x004040}, {0x60A0DF, 0x80BFBF}, {0x9FE0FF, 0x80FFFF}}},
+        {"post", Words({255, 0}), {{0x123456, 0x123456}}},
+        {"post", Words({-1, 0}), {{0x123456, 0x123456}}},
+        {"hue2", Hue(none, none), {{0x123457, 0x123457}}},
+        {"hue2", Hue({120, 0, 0}, none), {{0xFF0000, 0x01FF01}}},  // S 254, L 128: high 255, low 1
+        {"hue2", Hue({-32640, 0, 0}, none), {{0xFF0000, 0x01FF01}}},
+        {"hue2", Hue({360, 0, 0}, none), {{0xFF0000, 0xFF0101}}},
+        {"hue2", Hue({0, -30000, 0}, none), {{0xFF0000, 0x808080}}},
+        {"hue2", Hue({0, 0, 100}, none), {{0x404040, 0x808080}, {0xFF8080, 0xFFFEFE}}},  // high 256, low 254
+        {"hue2", Hue(none, {0, 0, -50}), {{0x00FF00, 0x00FF00}, {0x646464, 0x323232}}},
+        {"hue2", Hue({0, 0, 50}, {0, 0, -50}), {{0x646464, 0x646464}}},
+        {"hue2", Hue(none, {0, 0, -100}), {{0xFF8000, 0x834201}}},
+        {"thrs", Words({0, 0}), {{0, 0xFFFFFF}}},
+        {"thrs", Words({128, 0}), {{0x808080, 0xFFFFFF}, {0x7F7F7F, 0}}},
+        {"thrs", Words({256, 0}), {{0xFFFFFF, 0}}},
+        {"thrs", Words({-1, 0}), {{0xFFFFFF, 0}}},
+        {"thrs", Words({76, 0}), {{0xFF0000, 0xFFFFFF}, {0x0000FF, 0}, {0x00FF00, 0xFFFFFF}}},
+        {"thrs", Words({77, 0}), {{0xFF0000, 0}}},
+        {"mixr", Words({1, 0}).Raw(Words(rows, 10)), {{0x010305, 0x050300}, {0x10FFFF, 0xFFFFFF}}},
+        {"mixr", Words({1, 1}).Raw(Words(rows, 10)), {{0x010305, 0x050505}}},
+        {"grdm", GradientMap(0, {}), {{0x777777, 0}}},
+        // 15 is halfway to the average: 255 - 64, 0 + 63; 35 is 127 - 127 * 15 / 30, 127 + 128 * 15 / 30.
+        {"grdm", GradientMap(0, stops), {{0x090909, 0xFF0000}, {0x0A0A0A, 0xFF0000}, {0x0F0F0F, 0xBF003F}}},
+        {"grdm", GradientMap(0, stops), {{0x141414, 0x7F007F}, {0x232323, 0x4000BF}, {0x323232, 0x0000FF}}},
+        {"grdm", GradientMap(1, stops), {{0xF0F0F0, 0xBF003F}, {0, 0x0000FE}}},
+        {"grdm", GradientMap(0, mixedStops), {{0x131313, 0xED0012}, {0xC8C8C8, 0x0000FE}}},  // 9 of 61 steps
+    };
+    for (const auto& [key, block, pixels] : cases) {
+        StreamReader over(block);
+        PsdLayer layer;
+        const auto* bytes = reinterpret_cast<const uint8_t*>(key.data());
+        const uint32_t size = static_cast<uint32_t>(block.size());
+        ASSERT_EQ(ReadPropertyBlock(over.document, layer, LoadU32(bytes), size), PsdReadResult::kOk);
+        over.document.width = over.document.height = 1;
+        over.document.colorMode = kColorRgb;
+        over.document.canvas = AllocateZeroed<uint32_t>({1});
+        for (const auto& [before, after] : pixels) {
+            over.document.canvas[0] = 0x9A000000 | before;
+            ASSERT_TRUE(ApplyAdjustment(over.document, layer, {0, 0, 1, 1}));
+            EXPECT_EQ(layer.image[0], 0x9A000000 | after)
+                << key << std::hex << ' ' << before << ' ' << layer.image[0];
         }
     }
 }
 
-TEST(AdjustmentTables, GradientMapRunsThroughTheAverageAtTheMidpoint) {
-    using Stops = std::vector<MapColorStop>;
-    const MapColorStop red = {160, 25, 0x00FF0000};
-    const Stops inOrder = {red, {800, 50, 0xFF0000FF}, {4000, 500, 0xFF0000FE}};
-    const Stops mixed = {red, {0xFFFFFFFF, 50, 0xFF0000FF}, {320, 500, 0xFF0000FE}};  // and beyond the end
-    // 15 is halfway to the average: 255 - 64, 0 + 63; 35 is 127 - 127 * 15 / 30, 127 + 128 * 15 / 30.
-    const std::tuple<Stops, size_t, uint32_t> cases[] = {
-        {{}, 77, 0xFF000000},      {inOrder, 9, 0xFFFF0000},
-        {inOrder, 10, 0xFFFF0000}, {inOrder, 15, 0xFFBF003F},
-        {inOrder, 20, 0xFF7F007F}, {inOrder, 35, 0xFF4000BF},
-        {inOrder, 50, 0xFF0000FF}, {inOrder, 255, 0xFF0000FE},
-        {mixed, 19, 0xFFED0012},  // 9 of 61 steps to the average
-        {mixed, 200, 0xFF0000FE}};
-    for (const auto& [stops, at, want] : cases) {
-        GradientMapRecord record;
-        record.colorStops = AllocateZeroed<MapColorStop>({stops.size()});
-        std::ranges::copy(stops, record.colorStops.get());
-        BuildGradientMapTable(record);
-        EXPECT_EQ(record.table[at], want) << at;
-    }
-}
-
-template <class Map>
-uint32_t Mapped(const Map& map, uint32_t pixel) {
-    int32_t rgb[3] = {int(Red(pixel)), int(Green(pixel)), int(Blue(pixel))};
-    map(rgb[0], rgb[1], rgb[2]);
-    return static_cast<uint32_t>(rgb[0] << 16 | rgb[1] << 8 | rgb[2]);
-}
-
-TEST(AdjustmentMaps, HueMovesHueSaturationAndLightness) {
-    const std::tuple<HueSettings, HueSettings, uint32_t, uint32_t> cases[] = {
-        {{}, {}, 0x9A123457, 0x9A123457},
-        {{120, 0, 0}, {}, 0x9AFF0000, 0x9A01FF01},  // S 254, L 128: high 255, low 1
-        {{-32640, 0, 0}, {}, 0xFF0000, 0x01FF01},
-        {{360, 0, 0}, {}, 0xFF0000, 0xFF0101},
-        {{0, -30000, 0}, {}, 0xFF0000, 0x808080},
-        {{0, 0, 100}, {}, 0x404040, 0x808080},
-        {{0, 0, 100}, {}, 0xFF8080, 0xFFFEFE},  // high 256, low 254
-        {{}, {0, 0, -50}, 0x00FF00, 0x00FF00},
-        {{}, {0, 0, -50}, 0x646464, 0x323232},
-        {{0, 0, 50}, {0, 0, -50}, 0x646464, 0x646464},
-        {{}, {0, 0, -100}, 0xFF8000, 0x834201},
-    };
-    for (const auto& [master, reds, pixel, want] : cases) {
-        HueRecord record;
-        record.master = master;
-        record.ranges[0] = {315, 345, 15, 45, reds};
-        BuildHueWeights(record);
-        uint32_t mapped = 0;
-        HueMap(record).MapRow(&pixel, &mapped, 1);
-        EXPECT_EQ(mapped, want) << std::hex << pixel << ' ' << want;
-    }
+TEST(AdjustmentTables, HueRangesMayHoldNothing) {
+    HueRecord record;
+    record.ranges[0] = {50, 50, 50, 50, {1, 1, 1}};
+    record.ranges[1] = {32767, -32768, 32767, -32768, {1, 1, 1}};
+    BuildHueWeights(record);
+    EXPECT_EQ(record.weights[0], HueWeights{});
 }
 
 // The rule in its plainest form, one class after another.
@@ -246,26 +224,6 @@ TEST(AdjustmentMaps, SelectiveFollowsThePlainRule) {
         for (size_t i = 0; i < colors.size(); ++i)
             ASSERT_EQ(mapped[i], SelectivePlainly(record, colors[i])) << std::hex << colors[i];
     }
-}
-
-TEST(AdjustmentMaps, ThresholdMixerAndGradientMap) {
-    const uint32_t thresholds[][3] = {{0, 0, 0xFFFFFF},   {128, 0x808080, 0xFFFFFF}, {129, 0x808080, 0},
-                                      {256, 0xFFFFFF, 0}, {65535, 0xFFFFFF, 0},      {76, 0xFF0000, 0xFFFFFF},
-                                      {77, 0xFF0000, 0},  {28, 0x0000FF, 0}};
-    for (const auto& [level, pixel, want] : thresholds)
-        EXPECT_EQ(Mapped(ThresholdMap(ThresholdRecord{uint16_t(level)}), pixel), want) << level;
-
-    MixerRecord mixer{false, {{50, 50, 50, 100, 1}, {0, 100, 0, 0, 0}, {-200, 0, 300, 0, -33}}};
-    EXPECT_EQ(Mapped(MixerMap(mixer), 0x010305), 0x050300u);  // 0 + 1 + 2 + 2; 3; -2 + 15 - 84
-    EXPECT_EQ(Mapped(MixerMap(mixer), 0x10FFFF), 0xFFFFFFu);
-    mixer.monochrome = true;
-    EXPECT_EQ(Mapped(MixerMap(mixer), 0x010305), 0x050505u);
-
-    GradientMapRecord gradient;
-    for (uint32_t i = 0; i < 256; ++i) gradient.table[i] = 0xFF000000 | i << 8 | 7;
-    EXPECT_EQ(Mapped(GradientMapMap(gradient), 0xFF0000), 76u << 8 | 7);
-    gradient.reverse = true;
-    EXPECT_EQ(Mapped(GradientMapMap(gradient), 0xFF0000), 179u << 8 | 7);
 }
 
 // A 4 x 3 document whose canvas pixels differ in alpha and colour, and one layer.
