@@ -92,25 +92,18 @@ public:
     void Value(ByteWriter& out, int depth) {
         const uint32_t type = Pick(depth > 0 ? 14 : 11), count = Pick(4);
         out.Text(
-            std::string_view("longdoubenumTEXTboolUntFalistypeGlbCnopeobj ObjcGlbOVlLs").substr(4 * type, 4));
-        switch (type) {
-        case 0: out.U32(9); break;
-        case 1: out.F64(1); break;
-        case 2: Enum(out); break;
-        case 3: out.Unicode(u"abc"); break;
-        case 4: out.U8(1); break;
-        case 5: out.Text("#Prc").F64(50); break;
-        case 6: out.Counted(Bytes(count)); break;
-        case 7:
-        case 8: Class(out); break;
-        case 9: break;  // of no known type
-        case 10: Reference(out); break;
-        case 11:
-        case 12: Items(out, depth - 1); break;
-        default:
-            out.U32(count);
-            for (uint32_t i = 0; i < count; ++i) Value(out, depth - 1);
-        }
+            std::string_view("longdoubboolUntFTEXTalisnopeenumtypeGlbCobj ObjcGlbOVlLs").substr(4 * type, 4));
+        const size_t sizes[] = {4, 8, 1, 12};
+        if (type < 4) out.Zeros(sizes[type]);
+        if (type == 4) out.Unicode(u"abc");
+        if (type == 5) out.Counted(Bytes(count));
+        if (type == 7) Enum(out);  // after a type that nobody knows
+        if (type == 8 || type == 9) Class(out);
+        if (type == 10) Reference(out);
+        if (type == 11 || type == 12) Items(out, depth - 1);
+        if (type < 13) return;
+        out.U32(count);
+        for (uint32_t i = 0; i < count; ++i) Value(out, depth - 1);
     }
     void Class(ByteWriter& out) { out.Unicode(std::u16string(Pick(3), u'n')).Id(Key()); }
     void Enum(ByteWriter& out) { out.Id(Key()).Id(Key()); }

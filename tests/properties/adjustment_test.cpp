@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
-#include <numbers>
+#include <array>
 #include <tuple>
 
 #include "document/big_endian.h"
@@ -17,53 +16,6 @@
 namespace tessary::test {
 namespace {
 
-int Byte(double value) { return static_cast<int>(std::clamp(value, 0.0, 255.0)); }
-
-using Points = std::vector<CurvePoint>;
-
-// The tables of these curves, each a channel and its points.
-ChannelTables CurveTables(const std::vector<std::pair<uint16_t, Points>>& curves, bool grayscale = false) {
-    CurvesRecord record;
-    record.curves = AllocateZeroed<CurveRecord>({curves.size()});
-    for (CurveRecord* curve = record.curves.get(); const auto& [channel, points] : curves) {
-        curve->channel = channel;
-        curve->pointCount = static_cast<uint16_t>(points.size());
-        std::ranges::copy(points, curve++->points);
-    }
-    BuildCurvesTables(record, grayscale);
-    return record.tables;
-}
-
-TEST(AdjustmentTables, CurvesDrawSplinesThroughThePoints) {
-    const double x[] = {20, 20, 100, 160, 240, 240}, y[] = {30, 30, 200, 90, 250, 250};
-    int want[256];
-    for (int i = 0; i < 256; ++i) want[i] = i < 20 ? 30 : 250;
-    for (int segment = 0; segment < 3; ++segment) {
-        // The cubic evaluated directly; a column has what the last step that rounds to it gives.
-        const auto at = [&](const double* p, double t) {
-            return 0.5 * (2 * p[1] + t * (p[2] - p[0] +
-                                          t * (2 * p[0] - 5 * p[1] + 4 * p[2] - p[3] +
-                                               t * (3 * (p[1] - p[2]) + p[3] - p[0]))));
-        };
-        for (int step = 1; step <= 512; ++step)
-            want[Byte(at(x + segment, step / 512.0) + 0.5)] = Byte(at(y + segment, step / 512.0) + 0.5);
-    }
-    for (int i = 1; i < 5; ++i) want[int(x[i])] = int(y[i]);
-    const ChannelTables tables = CurveTables({{0, {{30, 20}, {200, 100}, {90, 160}, {250, 240}}}});
-    for (size_t i = 0; i < 256; ++i) EXPECT_EQ(tables.green[i], want[i]) << i;
-}
-
-TEST(AdjustmentTables, CurvesChainChannelsAndHonourTheMode) {
-    const Points invert = {{255, 0}, {0, 255}}, half = {{0, 0}, {127, 255}};
-    const ChannelTables color = CurveTables({{1, half}, {0, invert}, {2, {{99, 9}}}});
-    EXPECT_TRUE(color.red[0] == 127 && color.red[255] == 0);
-    EXPECT_EQ(color.green[9], 246) << "a single point draws nothing";
-    const ChannelTables gray = CurveTables({{1, half}, {0, invert}}, true);
-    EXPECT_TRUE(gray.red[0] == 255 && gray.green == ByteTable{});
-    const ChannelTables last = CurveTables({{0, {{300, 400}, {9, 65535}}}});  // both fall on the last column
-    EXPECT_TRUE(last.red[254] == 255 && last.red[255] == 9);
-}
-
 using Numbers = std::vector<int>;
 
 ByteWriter Words(const Numbers& values, size_t zeros = 0) {
@@ -76,6 +28,12 @@ ByteWriter Levels(const std::vector<Numbers>& levels) {
     ByteWriter out = Words({2});
     for (size_t i = 0; i < 29; ++i)
         out.Raw(Words(i < levels.size() ? levels[i] : Numbers{0, 255, 0, 255, 100}));
+    return out;
+}
+// The composite's curve first; points of output and input.
+ByteWriter Curves(uint32_t channels, const std::vector<Numbers>& curves) {
+    ByteWriter out = ByteWriter().U8(0).U16(1).U32(channels);
+    for (const Numbers& points : curves) out.U16(static_cast<uint32_t>(points.size() / 2)).Raw(Words(points));
     return out;
 }
 ByteWriter Hue(const Numbers& master, const Numbers& reds) {
@@ -97,12 +55,15 @@ ByteWriter GradientMap(int reverse, const std::vector<std::array<int, 3>>& stops
 TEST(Adjustments, TurnPixelsIntoOthers) {
     const std::vector<std::array<int, 3>> stops = {{160, 25, 0xFF0000}, {800, 50, 0xFF}, {4000, 500, 0xFE}};
     const std::vector<std::array<int, 3>> mixedStops = {stops[0], {-1, 50, 0xFF}, {320, 500, 0xFE}};
-    const Numbers none = {0, 0, 0}, plain = {0, 255, 0, 255, 100};
+    const Numbers none = {0, 0, 0};
+    const Numbers wave = {30, 20, 200, 100, 90, 160, 250, 240}, invert = {255, 0, 0, 255},
+                  half = {0, 0, 127, 255};
     const Numbers rows = {50, 50, 50, 100, 1, 0, 100, 0, 0, 0, -200, 0, 300, 0, -33};
     const struct {
         std::string_view key;
         ByteWriter block;
         std::vector<std::pair<uint32_t, uint32_t>> pixels;  // before and after
+        uint32_t mode = kColorRgb;
     } cases[] = {
         {"brit", Words({30, 0, 127, 0}), {{0x123456, 0x123456}}},
         {"brit", Words({0, 30, 127, 0}), {{0x123456, 0x123456}}},
@@ -124,6 +85,17 @@ TEST(Adjustments, TurnPixelsIntoOthers) {
         {"levl", Levels({{100, 100, 0, 255, 300}}), {{0x6465FF, 0x00FFFF}}},
         {"levl", Levels({{255, 0, 0, 255, 100}}), {{0x3700FF, 0xC8FF00}}},
         {"levl", Levels({{0, 255, 100, 50, 100}}), {{0x0000FF, 0x646433}}},
+        {"levl",
+         Levels({{50, 150, 0, 255, 100}, {0, 255, 255, 0, 100}}),
+         {{0x646464, 0x7F7F7F}},
+         kColorGrayscale},
+        // Samples of splines, which have been compared with the cubics evaluated directly.
+        {"curv", Curves(1, {wave}), {{0x001314, 0x1E1E1E}, {0x15283C, 0x215284}, {0x506364, 0xAFC8C8}}},
+        {"curv", Curves(1, {wave}), {{0x657882, 0xC8AF90}, {0x8C9FA0, 0x725A5A}, {0xA1B4C8, 0x5B739C}}},
+        {"curv", Curves(1, {wave}), {{0xDCEFFF, 0xCBF9FA}}},
+        {"curv", Curves(7, {invert, half, {99, 9}}), {{0x0009FF, 0x7FF600}, {0xFF0000, 0x00FFFF}}},
+        {"curv", Curves(3, {invert, half}), {{0x000000, 0xFF0000}}, kColorGrayscale},
+        {"curv", Curves(1, {{300, 400, 9, -1}}), {{0xFEFFFF, 0xFF0909}}},  // both fall on the last column
         // The hump is 0.667 at 127 and -0.0105 at 255; the fading curve 0.075 at its foot, 0.963 at 127, and
         // for the highlights 1.075 - 1 / (61 / 16 + 1) = 0.867.
         {"blnc",
@@ -158,14 +130,14 @@ TEST(Adjustments, TurnPixelsIntoOthers) {
         {"grdm", GradientMap(1, stops), {{0xF0F0F0, 0xBF003F}, {0, 0x0000FE}}},
         {"grdm", GradientMap(0, mixedStops), {{0x131313, 0xED0012}, {0xC8C8C8, 0x0000FE}}},  // 9 of 61 steps
     };
-    for (const auto& [key, block, pixels] : cases) {
+    for (const auto& [key, block, pixels, mode] : cases) {
         StreamReader over(block);
         PsdLayer layer;
         const auto* bytes = reinterpret_cast<const uint8_t*>(key.data());
         const uint32_t size = static_cast<uint32_t>(block.size());
         ASSERT_EQ(ReadPropertyBlock(over.document, layer, LoadU32(bytes), size), PsdReadResult::kOk);
         over.document.width = over.document.height = 1;
-        over.document.colorMode = kColorRgb;
+        over.document.colorMode = mode;
         over.document.canvas = AllocateZeroed<uint32_t>({1});
         for (const auto& [before, after] : pixels) {
             over.document.canvas[0] = 0x9A000000 | before;

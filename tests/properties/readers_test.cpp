@@ -299,15 +299,15 @@ TEST(OldEffects, ReadsEveryBlockToTheEndThatItsSizeStates) {
                                s.enabled, s.useGlobalLight, s.opacity}),
                       (Numbers{7, 35, 120, 11, 0xFF010203, kBlendMultiply, 1, 1, 200}));
         }
-        const GlowSettings& outer = effects.outerGlow;
-        EXPECT_EQ((Numbers{outer.spreadPercent, outer.color, outer.opacity, effects.innerGlow.fromCenter}),
-                  (Numbers{100, 0xFF040506, 90, newer}));
+        const GlowSettings& glowing = effects.outerGlow;
         const BevelSettings& b = effects.bevel;
-        EXPECT_EQ((Numbers{b.style, b.highlightColor, b.shadowColor, b.highlightOpacity, b.shadowOpacity,
-                           b.directionDown, b.useGlobalLight}),
-                  (Numbers{BevelSettings::kEmboss, 0xFF070809, 0xFF0A0B0C, 101, 102, 1, 0}));
         const ColorOverlaySettings& overlay = effects.colorOverlay;
-        EXPECT_TRUE(overlay.color == 0xFF0D0E0F && overlay.opacity == 77 && overlay.enabled);
+        EXPECT_EQ(
+            (Numbers{glowing.spreadPercent, glowing.color, glowing.opacity, effects.innerGlow.fromCenter,
+                     b.style, b.highlightColor, b.shadowColor, b.highlightOpacity, b.shadowOpacity,
+                     b.directionDown, b.useGlobalLight, overlay.color, overlay.opacity, overlay.enabled}),
+            (Numbers{100, 0xFF040506, 90, newer, BevelSettings::kEmboss, 0xFF070809, 0xFF0A0B0C, 101, 102, 1,
+                     0, 0xFF0D0E0F, 77, 1}));
         for (const uint32_t slot : {0u, 1u, 2u, 3u, 5u, 9u}) EXPECT_TRUE(effects.renderPending[slot]) << slot;
     }
 }
