@@ -174,7 +174,7 @@ TEST(ImageResources, OnlyRgbDocumentsUseTheirProfile) {
 
 TEST(ImageResources, TheFirstOfSeveralWinsForNamesAndExif) {
     DocumentBuilder builder = Rgb(5);
-    builder.Resource(1053, W().U32(11).U32(12).U32(13)).Resource(1045, W().Unicode(u"a").Unicode(u"b"));
+    builder.Resource(1045, W().Unicode(u"a").Unicode(u"b")).Resource(1053, W().U32(11).U32(12).U32(13));
     builder.Resource(1006, W().Pascal("x", 1)).Resource(1058, {1}).Resource(1059, {2});
     const std::string names = Describe(*OpenBytes(builder.Build()).document);
     EXPECT_TRUE(Contains(names, "1006 2 3   a b 11 12 ") && Contains(names, "1058 .1 ")) << names;

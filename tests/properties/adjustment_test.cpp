@@ -93,7 +93,7 @@ TEST(Adjustments, TurnPixelsIntoOthers) {
         {"curv", Curves(1, {wave}), {{0x001314, 0x1E1E1E}, {0x15283C, 0x215284}, {0x506364, 0xAFC8C8}}},
         {"curv", Curves(1, {wave}), {{0x657882, 0xC8AF90}, {0x8C9FA0, 0x725A5A}, {0xA1B4C8, 0x5B739C}}},
         {"curv", Curves(1, {wave}), {{0xDCEFFF, 0xCBF9FA}}},
-        {"curv", Curves(7, {invert, half, {99, 9}}), {{0x0009FF, 0x7FF600}, {0xFF0000, 0x00FFFF}}},
+        {"curv", Curves(15, {invert, half, {99, 9}, half}), {{0x0009FF, 0x7FF600}, {0xFF0000, 0x00FF7F}}},
         {"curv", Curves(3, {invert, half}), {{0x000000, 0xFF0000}}, kColorGrayscale},
         {"curv", Curves(1, {{300, 400, 9, -1}}), {{0xFEFFFF, 0xFF0909}}},  // both fall on the last column
         // The hump is 0.667 at 127 and -0.0105 at 255; the fading curve 0.075 at its foot, 0.963 at 127, and
