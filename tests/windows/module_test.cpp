@@ -75,6 +75,9 @@ TEST(Module, StaysWhileAnythingLives) {
     EXPECT_FALSE(CanUnload()) << "the count went below zero";
     factory->LockServer(FALSE);
     EXPECT_TRUE(CanUnload());
+    decoder = NewDecoder();
+    factory->LockServer(FALSE);
+    EXPECT_FALSE(CanUnload()) << "a lock was counted twice";
 }
 
 TEST(Module, ObjectsHaveOneIdentity) {
