@@ -1,17 +1,91 @@
-#include "document/merged_image.h"
-
 #include <gtest/gtest.h>
 
 #include "document/channel_codec.h"
+#include "document/merged_image.h"
 #include "render/color_convert.h"
 #include "tests/support/document_builder.h"
-#include "tests/support/memory_stream.h"
 
 namespace tessary::test {
 namespace {
 
-std::vector<uint32_t> PixelsOf(const PsdDocument& document) {
-    const auto pixels = document.mergedPixels.span();
+// The planes are followed by guard bytes that must stay.
+PsdReadResult Decode(uint16_t compression, const Bytes& input, const PlaneShape& shape, size_t size,
+                     Bytes* decoded = nullptr) {
+    Bytes planes(size);
+    planes.insert(planes.end(), 8, 0xEE);
+    const PsdReadResult result = DecodePlanes(compression, input, shape, {planes.data(), planes.size()});
+    EXPECT_EQ(Bytes(planes.end() - 8, planes.end()), Bytes(8, 0xEE));
+    planes.resize(size);
+    if (decoded) *decoded = planes;
+    return result;
+}
+
+TEST(ChannelCodec, EveryCompressionGivesThePlanesBack) {
+    const Bytes deltas = Zip({0x00, 0x01, 0xFF, 0xFF, 0x10, 0xF0, 0x00, 0x20});
+    const struct {
+        const char* what;
+        PlaneShape shape;
+        uint16_t compression;
+        Bytes input, want;
+    } cases[] = {
+        {"raw, short", {3, 2, 8, 1}, 0, {1, 2}, {1, 2, 0, 0, 0, 0}},
+        {"raw, surplus", {2, 1, 8, 1}, 0, {1, 2, 3}, {1, 2}},
+        {"raw, 1 bit, nine wide", {9, 2, 1, 1}, 0, {0xAA, 0x80, 0x55, 0}, {0xAA, 0x80, 0x55, 0}},
+        {"packed, two planes", {3, 1, 8, 2}, 1, {0, 2, 0, 4, 0xFE, 7, 2, 1, 2, 3}, {7, 7, 7, 1, 2, 3}},
+        {"packed, rest of a row", {2, 2, 8, 1}, 1, {0, 5, 0, 2, 0xFF, 8, 9, 9, 9, 0xFF, 4}, {8, 8, 4, 4}},
+        {"packed, short row", {3, 2, 8, 1}, 1, {0, 2, 0, 2, 0, 5, 0xFE, 6}, {5, 0, 0, 6, 6, 6}},
+        {"packed, data ends", {2, 2, 8, 1}, 1, {0, 2, 0, 9, 0xFF, 5, 1, 3}, {5, 5, 3, 0}},
+        {"packed, table ends", {2, 3, 8, 1}, 1, {0, 2, 0, 2, 0}, {0, 0, 0, 0, 0, 0}},
+        {"packed, 16 bits", {2, 1, 16, 1}, 1, {0, 2, 0xFD, 9}, {9, 9, 9, 9}},
+        {"zip ends early", {4, 1, 8, 1}, 2, Zip({1, 2}), {1, 2, 0, 0}},
+        {"zip goes on", {2, 1, 8, 1}, 2, Zip({1, 2, 3, 4, 5}), {1, 2}},
+        {"predicted", {4, 2, 8, 1}, 3, deltas, {0x00, 0x01, 0x00, 0xFF, 0x10, 0x00, 0x00, 0x20}},
+        {"predicted 16", {2, 2, 16, 1}, 3, deltas, {0x00, 0x01, 0x00, 0x00, 0x10, 0xF0, 0x11, 0x10}},
+        {"predicted 32, the last stays", {2, 1, 32, 1}, 3, deltas, {0, 1, 0, 0, 0x10, 0xF0, 0, 0x20}},
+        {"predicted, ends early", {4, 2, 8, 1}, 3, Zip({1, 1}), {1, 2, 0, 0, 0, 0, 0, 0}},
+        // Runs are clipped at the row and at their bytes; 0x80 says nothing.
+        {"run too long", {3, 1, 8, 1}, 1, {0, 2, 0x81, 5}, {5, 5, 5}},
+        {"bytes too many", {3, 1, 8, 1}, 1, {0, 7, 5, 1, 2, 3, 4, 5, 6}, {1, 2, 3}},
+        {"bytes missing", {4, 1, 8, 1}, 1, {0, 3, 5, 1, 2}, {1, 2, 0, 0}},
+        {"nothing twice", {2, 1, 8, 1}, 1, {0, 4, 0x80, 0x80, 0, 9}, {9, 0}},
+        {"run without its byte", {2, 1, 8, 1}, 1, {0, 1, 0xFE, 7}, {0, 0}},
+        {"2^48 rows of no width", {0, 0xFFFFFFFF, 8, 56}, 1, {0, 0}, {}},
+        {"2^48 rows of no width, predicted", {0, 0xFFFFFFFF, 8, 56}, 3, Zip({1}), {}},
+    };
+    for (const auto& test : cases) {
+        Bytes planes;
+        EXPECT_EQ(Decode(test.compression, test.input, test.shape, test.want.size(), &planes),
+                  PsdReadResult::kOk);
+        EXPECT_EQ(planes, test.want) << test.what;
+    }
+    Bytes row(4);
+    EXPECT_EQ(UnpackBits(Bytes{0xFF, 5, 3, 1}, row), 3u) << "what was written";
+}
+
+TEST(ChannelCodec, RefusesWhatCannotBeDecoded) {
+    const PlaneShape shape{300, 1, 8, 1};
+    const Bytes zipped = Zip(Bytes(300, 7));
+    Bytes corrupt = zipped, badSum = zipped;
+    corrupt[0] ^= 0xFF;
+    badSum.back() ^= 1;
+    for (const uint16_t code : {uint16_t{2}, uint16_t{3}}) {
+        for (const Bytes& bytes : {corrupt, badSum, Bytes(zipped.begin(), zipped.begin() + 6), Bytes()})
+            EXPECT_EQ(Decode(code, bytes, shape, 300), PsdReadResult::kInflateFailed);
+    }
+    EXPECT_EQ(Decode(4, zipped, shape, 300), PsdReadResult::kBadCompression);
+#if defined(TESSARY_FAULT_INJECTION)
+    FailAllocationNumber(1);
+    EXPECT_EQ(Decode(2, zipped, shape, 300), PsdReadResult::kInflateSetup) << "zlib allocates as we do";
+    FailAllocationNumber(2);
+    EXPECT_LT(static_cast<int>(Decode(2, Zip(Bytes(100000, 7)), {100, 100, 8, 1}, 10000)), 0);
+    FailAllocationNumber(0);
+#endif
+}
+
+using Pixels = std::vector<uint32_t>;
+
+Pixels PixelsOf(const Owned<PsdDocument>& document) {
+    const auto pixels = document->mergedPixels.span();
     return {pixels.begin(), pixels.end()};
 }
 
@@ -23,7 +97,7 @@ TEST(MergedImage, EveryModeDepthAndCompression) {
         const char* what;
         uint32_t mode, depth, channels, width;
         Bytes names, planes;  // names: resource 1006
-        std::vector<uint32_t> want;
+        Pixels want;
     } cases[] = {
         {"bitmap", 0, 1, 1, 9, {}, {0x40, 0x7F}, {~0u, 0xFF000000, ~0u, ~0u, ~0u, ~0u, ~0u, ~0u, ~0u}},
         {"gray", 1, 8, 1, 2, {}, {10, 250}, {0xFF0A0A0A, 0xFFFAFAFA}},
@@ -54,34 +128,21 @@ TEST(MergedImage, EveryModeDepthAndCompression) {
             builder.Resource(1006, test.names).Resource(1053, Bytes(4)).Merged(test.planes, compression);
             const Opened opened = OpenBytes(builder.Build(), kReadMerged);
             ASSERT_TRUE(opened.document) << test.what << compression;
-            EXPECT_EQ(PixelsOf(*opened.document), test.want) << test.what << ", compression " << compression;
-        }
-    }
-}
-
-TEST(MergedImage, IsReadInTheModesThatWantIt) {
-    for (const bool hasLayer : {false, true}) {
-        DocumentBuilder builder(kColorRgb, 8, 3, 1, 1);
-        if (hasLayer) builder.Layer(LayerBuilder({0, 0, 1, 1}).Solid(~0u));
-        for (uint32_t mode = 0; mode <= 6; ++mode) {
-            const Opened opened = OpenBytes(builder.Build(), mode);
-            ASSERT_TRUE(opened.document) << mode;
-            const bool want = mode == 0 || mode == 3 || (mode == 2 && !hasLayer);
-            EXPECT_EQ(static_cast<bool>(opened.document->mergedPixels), want) << mode << hasLayer;
+            EXPECT_EQ(PixelsOf(opened.document), test.want) << test.what << ", compression " << compression;
         }
     }
 }
 
 TEST(MergedImage, WhatTheFileDoesNotFillIsZero) {
-    const DocumentBuilder gray(kColorGrayscale, 8, 1, 2, 2);
-    const auto open = [&](Bytes data) { return OpenBytes(DocumentBuilder(gray).MergedData(data).Build()); };
     constexpr uint32_t kBlack = 0xFF000000;
-    using Pixels = std::vector<uint32_t>;
-    EXPECT_EQ(PixelsOf(*open({}).document), Pixels(4, kBlack));
-    EXPECT_EQ(PixelsOf(*open({0, 0, 8}).document), (Pixels{0xFF080808, kBlack, kBlack, kBlack}));
-    EXPECT_EQ(PixelsOf(*open({0, 1, 0, 2, 0, 2, 0, 7, 0, 8}).document),
-              (Pixels{0xFF070707, kBlack, 0xFF080808, kBlack}));
-    EXPECT_EQ(open({0, 2, 0x78}).result, PsdReadResult::kInflateFailed);
+    const std::pair<Bytes, Pixels> cases[] = {
+        {{}, Pixels(4, kBlack)},
+        {{0, 0, 8}, {0xFF080808, kBlack, kBlack, kBlack}},
+        {{0, 1, 0, 2, 0, 2, 0, 7, 0, 8}, {0xFF070707, kBlack, 0xFF080808, kBlack}},
+    };
+    for (const auto& [data, want] : cases)
+        EXPECT_EQ(PixelsOf(OpenBytes(DocumentBuilder(1, 8, 1, 2, 2).MergedData(data).Build()).document),
+                  want);
 }
 
 // Large enough that planes wait for one another in several places, and that input, inflated rows and steps
@@ -127,9 +188,9 @@ TEST(MergedImage, IsTheSameWhileItArrives) {
                 };
                 for (uint32_t i = 0; i < ColorPlanesUsed(mode, channels); ++i) block.color[i] = plane(i);
                 block.alpha = plane(channels - 1);
-                std::vector<uint32_t> want(kWidth * kHeight);
+                Pixels want(kWidth * kHeight);
                 ConvertPlanes(block, 0, kHeight, want.data());
-                EXPECT_TRUE(PixelsOf(*opened.document) == want)
+                EXPECT_TRUE(PixelsOf(opened.document) == want)
                     << mode << ' ' << depth << ' ' << channels << ' ' << compression << ' ' << part;
             }
         }
@@ -148,7 +209,7 @@ TEST(MergedImage, StreamsOfUnknownSizeGiveTheSamePixels) {
         stream.size = uint64_t{1} << 63;
         Owned<PsdDocument> document;
         ASSERT_EQ(OpenDocument(document, &stream, kReadMerged), PsdReadResult::kOk);
-        EXPECT_TRUE(PixelsOf(*document) == PixelsOf(*OpenBytes(file).document)) << compression;
+        EXPECT_TRUE(PixelsOf(document) == PixelsOf(OpenBytes(file).document)) << compression;
     }
 }
 
