@@ -8,6 +8,8 @@
 #include <string>
 
 #include "document/psd_document.h"
+#include "properties/adjustment_records.h"
+#include "properties/effect_blur.h"
 #include "render/composite.h"
 #include "render/render.h"
 
@@ -24,7 +26,9 @@ constexpr const char* kModeNames[] = {
     "exclusion",  "hue",         "saturation",   "color",        "luminosity"};
 
 enum Variant : int64_t { kPlain, kTransparentCanvas, kMasked, kRanged };
-constexpr const char* kVariantNames[] = {"opaque canvas", "canvas of any alpha", "masked", "with ranges"};
+constexpr const char* kVariantNames[] = {", opaque canvas", ", canvas of any alpha", ", masked",
+                                         ", with ranges"};
+constexpr const char* kPathNames[] = {"SSE2: ", "AVX2: "};
 
 Owned<uint32_t> RandomPixels(uint32_t seed, uint32_t opaque) {
     Owned<uint32_t> pixels = AllocateZeroed<uint32_t>({kPixels});
@@ -58,7 +62,9 @@ void CountPixels(benchmark::State& state, size_t layers) {
 void OneLayer(benchmark::State& state) {
     const auto mode = static_cast<PsdBlendMode>(state.range(0));
     const int64_t variant = state.range(1);
-    state.SetLabel(std::string(kModeNames[mode]) + ", " + kVariantNames[variant]);
+    const auto path = static_cast<VectorPath>(state.range(2));
+    if (path > WidestVectorPath()) return state.SkipWithError("not on this processor");
+    state.SetLabel(std::string(kPathNames[state.range(2)]) + kModeNames[mode] + kVariantNames[variant]);
     PsdDocument document;
     PrepareDocument(document, 1);
     PsdLayer& layer = document.layers[0];
@@ -77,7 +83,7 @@ void OneLayer(benchmark::State& state) {
         state.PauseTiming();
         std::memcpy(document.canvas.get(), canvas.get(), kPixels * sizeof(uint32_t));
         state.ResumeTiming();
-        CompositeLayer(document, CompositeSourceOf(layer), layer.bounds);
+        CompositeLayer(document, CompositeSourceOf(layer), layer.bounds, path);
     }
     CountPixels(state, 1);
 }
@@ -95,6 +101,58 @@ void ManyLayers(benchmark::State& state) {
     CountPixels(state, kLayers);
 }
 
+template <class Record>
+Record& AddRecord(PsdLayer& layer, uint32_t layerKind, uint32_t propertyCode) {
+    layer.layerKind = layerKind;
+    layer.rebuildTables = true;
+    return *AppendProperty<Record>(layer, propertyCode);
+}
+
+constexpr const char* kAdjustmentNames[] = {"invert",           "posterize",     "hue/saturation",
+                                            "selective colour", "channel mixer", "gradient map"};
+
+void FillAdjustment(PsdLayer& layer, int64_t which) {
+    switch (which) {
+    case 0: layer.layerKind = kLayerInvert; break;
+    case 1: AddRecord<PosterizeRecord>(layer, kLayerPosterize, kPropertyPosterize).levels = 5; break;
+    case 2: AddRecord<HueRecord>(layer, kLayerHue, kPropertyHue).master = {30, 20, -10}; break;
+    case 3: {
+        auto& selective = AddRecord<SelectiveRecord>(layer, kLayerSelective, kPropertySelective);
+        for (InkAdjustment& ink : selective.inks) ink = {10, -20, 30, -5};
+        break;
+    }
+    case 4: {
+        auto& mixer = AddRecord<MixerRecord>(layer, kLayerMixer, kPropertyMixer);
+        for (MixerRow& row : mixer.rows) row = {40, 40, 20, 0, 0};
+        break;
+    }
+    default: AddRecord<GradientMapRecord>(layer, kLayerGradientMap, kPropertyGradientMap);
+    }
+}
+
+// Five adjustments of the whole of an opaque canvas.
+void Adjustments(benchmark::State& state) {
+    state.SetLabel(kAdjustmentNames[state.range(0)]);
+    constexpr size_t kAdjustments = 5;
+    PsdDocument document;
+    PrepareDocument(document, 1 + kAdjustments);
+    FillLayer(document.layers[0], kBlendNormal, 1);
+    document.layers[0].image = RandomPixels(1, 0xFF000000);
+    for (PsdLayer& layer : document.layers.span().subspan(1)) FillAdjustment(layer, state.range(0));
+    for (auto _ : state) benchmark::DoNotOptimize(Render(&document, 0, 0, kWidth, kHeight, 1));
+    CountPixels(state, kAdjustments);
+}
+
+// A layer of 2000 x 2000 under a blur of the radius.
+void Blur(benchmark::State& state) {
+    constexpr size_t kSide = 2000;
+    const Owned<uint32_t> pixels = AllocateZeroed<uint32_t>({kSide, kSide});
+    for (auto _ : state) {
+        for (size_t i = 0; i < kSide * kSide; ++i) pixels[i] = static_cast<uint32_t>(i * 2654435769u);
+        benchmark::DoNotOptimize(BlurAlpha(pixels.get(), kSide, kSide, static_cast<int32_t>(state.range(0))));
+    }
+}
+
 void Traffic(benchmark::State& state) {
     state.SetLabel("traffic");
     const Owned<uint32_t> from = RandomPixels(1, 0);
@@ -107,9 +165,13 @@ void Traffic(benchmark::State& state) {
 }
 
 BENCHMARK(Traffic);
-BENCHMARK(OneLayer)->ArgsProduct({benchmark::CreateDenseRange(0, 22, 1), {kPlain, kTransparentCanvas}});
-BENCHMARK(OneLayer)->ArgsProduct({{kBlendNormal, kBlendMultiply, kBlendHue}, {kMasked, kRanged}});
+BENCHMARK(OneLayer)->ArgsProduct({benchmark::CreateDenseRange(0, 22, 1),
+                                  {kPlain, kTransparentCanvas},
+                                  {0, 1}});
+BENCHMARK(OneLayer)->ArgsProduct({{kBlendNormal, kBlendMultiply, kBlendHue}, {kMasked, kRanged}, {0, 1}});
 BENCHMARK(ManyLayers)->DenseRange(0, 1);
+BENCHMARK(Adjustments)->DenseRange(0, 5);
+BENCHMARK(Blur)->Arg(5)->Arg(50)->Arg(250)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace tessary

@@ -23,6 +23,7 @@ if(TESSARY_SANITIZE)
 endif()
 if(TESSARY_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)  # the fuzzer steers by the branches that are taken
+  target_compile_definitions(tessary_flags INTERFACE TESSARY_SLOWED_DOWN=20)  # watched code takes as many times as long
 endif()
 if(TESSARY_FAULT_INJECTION)
   target_compile_definitions(tessary_flags INTERFACE TESSARY_FAULT_INJECTION)

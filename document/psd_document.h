@@ -433,7 +433,7 @@ struct PsdDocument {
 };
 
 // Takes `steps` from what Render may still spend on pixels that no data of the file stands behind; false, and
-// nothing taken, when that is too much. A step is a few nanoseconds.
+// nothing taken, when that is too much. A step is about a nanosecond.
 inline bool SpendDrawing(PsdDocument& document, uint64_t steps) {
     if (steps > document.drawingLeft) return false;
     document.drawingLeft -= steps;

@@ -1,52 +1,52 @@
 // The adjustments that look at whole pixels. Each is made once a layer and then maps pixels: the light ones
 // are callables that take the colour bytes of one pixel as integers 0..255 and rewrite them, the heavy ones
-// map whole rows and keep the alpha bytes.
+// map whole rows and keep the alpha bytes; for them `path` is one that the processor has.
 #pragma once
 
 #include <array>
 #include <cstdint>
 
 #include "properties/adjustment_records.h"
-#include "render/integer_hsl.h"
 #include "render/pixel.h"
+#include "render/vector_path.h"
 
 namespace tessary {
 
 // Hue, saturation and lightness. All that depends on a pixel's hue alone is summed up beforehand.
-class HueMap {
-public:
-    explicit HueMap(const HueRecord& record);
-    void MapRow(const uint32_t* in, uint32_t* out, size_t count) const;
-
-private:
+struct HueMap {
     struct Shift {
-        int16_t hue;         // 0..359
-        int16_t saturation;  // -100..100
-        int16_t lightness;   // -100..100
-        bool any;            // one of the three was set, even where it comes to a shift of nothing
+        int16_t hue;        // 0..359
+        int8_t saturation;  // -100..100
+        int8_t lightness;   // -100..100
     };
-    std::array<Shift, 360> m_shifts;
+    // Of hues at which none of the three is set; where they merely come to nothing the pixel still goes the
+    // way there and back, which is not exact.
+    static constexpr int16_t kUnchanged = -1;
+
+    explicit HueMap(const HueRecord& record);
+    void MapRow(const uint32_t* in, uint32_t* out, size_t count, VectorPath path = WidestVectorPath()) const;
+
+    Shift shifts[360];
 };
 
 // Inks added to the colours of a class. Greys have hue 0 and so count as reds too.
-class SelectiveMap {
-public:
-    explicit SelectiveMap(const SelectiveRecord& record);
-    void MapRow(const uint32_t* in, uint32_t* out, size_t count) const;
-
-private:
+struct SelectiveMap {
     static constexpr size_t kInks = 4;  // cyan, magenta, yellow, black
-    using InkValues = std::array<int32_t, kInks>;
+    struct InkValues {
+        double of[kInks];
+    };
 
-    // What a hue's one or two classes add: percent times weight 0..255.
+    explicit SelectiveMap(const SelectiveRecord& record);
+    void MapRow(const uint32_t* in, uint32_t* out, size_t count, VectorPath path = WidestVectorPath()) const;
+
+    // What a hue's classes, of which there are one or two, add for each step of what is there.
     struct HueValues {
         InkValues first{};
         InkValues second{};
-        bool hasSecond = false;
     };
-    std::array<HueValues, 360> m_hues;
-    std::array<InkValues, 3> m_tones;  // whites, neutrals, blacks; percent
-    int32_t m_whole;  // 255 when amounts are absolute and not shares of what is there, else 0
+    HueValues hues[360];
+    InkValues tones[3];  // whites, neutrals, blacks; percent
+    uint8_t whole;       // 255 when amounts are absolute and not shares of what is there, else 0
 };
 
 class ThresholdMap {
@@ -62,30 +62,27 @@ private:
     int32_t m_level;
 };
 
+// What each value of each input channel adds to the three output channels.
 class MixerMap {
 public:
-    explicit MixerMap(const MixerRecord& record)
-        : m_red(record.rows[MixerRecord::kRed]),
-          m_green(record.rows[record.monochrome ? MixerRecord::kRed : MixerRecord::kGreen]),
-          m_blue(record.rows[record.monochrome ? MixerRecord::kRed : MixerRecord::kBlue]) {}
+    explicit MixerMap(const MixerRecord& record);
 
     void operator()(int32_t& red, int32_t& green, int32_t& blue) const {
-        const int32_t r = red, g = green, b = blue;
-        red = Mix(m_red, r, g, b);
-        green = Mix(m_green, r, g, b);
-        blue = Mix(m_blue, r, g, b);
+        const Sums& ofRed = m_ofRed[static_cast<size_t>(red)];
+        const Sums& ofGreen = m_ofGreen[static_cast<size_t>(green)];
+        const Sums& ofBlue = m_ofBlue[static_cast<size_t>(blue)];
+        red = ClampToByte(ofRed.red + ofGreen.red + ofBlue.red);
+        green = ClampToByte(ofRed.green + ofGreen.green + ofBlue.green);
+        blue = ClampToByte(ofRed.blue + ofGreen.blue + ofBlue.blue);
     }
 
 private:
-    // Each part is cut before the sum. A row that takes 100 from its own channel gives that channel back.
-    static int32_t Mix(const MixerRow& row, int32_t red, int32_t green, int32_t blue) {
-        return ClampToByte(row.red * red / 100 + row.green * green / 100 + row.blue * blue / 100 +
-                           row.constant * 255 / 100);
-    }
-
-    MixerRow m_red;
-    MixerRow m_green;
-    MixerRow m_blue;
+    struct Sums {
+        int32_t red, green, blue;
+    };
+    std::array<Sums, 256> m_ofRed;  // and the constants
+    std::array<Sums, 256> m_ofGreen;
+    std::array<Sums, 256> m_ofBlue;
 };
 
 class GradientMapMap {

@@ -106,29 +106,31 @@ struct KindRow {
     uint32_t layerKind;
     uint32_t propertyCode;  // of the record, or kNoRecord
     uint32_t colorModes;    // a bit for each mode of documents that the adjustment works in
+    uint64_t steps;         // nanoseconds a pixel, in whole ones
     BuildFunction build;    // null: no tables
     DrawFunction draw;
 };
 
 constexpr KindRow kKindRows[] = {
-    {kLayerLevels, kPropertyLevels, kGrayscaleOrRgb, BuildForMode<LevelsRecord, BuildLevelsTables>,
+    {kLayerLevels, kPropertyLevels, kGrayscaleOrRgb, 1, BuildForMode<LevelsRecord, BuildLevelsTables>,
      DrawRecordTables<LevelsRecord>},
-    {kLayerCurves, kPropertyCurves, kGrayscaleOrRgb, BuildForMode<CurvesRecord, BuildCurvesTables>,
+    {kLayerCurves, kPropertyCurves, kGrayscaleOrRgb, 1, BuildForMode<CurvesRecord, BuildCurvesTables>,
      DrawRecordTables<CurvesRecord>},
-    {kLayerBrightness, kPropertyBrightness, kAnyMode, BuildWith<BrightnessRecord, BuildBrightnessTable>,
+    {kLayerBrightness, kPropertyBrightness, kAnyMode, 1, BuildWith<BrightnessRecord, BuildBrightnessTable>,
      DrawRecordTable<BrightnessRecord>},
-    {kLayerBalance, kPropertyBalance, kAnyMode, BuildWith<BalanceRecord, BuildBalanceTables>,
+    {kLayerBalance, kPropertyBalance, kAnyMode, 1, BuildWith<BalanceRecord, BuildBalanceTables>,
      DrawRecordTables<BalanceRecord>},
-    {kLayerHue, kPropertyHue, kAnyMode, BuildWith<HueRecord, BuildHueWeights>,
+    {kLayerHue, kPropertyHue, kAnyMode, 3, BuildWith<HueRecord, BuildHueWeights>,
      DrawRecordRows<HueRecord, HueMap>},
-    {kLayerSelective, kPropertySelective, kAnyMode, nullptr, DrawRecordRows<SelectiveRecord, SelectiveMap>},
-    {kLayerThreshold, kPropertyThreshold, kAnyMode, nullptr, DrawRecordMap<ThresholdRecord, ThresholdMap>},
-    {kLayerInvert, kNoRecord, kAnyMode, nullptr, DrawInverse},
-    {kLayerPosterize, kPropertyPosterize, kAnyMode, BuildWith<PosterizeRecord, BuildPosterizeTable>,
+    {kLayerSelective, kPropertySelective, kAnyMode, 4, nullptr,
+     DrawRecordRows<SelectiveRecord, SelectiveMap>},
+    {kLayerThreshold, kPropertyThreshold, kAnyMode, 1, nullptr, DrawRecordMap<ThresholdRecord, ThresholdMap>},
+    {kLayerInvert, kNoRecord, kAnyMode, 1, nullptr, DrawInverse},
+    {kLayerPosterize, kPropertyPosterize, kAnyMode, 1, BuildWith<PosterizeRecord, BuildPosterizeTable>,
      DrawRecordTable<PosterizeRecord>},
-    {kLayerMixer, kPropertyMixer, kRgbOnly, nullptr, DrawRecordMap<MixerRecord, MixerMap>},
-    {kLayerGradientMap, kPropertyGradientMap, kAnyMode, BuildWith<GradientMapRecord, BuildGradientMapTable>,
-     DrawRecordMap<GradientMapRecord, GradientMapMap>},
+    {kLayerMixer, kPropertyMixer, kRgbOnly, 3, nullptr, DrawRecordMap<MixerRecord, MixerMap>},
+    {kLayerGradientMap, kPropertyGradientMap, kAnyMode, 1,
+     BuildWith<GradientMapRecord, BuildGradientMapTable>, DrawRecordMap<GradientMapRecord, GradientMapMap>},
 };
 
 const KindRow* FindKind(uint32_t layerKind) {
@@ -145,34 +147,25 @@ Rect DocumentRect(const PsdDocument& document) {
 bool EnsurePixels(const PsdDocument& document, PsdLayer& layer) {
     if (layer.image) return true;
     layer.image = AllocateZeroed<uint32_t>({document.width, document.height});
-    if (!layer.image) return false;
-    layer.bounds = DocumentRect(document);
-    layer.width = layer.bounds.right;
-    layer.height = layer.bounds.bottom;
-    return true;
-}
-
-// The part of `wanted` that canvas and layer share; zero rows where there is none.
-PixelArea SharedArea(const PsdDocument& document, const PsdLayer& layer, const Rect& wanted) {
-    const Rect shared = Intersect(Intersect(wanted, DocumentRect(document)), layer.bounds);
-    if (shared.IsEmpty() || layer.width <= 0) return {};
-    PixelArea area;
-    area.canvasRowPixels = document.width;
-    area.canvas = document.canvas.get() + static_cast<size_t>(shared.top) * area.canvasRowPixels +
-                  static_cast<size_t>(shared.left);
-    area.rowPixels = static_cast<size_t>(layer.width);
-    area.pixels = layer.image.get() +
-                  static_cast<size_t>(int64_t{shared.top} - layer.bounds.top) * area.rowPixels +
-                  static_cast<size_t>(int64_t{shared.left} - layer.bounds.left);
-    area.width = static_cast<size_t>(shared.Width());
-    area.height = static_cast<size_t>(shared.Height());
-    return area;
+    if (layer.image) CoverDocument(document, layer);
+    return static_cast<bool>(layer.image);
 }
 
 }  // namespace
 
-bool ApplyAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
-    if (layer.layerKind < kLayerLevels || !EnsurePixels(document, layer)) return false;
+void CoverDocument(const PsdDocument& document, PsdLayer& layer) {
+    layer.bounds = DocumentRect(document);
+    layer.width = layer.bounds.right;
+    layer.height = layer.bounds.bottom;
+}
+
+uint64_t AdjustmentStepsPerPixel(const PsdLayer& layer) {
+    const KindRow* row = FindKind(layer.layerKind);
+    return row ? row->steps : 0;
+}
+
+bool RecolorCanvas(const PsdDocument& document, PsdLayer& layer, const Rect& area, uint32_t* pixels,
+                   size_t rowPixels) {
     const KindRow* row = FindKind(layer.layerKind);
     if (!row || !document.canvas) return false;
     void* record = nullptr;
@@ -184,8 +177,23 @@ bool ApplyAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
 
     if (layer.rebuildTables && row->build) row->build(record, document.colorMode == kColorGrayscale);
     layer.rebuildTables = false;
-    row->draw(record, SharedArea(document, layer, area));
+    if (area.IsEmpty()) return true;
+    const uint32_t* canvas = document.canvas.get() + static_cast<size_t>(area.top) * document.width +
+                             static_cast<size_t>(area.left);
+    row->draw(record, {canvas, document.width, pixels, rowPixels, static_cast<size_t>(area.Width()),
+                       static_cast<size_t>(area.Height())});
     return true;
+}
+
+bool ApplyAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+    if (layer.layerKind < kLayerLevels || !EnsurePixels(document, layer)) return false;
+    const Rect shared = Intersect(Intersect(area, DocumentRect(document)), layer.bounds);
+    if (shared.IsEmpty() || layer.width <= 0) return RecolorCanvas(document, layer, {}, nullptr, 0);
+    const size_t rowPixels = static_cast<size_t>(layer.width);
+    uint32_t* pixels = layer.image.get() +
+                       static_cast<size_t>(int64_t{shared.top} - layer.bounds.top) * rowPixels +
+                       static_cast<size_t>(int64_t{shared.left} - layer.bounds.left);
+    return RecolorCanvas(document, layer, shared, pixels, rowPixels);
 }
 
 }  // namespace tessary

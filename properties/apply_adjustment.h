@@ -13,4 +13,14 @@ namespace tessary {
 // without memory.
 bool ApplyAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area);
 
+// The two halves of it, for drawing without a buffer of document size: the bounds, and the colours. The first
+// of `pixels`, rows of which are `rowPixels` apart, belongs to the upper left corner of the area. False when
+// nothing was written.
+void CoverDocument(const PsdDocument& document, PsdLayer& layer);
+bool RecolorCanvas(const PsdDocument& document, PsdLayer& layer, const Rect& area, uint32_t* pixels,
+                   size_t rowPixels);
+
+// About how many nanoseconds recolouring takes for each pixel.
+uint64_t AdjustmentStepsPerPixel(const PsdLayer& layer);
+
 }  // namespace tessary

@@ -19,7 +19,8 @@ constexpr uint8_t kBufferOfSlot[] = {0, 1, 2, 3, 4, 5, 6, 7, 8};
 struct SlotRow {
     bool (*isEnabled)(const EffectsRecord& effects);
     PsdReadResult (*render)(const PsdDocument& document, const PsdLayer& layer,
-                            EffectsRecord& effects);  // null: none yet
+                            EffectsRecord& effects);                                  // null: none yet
+    EffectPlace (*place)(const PsdDocument& document, const EffectsRecord& effects);  // of what it renders
     bool isRenderedBelow;
     std::span<const uint8_t> below;
     std::span<const uint8_t> above;
@@ -34,32 +35,45 @@ constexpr std::span<const uint8_t> BufferOf(EffectSlot slot) { return {&kBufferO
 
 // By slot number.
 constexpr SlotRow kSlots[kEffectSlotCount] = {
-    {IsEnabled<&EffectsRecord::dropShadow>, RenderDropShadow, true, BufferOf(kSlotDropShadow), {}},
-    {IsEnabled<&EffectsRecord::innerShadow>, nullptr, false, {}, BufferOf(kSlotInnerShadow)},
-    {IsEnabled<&EffectsRecord::outerGlow>, RenderOuterGlow, false, {}, BufferOf(kSlotOuterGlow)},
-    {IsEnabled<&EffectsRecord::innerGlow>, nullptr, false, {}, BufferOf(kSlotInnerGlow)},
-    {IsEnabled<&EffectsRecord::satin>, nullptr, false, {}, BufferOf(kSlotSatin)},
-    {IsEnabled<&EffectsRecord::colorOverlay>, RenderColorOverlay, false, {}, BufferOf(kSlotColorOverlay)},
-    {IsEnabled<&EffectsRecord::gradientOverlay>, nullptr, false, {}, BufferOf(kSlotGradientOverlay)},
-    {IsEnabled<&EffectsRecord::patternOverlay>, nullptr, false, {}, BufferOf(kSlotPatternOverlay)},
-    {IsEnabled<&EffectsRecord::stroke>, nullptr, false, {}, BufferOf(kSlotStroke)},
-    {IsEnabled<&EffectsRecord::bevel>, nullptr, false, kBevelBelow, kBevelAbove},
+    {IsEnabled<&EffectsRecord::dropShadow>,
+     RenderDropShadow,
+     PlaceOfDropShadow,
+     true,
+     BufferOf(kSlotDropShadow),
+     {}},
+    {IsEnabled<&EffectsRecord::innerShadow>, nullptr, nullptr, false, {}, BufferOf(kSlotInnerShadow)},
+    {IsEnabled<&EffectsRecord::outerGlow>,
+     RenderOuterGlow,
+     PlaceOfOuterGlow,
+     false,
+     {},
+     BufferOf(kSlotOuterGlow)},
+    {IsEnabled<&EffectsRecord::innerGlow>, nullptr, nullptr, false, {}, BufferOf(kSlotInnerGlow)},
+    {IsEnabled<&EffectsRecord::satin>, nullptr, nullptr, false, {}, BufferOf(kSlotSatin)},
+    {IsEnabled<&EffectsRecord::colorOverlay>,
+     RenderColorOverlay,
+     PlaceOfColorOverlay,
+     false,
+     {},
+     BufferOf(kSlotColorOverlay)},
+    {IsEnabled<&EffectsRecord::gradientOverlay>, nullptr, nullptr, false, {}, BufferOf(kSlotGradientOverlay)},
+    {IsEnabled<&EffectsRecord::patternOverlay>, nullptr, nullptr, false, {}, BufferOf(kSlotPatternOverlay)},
+    {IsEnabled<&EffectsRecord::stroke>, nullptr, nullptr, false, {}, BufferOf(kSlotStroke)},
+    {IsEnabled<&EffectsRecord::bevel>, nullptr, nullptr, false, kBevelBelow, kBevelAbove},
 };
 
-int32_t BlurSize(const EffectsRecord& effects, uint32_t slot) {
-    switch (slot) {
-    case kSlotDropShadow: return effects.dropShadow.size;
-    case kSlotOuterGlow: return effects.outerGlow.size;
-    default: return 0;
-    }
-}
-
-// An effect costs so many times the pixels that it covers, for one pixel of a blur is the sum of many.
-bool MayRender(PsdDocument& document, const PsdLayer& layer, int32_t blurSize) {
-    const uint64_t margins = 2 * static_cast<uint64_t>(blurSize);
-    const uint64_t width = static_cast<uint64_t>(layer.width) + margins;
-    const uint64_t height = static_cast<uint64_t>(layer.height) + margins;
-    const auto cost = CheckedProduct({width, height, static_cast<uint64_t>(2 + blurSize / 8)});
+// Whether an effect shows inside the area and may take the time it does. What it costs is about as many
+// nanoseconds as its blur reaches over eighths of pixels, and some more.
+bool MayRender(PsdDocument& document, const PsdLayer& layer, const EffectPlace& place, const Rect& area) {
+    const int64_t width = int64_t{layer.width} + 2 * place.margin;
+    const int64_t height = int64_t{layer.height} + 2 * place.margin;
+    const int64_t left = int64_t{layer.bounds.left} + place.dx - place.margin;
+    const int64_t top = int64_t{layer.bounds.top} + place.dy - place.margin;
+    if (left >= area.right || left + width <= area.left || top >= area.bottom || top + height <= area.top)
+        return false;
+    constexpr uint64_t kSteps = 20;
+    const auto cost = CheckedProduct({static_cast<uint64_t>(width), static_cast<uint64_t>(height),
+                                      kSteps + static_cast<uint64_t>(place.margin) / 8});
     return cost && SpendDrawing(document, *cost);
 }
 
@@ -69,8 +83,7 @@ EffectsRecord* FindEffects(PsdLayer& layer) {
     return effects ? effects : FindProperty<EffectsRecord>(layer, kPropertyOldEffects);
 }
 
-EffectsRecord* DrawnEffects(PsdLayer& layer) {
-    if (layer.width < 1 || layer.height < 1 || !layer.image) return nullptr;
+EffectsRecord* EnabledEffects(PsdLayer& layer) {
     EffectsRecord* effects = FindEffects(layer);
     return effects && effects->effectCount != 0 && effects->masterSwitch != 0 ? effects : nullptr;
 }
@@ -106,14 +119,15 @@ void CompositeBuffer(PsdDocument& document, const PsdLayer& layer, const EffectB
 }
 
 void DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area, bool isBelow) {
-    EffectsRecord* effects = DrawnEffects(layer);
+    if (layer.width < 1 || layer.height < 1 || !layer.image) return;
+    EffectsRecord* effects = EnabledEffects(layer);
     if (!effects) return;
     for (uint32_t left = kEffectSlotCount; left > 0; --left) {
         const uint32_t slot = left - 1;
         const SlotRow& row = kSlots[slot];
         if (!effects->present[slot] || !row.isEnabled(*effects)) continue;
         if (effects->renderPending[slot] && row.render && row.isRenderedBelow == isBelow &&
-            MayRender(document, layer, BlurSize(*effects, slot))) {
+            MayRender(document, layer, row.place(document, *effects), area)) {
             // Without memory its buffer stays empty and nothing is drawn.
             static_cast<void>(row.render(document, layer, *effects));
         }
@@ -124,6 +138,8 @@ void DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area, bool isB
 }
 
 }  // namespace
+
+bool HasEffects(PsdLayer& layer) { return EnabledEffects(layer) != nullptr; }
 
 void DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     DrawPass(document, layer, area, true);

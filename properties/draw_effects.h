@@ -10,6 +10,9 @@ namespace tessary {
 void DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area);
 void DrawEffectsAbove(PsdDocument& document, PsdLayer& layer, const Rect& area);
 
+// Whether the layer has effects that are switched on and that pixels could show.
+bool HasEffects(PsdLayer& layer);
+
 // Keeps the buffers of the layer's effects for the next render when they take no more than `room` bytes, and
 // returns how many they take. Otherwise frees them, to be drawn again, and returns 0.
 uint64_t KeepEffectBuffers(PsdLayer& layer, uint64_t room);

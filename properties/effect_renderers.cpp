@@ -12,15 +12,13 @@ namespace {
 size_t LayerWidth(const PsdLayer& layer) { return static_cast<size_t>(layer.width); }
 size_t LayerHeight(const PsdLayer& layer) { return static_cast<size_t>(layer.height); }
 
-// Gives the buffer pixels for the layer and `margin` pixels around it, and its bounds, the layer's upper left
-// corner lying at (offsetX + margin, offsetY + margin) of them. Pixels of the right number are used again.
-PsdReadResult PrepareBuffer(EffectBuffer& buffer, const PsdLayer& layer, int32_t margin, int32_t offsetX,
-                            int32_t offsetY) {
-    const int64_t width = int64_t{layer.width} + 2 * margin;
-    const int64_t height = int64_t{layer.height} + 2 * margin;
+// Gives the buffer pixels and bounds for its place. Pixels of the right number are used again.
+PsdReadResult PrepareBuffer(EffectBuffer& buffer, const PsdLayer& layer, const EffectPlace& place) {
+    const int64_t width = int64_t{layer.width} + 2 * place.margin;
+    const int64_t height = int64_t{layer.height} + 2 * place.margin;
     Rect bounds;
-    bounds.left = offsetX - margin;
-    bounds.top = offsetY - margin;
+    bounds.left = place.dx - place.margin;
+    bounds.top = place.dy - place.margin;
     if (bounds.left + width > INT32_MAX || bounds.top + height > INT32_MAX)
         return PsdReadResult::kOutOfMemory;
     bounds.right = static_cast<int32_t>(bounds.left + width);
@@ -87,16 +85,9 @@ void ApplyNoise(EffectBuffer& buffer, const PsdLayer& layer, int32_t percent) {
              NoiseSeed(layer, buffer));
 }
 
-PsdReadResult DrawDropShadow(const PsdDocument& document, const PsdLayer& layer, const ShadowSettings& shadow,
+PsdReadResult DrawDropShadow(const PsdLayer& layer, const ShadowSettings& shadow, const EffectPlace& place,
                              EffectBuffer& buffer) {
-    const int32_t degrees = shadow.useGlobalLight ? document.resources.globalAngle : shadow.angleDegrees;
-    const float radians = static_cast<float>(degrees) * 3.1415927f * 0.0055555557f;
-    // Opposite the light; y grows downward.
-    const int32_t dx = -TruncateToInt32(std::cos(static_cast<double>(radians)) * shadow.distance + 0.5);
-    const int32_t dy = TruncateToInt32(std::sin(static_cast<double>(radians)) * shadow.distance + 0.5);
-
-    if (const auto result = PrepareBuffer(buffer, layer, shadow.size, dx, dy); result != PsdReadResult::kOk)
-        return result;
+    if (const auto result = PrepareBuffer(buffer, layer, place); result != PsdReadResult::kOk) return result;
     DrawCoverage(buffer, layer, shadow.size, shadow.color);
 
     Owned<uint32_t> covered;
@@ -105,7 +96,7 @@ PsdReadResult DrawDropShadow(const PsdDocument& document, const PsdLayer& layer,
         if (!covered) return PsdReadResult::kOutOfMemory;
         // The buffer lies at (dx, dy); within it the layer's own place is as far the other way.
         ShiftImage(covered.get(), static_cast<size_t>(buffer.bounds.Width()),
-                   static_cast<size_t>(buffer.bounds.Height()), -dx, -dy, kBackground);
+                   static_cast<size_t>(buffer.bounds.Height()), -place.dx, -place.dy, kBackground);
     }
     if (const auto result = SpreadAndSoften(buffer, shadow.spreadPercent, shadow.size);
         result != PsdReadResult::kOk) {
@@ -118,7 +109,7 @@ PsdReadResult DrawDropShadow(const PsdDocument& document, const PsdLayer& layer,
 }
 
 PsdReadResult DrawOuterGlow(const PsdLayer& layer, const GlowSettings& glow, EffectBuffer& buffer) {
-    if (const auto result = PrepareBuffer(buffer, layer, glow.size, 0, 0); result != PsdReadResult::kOk)
+    if (const auto result = PrepareBuffer(buffer, layer, {glow.size, 0, 0}); result != PsdReadResult::kOk)
         return result;
     DrawCoverage(buffer, layer, glow.size, glow.color);
     uint32_t* pixels = buffer.pixels.get();
@@ -143,7 +134,7 @@ PsdReadResult DrawOuterGlow(const PsdLayer& layer, const GlowSettings& glow, Eff
 
 PsdReadResult DrawColorOverlay(const PsdLayer& layer, const ColorOverlaySettings& overlay,
                                EffectBuffer& buffer) {
-    if (const auto result = PrepareBuffer(buffer, layer, 0, 0, 0); result != PsdReadResult::kOk)
+    if (const auto result = PrepareBuffer(buffer, layer, {0, 0, 0}); result != PsdReadResult::kOk)
         return result;
     DrawCoverage(buffer, layer, 0, overlay.color);
     return PsdReadResult::kOk;
@@ -166,8 +157,24 @@ PsdReadResult Finish(EffectsRecord& effects, EffectSlot slot, const Settings& se
 
 }  // namespace
 
+EffectPlace PlaceOfDropShadow(const PsdDocument& document, const EffectsRecord& effects) {
+    const ShadowSettings& shadow = effects.dropShadow;
+    const int32_t degrees = shadow.useGlobalLight ? document.resources.globalAngle : shadow.angleDegrees;
+    const float radians = static_cast<float>(degrees) * 3.1415927f * 0.0055555557f;
+    // Opposite the light; y grows downward.
+    return {shadow.size, -TruncateToInt32(std::cos(static_cast<double>(radians)) * shadow.distance + 0.5),
+            TruncateToInt32(std::sin(static_cast<double>(radians)) * shadow.distance + 0.5)};
+}
+
+EffectPlace PlaceOfOuterGlow(const PsdDocument&, const EffectsRecord& effects) {
+    return {effects.outerGlow.size, 0, 0};
+}
+
+EffectPlace PlaceOfColorOverlay(const PsdDocument&, const EffectsRecord&) { return {0, 0, 0}; }
+
 PsdReadResult RenderDropShadow(const PsdDocument& document, const PsdLayer& layer, EffectsRecord& effects) {
-    const auto result = DrawDropShadow(document, layer, effects.dropShadow, effects.buffers[kSlotDropShadow]);
+    const auto result = DrawDropShadow(layer, effects.dropShadow, PlaceOfDropShadow(document, effects),
+                                       effects.buffers[kSlotDropShadow]);
     return Finish(effects, kSlotDropShadow, effects.dropShadow, result);
 }
 

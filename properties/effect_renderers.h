@@ -7,6 +7,14 @@
 
 namespace tessary {
 
+// Where an effect's buffer lies: as the layer with so many pixels more on all sides, moved by (dx, dy).
+struct EffectPlace {
+    int32_t margin, dx, dy;
+};
+EffectPlace PlaceOfDropShadow(const PsdDocument& document, const EffectsRecord& effects);
+EffectPlace PlaceOfOuterGlow(const PsdDocument& document, const EffectsRecord& effects);
+EffectPlace PlaceOfColorOverlay(const PsdDocument& document, const EffectsRecord& effects);
+
 // All: the layer has pixels. kOutOfMemory leaves the slot pending and its buffer empty.
 PsdReadResult RenderDropShadow(const PsdDocument& document, const PsdLayer& layer, EffectsRecord& effects);
 PsdReadResult RenderOuterGlow(const PsdDocument& document, const PsdLayer& layer, EffectsRecord& effects);

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "document/psd_document.h"
+#include "render/vector_path.h"
 
 namespace tessary {
 
@@ -15,9 +16,10 @@ inline constexpr size_t kBlendRunPixels = 512;
 struct BlendRun {
     uint32_t* canvas = nullptr;
     const uint32_t* layer = nullptr;
-    const uint8_t* coverage = nullptr;  // the layer's alpha after mask and ranges; 0 leaves the canvas pixel
+    const uint8_t* coverage = nullptr;  // the layer's alpha after mask and ranges; 0 leaves the canvas pixel.
+                                        // Null: the layer's own alpha
     const uint8_t* noise = nullptr;     // the dissolve pattern at these pixels; only dissolve looks at it
-    size_t count = 0;                   // up to kBlendRunPixels
+    size_t count = 0;
 };
 
 // What holds for a whole layer.
@@ -32,6 +34,7 @@ using BlendRowFunction = void (*)(const BlendRun& run, const BlendSettings& sett
 //   mode     the layer's effective mode; one that is no mode of a layer changes alpha only
 //   fast     the layer is Normal of its own and in no group that has a mode: only then full opacity copies
 //   ranges   the layer has blending ranges or excluded channels
-BlendRowFunction SelectBlendRow(PsdBlendMode mode, bool fast, bool ranges);
+//   path     one that the processor has; all give the same pixels
+BlendRowFunction SelectBlendRow(PsdBlendMode mode, bool fast, bool ranges, VectorPath path);
 
 }  // namespace tessary

@@ -18,7 +18,7 @@ CompositeSource CompositeSourceOf(const PsdLayer& layer) {
             .layer = &layer};
 }
 
-void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area) {
+void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area, VectorPath path) {
     if (area.IsEmpty()) return;
     const PsdLayer* group = source.layer->parent;
     const PsdBlendMode mode = EffectiveMode(source.blendMode, group);
@@ -28,8 +28,9 @@ void CompositeLayer(PsdDocument& document, const CompositeSource& source, const 
     const uint8_t* noise = document.noiseMap.get();
     if (gate.drawsNothing || (mode == kBlendDissolve && !noise)) return;
 
-    const BlendRowFunction blendRow = SelectBlendRow(mode, fast, ranges);
+    const BlendRowFunction blendRow = SelectBlendRow(mode, fast, ranges, path);
     const BlendSettings settings = {EffectiveOpacity(source.opacity, source.fillOpacity, group), gate.keep};
+    const bool hasCoverage = !gate.open || (source.mask && !source.mask->disabled);
     const size_t width = static_cast<size_t>(area.Width());
     uint8_t coverage[kBlendRunPixels];
     for (int32_t y = area.top; y < area.bottom; ++y) {
@@ -40,10 +41,13 @@ void CompositeLayer(PsdDocument& document, const CompositeSource& source, const 
         for (size_t x = 0; x < width; x += kBlendRunPixels) {
             const BlendRun run = {.canvas = document.canvas.get() + canvasRow + x,
                                   .layer = layerRow + x,
-                                  .coverage = coverage,
+                                  .coverage = hasCoverage ? coverage : nullptr,
                                   .noise = noise ? noise + canvasRow + x : nullptr,
                                   .count = std::min(kBlendRunPixels, width - x)};
-            CoverageRow(run.layer, run.count, source.mask, area.left + static_cast<int32_t>(x), y, coverage);
+            if (hasCoverage) {
+                CoverageRow(run.layer, run.count, source.mask, area.left + static_cast<int32_t>(x), y,
+                            coverage);
+            }
             if (!gate.open) GateRow(gate, run.canvas, run.layer, run.count, !fast, coverage);
             blendRow(run, settings);
         }

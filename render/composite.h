@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "document/psd_document.h"
+#include "render/vector_path.h"
 
 namespace tessary {
 
@@ -25,6 +26,8 @@ CompositeSource CompositeSourceOf(const PsdLayer& layer);
 
 // Composites `source` onto the canvas inside `area` (canvas coordinates, already clipped to the canvas and to
 // the source's bounds). Never fails. Pixels of coverage 0 keep every bit.
-void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area);
+//   path   one that the processor has; all give the same pixels
+void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area,
+                    VectorPath path = WidestVectorPath());
 
 }  // namespace tessary

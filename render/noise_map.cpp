@@ -1,6 +1,7 @@
 #include "render/noise_map.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "document/platform.h"
 
@@ -19,9 +20,7 @@ TESSARY_WRAPS PsdReadResult EnsureNoiseMap(PsdDocument& document, uint64_t seed)
         bits = (bits ^ bits >> 30) * 0xBF58476D1CE4E5B9u;
         bits = (bits ^ bits >> 27) * 0x94D049BB133111EBu;
         bits ^= bits >> 31;
-        for (size_t k = i; k < std::min(i + 8, count); ++k, bits >>= 8) {
-            document.noiseMap[k] = static_cast<uint8_t>(bits);
-        }
+        std::memcpy(document.noiseMap.get() + i, &bits, std::min<size_t>(count - i, 8));
     }
     return PsdReadResult::kOk;
 }

@@ -6,6 +6,7 @@
 #include "properties/apply_adjustment.h"
 #include "properties/draw_effects.h"
 #include "render/composite.h"
+#include "render/coverage.h"
 #include "render/image_ops.h"
 #include "render/noise_map.h"
 
@@ -23,15 +24,31 @@ Side ClampSide(int32_t begin, int32_t length, uint32_t limit) {
 }
 
 // Adjustments and effects cost a file a few bytes each, however many pixels they are drawn over. All of a
-// document together may take so many steps, some two seconds, and so many more for each byte of the file;
-// what does not fit is not drawn. One blur of the largest size over four megapixels takes 200 million.
-constexpr uint64_t kFreeDrawing = 512u << 20;
-constexpr uint64_t kDrawingPerByte = 128;
-constexpr uint64_t kAdjustmentSteps = 4;  // a pixel
+// document together may take so many steps, about a nanosecond each; what does not fit is not drawn. Layers
+// with pixels of their own have paid for more with their data.
+#if !defined(TESSARY_SLOWED_DOWN)
+#define TESSARY_SLOWED_DOWN 1  // how many nanoseconds the build takes for one
+#endif
+constexpr uint64_t kFreeDrawing = 1200u * 1000 * 1000 / TESSARY_SLOWED_DOWN;
+constexpr uint64_t kDrawingPerLayerPixel = 25;
+constexpr uint64_t kDrawingPerByte = 60;
 
 uint64_t DrawingAllowance(const PsdDocument& document) {
+    uint64_t pixels = 0;
+    for (const PsdLayer& layer : document.layers.span()) pixels += layer.image.count();
     const uint64_t streamSize = static_cast<uint64_t>(std::max(document.streamSize, 0));
-    return kFreeDrawing + kDrawingPerByte * std::min<uint64_t>(document.reader.position, streamSize);
+    return std::max(kFreeDrawing, kDrawingPerLayerPixel * pixels) +
+           kDrawingPerByte * std::min<uint64_t>(document.reader.position, streamSize);
+}
+
+// A layer takes some time wherever it lies.
+constexpr uint64_t kAdjustmentSteps = 10000;
+
+bool MayAdjust(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
+    const uint64_t pixels =
+        area.IsEmpty() ? 0 : static_cast<uint64_t>(area.Width()) * static_cast<uint64_t>(area.Height());
+    const uint64_t blending = EffectiveMode(layer.blendMode, layer.parent) < kBlendHue ? 2 : 5;
+    return SpendDrawing(document, kAdjustmentSteps + pixels * (AdjustmentStepsPerPixel(layer) + blending));
 }
 
 // What the effects of all layers may keep for the next render. A layer of one pixel can have a shadow of a
@@ -40,18 +57,47 @@ constexpr uint64_t kKeptEffectBytes = 64u << 20;
 
 bool Shows(const PsdLayer& layer) { return layer.visible && layer.opacity != 0; }
 
+bool HasPixelsToDraw(const PsdLayer& layer) {
+    return layer.fillOpacity != 0 && layer.width >= 1 && layer.height >= 1;
+}
+
+// The part of the area that the layer covers and its mask does not hide from the outset.
+Rect UnmaskedPart(const PsdLayer& layer, const Rect& area) {
+    const Rect part = Intersect(area, layer.bounds);
+    const bool hides = !layer.mask.disabled && layer.mask.data && layer.mask.defaultColor == 0;
+    return hides ? Intersect(part, layer.mask.bounds) : part;
+}
+
 // Draws the layer's own pixels. False when its mask lies beside the area: then its upper effects are not
 // drawn either.
 bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
-    if (layer.fillOpacity == 0 || layer.width < 1 || layer.height < 1) return true;
-    Rect part = Intersect(area, layer.bounds);
-    if (part.IsEmpty()) return true;
-    if (!layer.mask.disabled && layer.mask.data && layer.mask.defaultColor == 0) {
-        part = Intersect(part, layer.mask.bounds);
-        if (part.IsEmpty()) return false;
-    }
+    if (!HasPixelsToDraw(layer) || Intersect(area, layer.bounds).IsEmpty()) return true;
+    const Rect part = UnmaskedPart(layer, area);
+    if (part.IsEmpty()) return false;
     CompositeLayer(document, CompositeSourceOf(layer), part);
     return true;
+}
+
+// Draws an adjustment without pixels and effects of its own, as many rows at a time as stay in the cache. A
+// buffer of document size, as effects would need it, costs more than the adjustment.
+void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+    CoverDocument(document, layer);
+    const Rect part = UnmaskedPart(layer, area);
+    if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjust(document, layer, part)) return;
+    constexpr int64_t kStripPixels = 1 << 16;
+    const int64_t rows = std::clamp<int64_t>(kStripPixels / part.Width(), 1, part.Height());
+    const Owned<uint32_t> pixels =
+        AllocateZeroed<uint32_t>({static_cast<uint64_t>(part.Width()), static_cast<uint64_t>(rows)});
+    if (!pixels) return;
+    CompositeSource source = CompositeSourceOf(layer);
+    source.pixels = pixels.get();
+    source.rowPixels = static_cast<size_t>(part.Width());
+    for (Rect strip = part; strip.top < part.bottom; strip.top = strip.bottom) {
+        strip.bottom = static_cast<int32_t>(std::min(strip.top + rows, int64_t{part.bottom}));
+        if (!RecolorCanvas(document, layer, strip, pixels.get(), source.rowPixels)) return;
+        source.bounds = strip;
+        CompositeLayer(document, source, strip);
+    }
 }
 
 void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
@@ -59,8 +105,8 @@ void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     if (!Shows(layer) || (layer.parent && !Shows(*layer.parent))) return;
     const bool hasOwnPixels = static_cast<bool>(layer.image);
     if (layer.layerKind >= kLayerLevels) {
-        const uint64_t pixels = static_cast<uint64_t>(area.Width() * area.Height());
-        if (!hasOwnPixels && !SpendDrawing(document, kAdjustmentSteps * pixels)) return;
+        if (!hasOwnPixels && !HasEffects(layer)) return DrawAdjustment(document, layer, area);
+        if (!hasOwnPixels && !MayAdjust(document, layer, area)) return;
         ApplyAdjustment(document, layer, area);
     }
     if (!layer.image) return;

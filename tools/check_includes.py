@@ -3,7 +3,7 @@
 
 Every product file has a rank. Files of the same rank may include each other's headers. One file is allowed to include
 upwards: the reader of tagged blocks calls the readers of properties. Only document/platform.{h,cpp} may include
-headers of the system beyond the C++ library, zlib and the compiler's SSE2.
+headers of the system beyond the C++ library, zlib and the compiler's SSE2, and two files those of wider processors.
 """
 import pathlib
 import re
@@ -18,6 +18,8 @@ BASE = {"psd_document", "byte_reader"}
 CORE = {"codec_result", "document_pixels", "exif_graft", "header_probe", "pixel_copy", "read_ahead", "registry_script",
         "stream_position", "thumbnail_image"}
 EXCEPTIONS = {("document/tagged_blocks.cpp", "properties/property_readers.h")}
+PROCESSOR = {("render/pixel_vectors.h", "immintrin.h"), ("render/vector_path.cpp", "immintrin.h"),
+             ("render/vector_path.cpp", "intrin.h"), ("render/vector_path.cpp", "cpuid.h")}
 STANDARD = re.compile(r"^[a-z_0-9]+$")
 
 
@@ -45,6 +47,7 @@ def check(path, text):
         bracket, included = match.groups()
         if bracket == "<":
             portable = STANDARD.match(included) or included in ("zlib.h", "emmintrin.h")
+            portable = portable or (path, included) in PROCESSOR
             if own < 7 and not portable and not path.startswith("document/platform."):
                 yield f"{path}:{number}: only the platform files may include <{included}>"
             continue

@@ -180,10 +180,51 @@ uint32_t SelectivePlainly(const SelectiveRecord& record, uint32_t pixel) {
     return PackPixel(Alpha(pixel), back(0), back(1), back(2));
 }
 
-TEST(AdjustmentMaps, SelectiveFollowsThePlainRule) {
-    std::vector<uint32_t> colors(52 * 52 * 52), mapped(colors.size());
+std::vector<uint32_t> ManyColors() {
+    std::vector<uint32_t> colors(52 * 52 * 52);
     for (uint32_t i = 0; i < colors.size(); ++i)
         colors[i] = PackPixel(i & 255, i % 52 * 5, i / 52 % 52 * 5, i / (52 * 52) * 5);
+    return colors;
+}
+
+uint32_t HuePlainly(const HueRecord& record, uint32_t pixel) {
+    const PlainColor hsl = PlainToHsl(ColorOf(pixel));
+    int sums[] = {record.master.hue, record.master.saturation, record.master.lightness};
+    for (size_t r = 0; r < HueRecord::kRangeCount; ++r) {
+        const HueSettings& range = record.ranges[r].settings;
+        const int values[] = {range.hue, range.saturation, range.lightness};
+        for (int i = 0; i < 3; ++i) sums[i] += values[i] * record.weights[r][size_t(hsl.c[0])] / 255;
+    }
+    if (sums[0] == 0 && sums[1] == 0 && sums[2] == 0) return pixel;
+    const auto scaled = [&](int i) {
+        return std::clamp(hsl.c[i] + std::clamp(sums[i], -100, 100) * hsl.c[i] / 100, 0, 255);
+    };
+    const PlainColor rgb = PlainToRgb({{(hsl.c[0] + 2160 + sums[0]) % 360, scaled(1), scaled(2)}});
+    const auto byte = [&](int i) { return static_cast<uint32_t>(std::clamp(rgb.c[i], 0, 255)); };
+    return PackPixel(Alpha(pixel), byte(0), byte(1), byte(2));
+}
+
+TEST(AdjustmentMaps, HueFollowsThePlainRule) {
+    const std::vector<uint32_t> colors = ManyColors();
+    std::vector<uint32_t> mapped(colors.size());
+    for (const HueSettings& master :
+         {HueSettings{0, 0, 0}, {40, 30, -20}, {-1170, -90, 101}, {719, 250, -250}}) {
+        HueRecord record;
+        record.master = master;
+        record.ranges[0] = {315, 345, 15, 45, {20, -40, 30}};
+        record.ranges[3] = {75, 105, 135, 165, {-90, 60, -10}};
+        BuildHueWeights(record);
+        for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
+            HueMap(record).MapRow(colors.data(), mapped.data(), colors.size(), path);
+            for (size_t i = 0; i < colors.size(); ++i)
+                ASSERT_EQ(mapped[i], HuePlainly(record, colors[i])) << std::hex << colors[i];
+        }
+    }
+}
+
+TEST(AdjustmentMaps, SelectiveFollowsThePlainRule) {
+    const std::vector<uint32_t> colors = ManyColors();
+    std::vector<uint32_t> mapped(colors.size());
     for (const int scale : {1, -1, 400}) {
         SelectiveRecord record;
         record.absolute = scale < 0;
@@ -192,9 +233,11 @@ TEST(AdjustmentMaps, SelectiveFollowsThePlainRule) {
             record.inks[i] = {int16_t(scale * (i * 17 % 83 - 40)), int16_t(scale * (i * 29 % 79 - 35)),
                               int16_t(scale * (30 - i * 13 % 71)), int16_t(scale * (i * 7 % 61 - 30))};
         }
-        SelectiveMap(record).MapRow(colors.data(), mapped.data(), colors.size());
-        for (size_t i = 0; i < colors.size(); ++i)
-            ASSERT_EQ(mapped[i], SelectivePlainly(record, colors[i])) << std::hex << colors[i];
+        for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
+            SelectiveMap(record).MapRow(colors.data(), mapped.data(), colors.size(), path);
+            for (size_t i = 0; i < colors.size(); ++i)
+                ASSERT_EQ(mapped[i], SelectivePlainly(record, colors[i])) << std::hex << colors[i];
+        }
     }
 }
 

@@ -96,7 +96,13 @@ TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
                 plane.alphas.push_back(i % 3 ? i * 73 % 256 : 255);
                 pixels.push_back(plane.alphas.back() << 24 | i);
             }
-            ASSERT_EQ(BlurAlpha(pixels.data(), size_t(width), size_t(height), radius), PsdReadResult::kOk);
+            auto narrowly = pixels;
+            for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
+                auto& image = path == VectorPath::kSse2 ? narrowly : pixels;
+                const auto result = BlurAlpha(image.data(), size_t(width), size_t(height), radius, path);
+                ASSERT_EQ(result, PsdReadResult::kOk);
+            }
+            EXPECT_EQ(narrowly, pixels);
             plane.Blur(radius);
             for (uint32_t i = 0; i < pixels.size(); ++i)
                 ASSERT_EQ(pixels[i], plane.alphas[i] << 24 | i) << width << " " << radius;

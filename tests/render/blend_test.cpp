@@ -14,13 +14,15 @@ namespace {
 int Differences(const PlainLayer& rule, const std::vector<uint32_t>& layer,
                 const std::vector<uint8_t>& coverage, const std::vector<uint32_t>& canvas,
                 const std::vector<uint8_t>& noise) {
-    std::vector<uint32_t> drawn = canvas;
-    const BlendRowFunction row = SelectBlendRow(static_cast<PsdBlendMode>(rule.mode), rule.fast, rule.ranges);
-    row({drawn.data(), layer.data(), coverage.data(), noise.data(), drawn.size()},
-        {static_cast<uint32_t>(rule.opacity), rule.keep});
     int wrong = 0;
-    for (size_t i = 0; i < drawn.size(); ++i) {
-        wrong += drawn[i] != PlainPixel(rule, layer[i], coverage[i], canvas[i], true, noise[i]);
+    for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
+        std::vector<uint32_t> drawn = canvas;
+        SelectBlendRow(static_cast<PsdBlendMode>(rule.mode), rule.fast, rule.ranges,
+                       path)({drawn.data(), layer.data(), coverage.data(), noise.data(), drawn.size()},
+                             {static_cast<uint32_t>(rule.opacity), rule.keep});
+        for (size_t i = 0; i < drawn.size(); ++i) {
+            wrong += drawn[i] != PlainPixel(rule, layer[i], coverage[i], canvas[i], true, noise[i]);
+        }
     }
     return wrong;
 }

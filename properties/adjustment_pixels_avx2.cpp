@@ -1,0 +1,2 @@
+#define TESSARY_AVX2
+#include "properties/adjustment_loops.h"

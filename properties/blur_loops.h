@@ -1,0 +1,107 @@
+// The loops behind effect_blur.h, for the instruction set that pixel_vectors.h was asked for. Defines a
+// function that is not inline: one file for each set includes it.
+#pragma once
+
+#include "render/pixel_vectors.h"
+
+namespace tessary {
+
+// What a blur works with. Borrows everything.
+struct BlurJob {
+    uint32_t* pixels;
+    size_t width, height;
+    // Of the centre, then of the places at distance 1, 2, ... on both sides, the last of which is `reach`.
+    // That is even; where the kernel is not, its last weight is 0.
+    const uint16_t* weights;
+    size_t reach;
+    uint64_t sum;     // of all weights on both sides
+    uint8_t* plane;   // width x height
+    uint16_t* strip;  // 2 * reach + max(width, height) rows of kBlurStripColumns
+};
+
+inline constexpr size_t kBlurStripColumns = 16;
+
+namespace TESSARY_VECTORS {
+
+namespace {
+
+// Sums of up to 2^17 each, times 255: their quotient by the kernel's sum, rounded. The product is less than
+// 2^53, and the factor, less than 1 too large, adds less than a step of the quotient.
+struct Divider {
+    uint64_t half, factor;
+
+    explicit Divider(uint64_t divisor) : half(divisor / 2), factor((uint64_t{1} << 44) / divisor + 1) {}
+    uint8_t operator()(uint32_t value) const { return static_cast<uint8_t>((value + half) * factor >> 44); }
+};
+
+// One row of a strip from the rows around it, two distances at a time.
+void BlurRow(const uint16_t* center, const BlurJob& job, uint32_t* sums) {
+    constexpr size_t kColumns = 2 * kPixels;
+    for (size_t x = 0; x < kBlurStripColumns; x += kColumns) {
+        const uint16_t* const middle = center + x;
+        const auto pair = [middle](size_t distance) {
+            return LoadWords(middle - distance * kBlurStripColumns) +
+                   LoadWords(middle + distance * kBlurStripColumns);
+        };
+        WordSums total = SumOfProducts(LoadWords(middle), 0, job.weights[0]);
+        for (size_t i = 1; i < job.reach; i += 2) {
+            uint32_t weights;
+            std::memcpy(&weights, job.weights + i, sizeof weights);
+            const WordSums products = SumOfProducts(pair(i), pair(i + 1), weights);
+            total = {total.low + products.low, total.high + products.high};
+        }
+        StoreSums(sums + x, total);
+    }
+}
+
+// Blurs `columns` columns of `rows` rows, some columns at a time: fetch(x, y) gives a byte, put(x, y, value)
+// takes the blurred one.
+template <class Fetch, class Put>
+void BlurColumns(const BlurJob& job, size_t columns, size_t rows, const Fetch& fetch, const Put& put) {
+    const Divider divide(job.sum);
+    uint16_t* const firstRow = job.strip + job.reach * kBlurStripColumns;  // rows around it are outside and 0
+    std::memset(job.strip, 0, (rows + 2 * job.reach) * kBlurStripColumns * sizeof *job.strip);
+    for (size_t x0 = 0; x0 < columns; x0 += kBlurStripColumns) {
+        const size_t width = columns - x0 < kBlurStripColumns ? columns - x0 : size_t{kBlurStripColumns};
+        // Beyond the kernel's reach of what is not 0 there is no work.
+        size_t first = rows, end = 0;
+        for (size_t y = 0; y < rows; ++y) {
+            uint32_t any = 0;
+            for (size_t x = 0; x < width; ++x) {
+                const uint8_t value = fetch(x0 + x, y);
+                firstRow[y * kBlurStripColumns + x] = value;
+                any |= value;
+            }
+            if (any != 0 && first == rows) first = y;
+            if (any != 0) end = y + 1;
+        }
+        for (size_t y = 0; y < rows; ++y) {
+            uint32_t sums[kBlurStripColumns] = {};
+            if (y + job.reach >= first && y < end + job.reach)
+                BlurRow(firstRow + y * kBlurStripColumns, job, sums);
+            for (size_t x = 0; x < width; ++x) put(x0 + x, y, divide(sums[x]));
+        }
+    }
+}
+
+}  // namespace
+
+void BlurAlpha(const BlurJob& job) {
+    uint32_t* const pixels = job.pixels;
+    uint8_t* const plane = job.plane;
+    const size_t width = job.width;
+    BlurColumns(
+        job, job.height, width,
+        [=](size_t y, size_t x) { return static_cast<uint8_t>(pixels[y * width + x] >> 24); },
+        [=](size_t y, size_t x, uint8_t alpha) { plane[y * width + x] = alpha; });
+    BlurColumns(
+        job, width, job.height, [=](size_t x, size_t y) { return plane[y * width + x]; },
+        [=](size_t x, size_t y, uint8_t alpha) {
+            uint32_t& pixel = pixels[y * width + x];
+            pixel = (pixel & 0x00FFFFFF) | uint32_t{alpha} << 24;
+        });
+}
+
+}  // namespace TESSARY_VECTORS
+
+}  // namespace tessary

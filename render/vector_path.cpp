@@ -1,0 +1,46 @@
+#include "render/vector_path.h"
+
+#include <immintrin.h>
+
+#if defined(_MSC_VER)
+#include <intrin.h>
+#else
+#include <cpuid.h>
+#endif
+
+namespace tessary {
+
+namespace {
+
+struct CpuidRegisters {
+    unsigned a, b, c, d;
+};
+
+CpuidRegisters Cpuid(unsigned leaf) {
+#if defined(_MSC_VER)
+    int registers[4];
+    __cpuidex(registers, static_cast<int>(leaf), 0);
+    return {static_cast<unsigned>(registers[0]), static_cast<unsigned>(registers[1]),
+            static_cast<unsigned>(registers[2]), static_cast<unsigned>(registers[3])};
+#else
+    CpuidRegisters registers = {};
+    __cpuid_count(leaf, 0, registers.a, registers.b, registers.c, registers.d);
+    return registers;
+#endif
+}
+
+VectorPath FindWidestPath() {
+    constexpr unsigned kSystemSavesState = 1u << 27, kAvx2 = 1u << 5;  // in leaves 1 and 7
+    constexpr unsigned kWideRegisters = 6;                             // saved by the system
+    if (Cpuid(0).a < 7 || !(Cpuid(1).c & kSystemSavesState)) return VectorPath::kSse2;
+    const bool areSaved = (_xgetbv(0) & kWideRegisters) == kWideRegisters;
+    return areSaved && (Cpuid(7).b & kAvx2) ? VectorPath::kAvx2 : VectorPath::kSse2;
+}
+
+const VectorPath kWidestPath = FindWidestPath();
+
+}  // namespace
+
+VectorPath WidestVectorPath() { return kWidestPath; }
+
+}  // namespace tessary
