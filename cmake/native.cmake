@@ -11,6 +11,14 @@ add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/samples/stamp
                    DEPENDS make_samples)
 add_custom_target(samples ALL DEPENDS ${PROJECT_BINARY_DIR}/samples/stamp)
 
+add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/small_samples/stamp
+                   COMMAND make_samples ${PROJECT_BINARY_DIR}/small_samples --small
+                   COMMAND ${CMAKE_COMMAND} -E touch ${PROJECT_BINARY_DIR}/small_samples/stamp
+                   DEPENDS make_samples)
+add_custom_target(small_samples ALL DEPENDS ${PROJECT_BINARY_DIR}/small_samples/stamp)
+add_executable(hostile_check tests/hostile_check.cpp)
+target_link_libraries(hostile_check PRIVATE document_builder)
+
 if(TESSARY_BENCHMARKS)
   find_package(benchmark REQUIRED)
   file(GLOB bench_sources CONFIGURE_DEPENDS bench/*.cpp)
@@ -19,6 +27,8 @@ if(TESSARY_BENCHMARKS)
     add_executable(${name} ${source})
     target_link_libraries(${name} PRIVATE document_builder benchmark::benchmark)
   endforeach()
+  add_executable(make_bench_documents tools/make_bench_documents.cpp)
+  target_link_libraries(make_bench_documents PRIVATE document_builder)
 endif()
 
 if(TESSARY_FUZZ)
@@ -29,5 +39,8 @@ if(TESSARY_FUZZ)
     target_link_libraries(${name} PRIVATE document_builder)
     target_compile_options(${name} PRIVATE -fsanitize=fuzzer)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  endforeach()
+  foreach(name open_fuzzer render_fuzzer com_fuzzer)
+    target_sources(${name} PRIVATE fuzz/document_mutator.cpp)
   endforeach()
 endif()

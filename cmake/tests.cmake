@@ -34,6 +34,9 @@ if(sources)
   add_test_program(whole_tests ${sources})
 endif()
 
+if(NOT WIN32)
+  add_test(NAME native.hostile_check COMMAND hostile_check ${PROJECT_BINARY_DIR}/small_samples 50)
+endif()
 if(WIN32)
   add_test(NAME windows.wine_prefix COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} cmd /c ver)
   set_tests_properties(windows.wine_prefix PROPERTIES FIXTURES_SETUP wine TIMEOUT 300)
@@ -48,6 +51,15 @@ if(WIN32)
     add_test_program(${name} ${source})
     add_dependencies(${name} Tessary)
   endforeach()
+  add_executable(replay tests/windows/replay.cpp)
+  target_link_libraries(replay PRIVATE com_host document_builder windowscodecs ole32 oleaut32 uuid shlwapi psapi
+                                       ${gtest_libraries})
+  target_link_options(replay PRIVATE -municode)
+  add_dependencies(replay Tessary)
+  # The samples are made by the native build; without it there is nothing to open.
+  add_test(NAME windows.replay COMMAND replay ${PROJECT_SOURCE_DIR}/build/native/small_samples)
+  set_tests_properties(windows.replay PROPERTIES FIXTURES_REQUIRED wine RESOURCE_LOCK wine TIMEOUT 900
+                                                 SKIP_RETURN_CODE 77)
   # Running one script of the six, or a damaged one, is beyond the exports.
   target_sources(registration_test PRIVATE frontend/registration.cpp frontend/registry_writer.cpp)
   target_compile_definitions(registration_test PRIVATE TESSARY_DLL_DIR="${TESSARY_DLL_DIR}")

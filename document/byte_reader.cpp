@@ -80,7 +80,7 @@ size_t Read(PsdDocument& document, void* destination, size_t count) {
             done += delivered;
         }
     }
-    reader.position += static_cast<uint32_t>(done);
+    reader.position = WrapAdd(reader.position, static_cast<uint32_t>(done));
     return done;
 }
 
@@ -98,7 +98,7 @@ int32_t Skip(PsdDocument& document, int32_t count) {
     } else {
         done += static_cast<uint32_t>(TakeWithRefills(reader, nullptr, wanted - done));
     }
-    reader.position += done;
+    reader.position = WrapAdd(reader.position, done);
     return static_cast<int32_t>(done);
 }
 

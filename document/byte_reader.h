@@ -24,7 +24,7 @@ inline uint32_t Position(const PsdDocument& document) { return document.reader.p
 
 // Bytes from here to `end`; negative when the reader is beyond.
 inline int32_t BytesUntil(const PsdDocument& document, uint32_t end) {
-    return static_cast<int32_t>(end - document.reader.position);
+    return static_cast<int32_t>(WrapSubtract(end, document.reader.position));
 }
 
 // Bytes the stream's own size leaves; 0 when the reader is beyond it.

@@ -1,18 +1,21 @@
 #include "document/channel_codec.h"
 
-#include <zlib.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "document/big_endian.h"
+#include "document/inflater.h"
 #include "document/platform.h"
 #include "render/color_convert.h"
+
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define TESSARY_SSE2 1
+#endif
 
 namespace tessary {
 namespace {
 
-// zlib's memory comes from where all memory of the engine comes from.
 voidpf AllocateForZlib(voidpf, uInt items, uInt size) {
     const auto bytes = CheckedProduct({items, size});
     return bytes ? AllocateZeroedBytes(*bytes) : nullptr;
@@ -20,56 +23,17 @@ voidpf AllocateForZlib(voidpf, uInt items, uInt size) {
 
 void FreeForZlib(voidpf, voidpf memory) { FreeBytes(memory); }
 
-class Inflater {
-public:
-    Inflater() {
-        stream.zalloc = AllocateForZlib;
-        stream.zfree = FreeForZlib;
-        m_created = inflateInit2(&stream, 15) == Z_OK;
-    }
-    Inflater(const Inflater&) = delete;
-    Inflater& operator=(const Inflater&) = delete;
-    ~Inflater() {
-        if (m_created) inflateEnd(&stream);
-    }
-    bool IsCreated() const { return m_created; }
-
-    z_stream stream = {};
-
-private:
-    bool m_created = false;
-};
-
-// zlib counts in 32 bits, so both ends are handed over in pieces.
-uInt NextPiece(size_t& left) {
-    const size_t piece = std::min<size_t>(left, 1u << 30);
-    left -= piece;
-    return static_cast<uInt>(piece);
-}
-
 // InflateAll that also tells how many bytes came out.
-PsdReadResult Inflate(std::span<const uint8_t> input, std::span<uint8_t> output, size_t& produced) {
+PsdReadResult InflateCounted(std::span<const uint8_t> input, std::span<uint8_t> output, size_t& produced) {
     produced = 0;
     Inflater inflater;
     if (!inflater.IsCreated()) return PsdReadResult::kInflateSetup;
-    if (output.empty()) return PsdReadResult::kOk;
-
-    z_stream& stream = inflater.stream;
-    size_t inputLeft = input.size();
-    size_t outputLeft = output.size();
-    stream.next_in = const_cast<Bytef*>(input.data());  // zlib does not write through it
-    stream.next_out = output.data();
-    for (;;) {
-        if (stream.avail_in == 0) stream.avail_in = NextPiece(inputLeft);
-        if (stream.avail_out == 0) stream.avail_out = NextPiece(outputLeft);
-        const int code = stream.next_in ? inflate(&stream, Z_NO_FLUSH) : Z_BUF_ERROR;
-        produced = output.size() - outputLeft - stream.avail_out;
-        if (code == Z_STREAM_END) return PsdReadResult::kOk;
-        if (code == Z_MEM_ERROR) return PsdReadResult::kOutOfMemory;
-        if (code != Z_OK && code != Z_BUF_ERROR) return PsdReadResult::kInflateFailed;
-        if (produced == output.size()) return PsdReadResult::kOk;
-        if (stream.avail_in == 0 && inputLeft == 0) return PsdReadResult::kInflateFailed;
-    }
+    const auto nextPiece = [&] {
+        const auto piece = input.first(std::min(input.size(), Inflater::kMostBytes));
+        input = input.subspan(piece.size());
+        return piece;
+    };
+    return inflater.Inflate(output, nextPiece, produced);
 }
 
 // Returns the bytes written.
@@ -86,7 +50,92 @@ uint64_t UnpackRows(std::span<const uint8_t> input, uint64_t rows, size_t rowByt
     return written;
 }
 
+// Copies in steps of 16, so up to 15 bytes more than `count`.
+void CopyInSteps(uint8_t* to, const uint8_t* from, size_t count) {
+    size_t i = 0;
+    do std::memcpy(to + i, from + i, 16);
+    while ((i += 16) < count);
+}
+
+// UnpackBits that may read and write kUnpackSlack bytes behind its input and output.
+size_t UnpackBitsWithSlack(const uint8_t* in, size_t inputBytes, uint8_t* const output, size_t outputBytes) {
+    const uint8_t* const inEnd = in + inputBytes;
+    uint8_t* out = output;
+    uint8_t* const outEnd = output + outputBytes;
+    while (inEnd - in >= 2 && out < outEnd) {
+        const uint32_t head = *in++;
+        if (head < 128) {
+            CopyInSteps(out, in, head + 1);
+            in += head + 1;
+            out += head + 1;
+        } else if (head > 128) {
+            uint8_t value[16];
+            std::memset(value, *in++, sizeof value);
+            size_t i = 0;
+            do std::memcpy(out + i, value, 16);
+            while ((i += 16) < 257 - head);
+            out += 257 - head;
+        }
+    }
+    // Only the last bytes copied can have come from behind the input.
+    if (in > inEnd) out -= in - inEnd;
+    return static_cast<size_t>(std::min(out, outEnd) - output);
+}
+
+// How far a row can be summed up in steps of one register; the caller goes on behind that.
+#if defined(TESSARY_SSE2)
+size_t SumBytes(uint8_t* row, size_t count) {
+    __m128i carry = _mm_setzero_si128();
+    size_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        __m128i* const at = reinterpret_cast<__m128i*>(row + i);
+        __m128i sum = _mm_loadu_si128(at);
+        sum = _mm_add_epi8(sum, _mm_slli_si128(sum, 1));
+        sum = _mm_add_epi8(sum, _mm_slli_si128(sum, 2));
+        sum = _mm_add_epi8(sum, _mm_slli_si128(sum, 4));
+        sum = _mm_add_epi8(sum, _mm_slli_si128(sum, 8));
+        _mm_storeu_si128(at, _mm_add_epi8(sum, carry));
+        // The step's own total goes to every byte of the carry, so that steps wait for one addition only.
+        __m128i last = _mm_srli_si128(sum, 15);
+        last = _mm_unpacklo_epi8(last, last);
+        last = _mm_shuffle_epi32(_mm_shufflelo_epi16(last, 0), 0);
+        carry = _mm_add_epi8(carry, last);
+    }
+    return i;
+}
+
+__m128i SwapBytes16(__m128i words) {
+    return _mm_or_si128(_mm_slli_epi16(words, 8), _mm_srli_epi16(words, 8));
+}
+
+size_t SumBigEndian16(uint8_t* row, size_t bytes) {
+    __m128i carry = _mm_setzero_si128();
+    size_t i = 0;
+    for (; i + 16 <= bytes; i += 16) {
+        __m128i* const at = reinterpret_cast<__m128i*>(row + i);
+        __m128i sum = SwapBytes16(_mm_loadu_si128(at));
+        sum = _mm_add_epi16(sum, _mm_slli_si128(sum, 2));
+        sum = _mm_add_epi16(sum, _mm_slli_si128(sum, 4));
+        sum = _mm_add_epi16(sum, _mm_slli_si128(sum, 8));
+        _mm_storeu_si128(at, SwapBytes16(_mm_add_epi16(sum, carry)));
+        __m128i last = _mm_srli_si128(sum, 14);
+        last = _mm_shuffle_epi32(_mm_shufflelo_epi16(last, 0), 0);
+        carry = _mm_add_epi16(carry, last);
+    }
+    return i;
+}
+#else
+size_t SumBytes(uint8_t*, size_t) { return 0; }
+size_t SumBigEndian16(uint8_t*, size_t) { return 0; }
+#endif
+
 }  // namespace
+
+Inflater::Inflater() {
+    m_stream.zalloc = AllocateForZlib;
+    m_stream.zfree = FreeForZlib;
+    m_created = inflateInit2(&m_stream, 15) == Z_OK;
+}
 
 uint32_t CompressionExpansion(uint16_t compression) {
     switch (compression) {
@@ -119,13 +168,15 @@ PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input,
         break;
     case kCompressionZip:
     case kCompressionZipPrediction:
-        result = Inflate(input, planes, produced);
+        result = InflateCounted(input, planes, produced);
         written = produced;
         if (result == PsdReadResult::kOk && compression == kCompressionZipPrediction && produced != 0) {
             const uint64_t reached = (produced + rowBytes - 1) / rowBytes;
+            const std::span<uint8_t> unreached = planes.first(reached * rowBytes).subspan(produced);
+            std::ranges::fill(unreached, uint8_t{0});  // half a sample may be there
             UndoPrediction(planes.data(), shape.width, reached, shape.depth);
             // Sums run on behind an early end; what the input did not reach stays zero.
-            std::memset(planes.data() + produced, 0, static_cast<size_t>(reached * rowBytes) - produced);
+            std::ranges::fill(unreached, uint8_t{0});
         }
         break;
     default: return PsdReadResult::kBadCompression;
@@ -156,9 +207,37 @@ size_t UnpackBits(std::span<const uint8_t> input, std::span<uint8_t> output) {
     return static_cast<size_t>(out - output.data());
 }
 
+const uint8_t* TakeRows(PlaneRows& plane, size_t rows, uint8_t* buffer) {
+    const size_t wanted = rows * plane.rowBytes;
+    if (!plane.counts) {
+        const size_t taken = std::min(plane.left, wanted);
+        const uint8_t* const from = plane.data;
+        if (taken) plane.data += taken;
+        plane.left -= taken;
+        plane.filled += taken;
+        if (taken == wanted) return from;
+        if (taken) std::memcpy(buffer, from, taken);
+        std::memset(buffer + taken, 0, wanted - taken);
+        return buffer;
+    }
+    uint8_t* out = buffer;
+    for (size_t row = 0; row < rows; ++row, plane.counts += 2, out += plane.rowBytes) {
+        const size_t stored = std::min<size_t>(LoadU16(plane.counts), plane.left);
+        size_t written = 0;
+        if (stored) {
+            written = UnpackBitsWithSlack(plane.data, stored, out, plane.rowBytes);
+            plane.data += stored;
+            plane.left -= stored;
+            plane.filled += written;
+        }
+        std::memset(out + written, 0, plane.rowBytes - written);
+    }
+    return buffer;
+}
+
 PsdReadResult InflateAll(std::span<const uint8_t> input, std::span<uint8_t> output) {
     size_t produced = 0;
-    return Inflate(input, output, produced);
+    return InflateCounted(input, output, produced);
 }
 
 void UndoPrediction(uint8_t* planes, uint32_t width, uint64_t rows, uint32_t depth) {
@@ -167,14 +246,15 @@ void UndoPrediction(uint8_t* planes, uint32_t width, uint64_t rows, uint32_t dep
     for (uint64_t row = 0; row < rows; ++row, planes += rowBytes) {
         switch (depth) {
         case 8: {
-            uint8_t sum = planes[0];
-            for (size_t i = 1; i < width; ++i) planes[i] = sum = static_cast<uint8_t>(sum + planes[i]);
+            const size_t done = SumBytes(planes, width);
+            for (size_t i = std::max<size_t>(done, 1); i < width; ++i)
+                planes[i] = static_cast<uint8_t>(planes[i] + planes[i - 1]);
             break;
         }
         case 16: {
-            uint16_t sum = LoadU16(planes);
-            for (size_t i = 2; i < rowBytes; i += 2) {
-                sum = static_cast<uint16_t>(sum + LoadU16(planes + i));
+            const size_t done = std::max<size_t>(SumBigEndian16(planes, rowBytes), 2);
+            for (size_t i = done; i < rowBytes; i += 2) {
+                const uint32_t sum = uint32_t{LoadU16(planes + i)} + LoadU16(planes + i - 2);
                 planes[i] = static_cast<uint8_t>(sum >> 8);
                 planes[i + 1] = static_cast<uint8_t>(sum);
             }

@@ -46,6 +46,23 @@ PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input,
 // A run that would pass the end of the row is cut there. Returns the bytes written.
 size_t UnpackBits(std::span<const uint8_t> input, std::span<uint8_t> output);
 
+// What TakeRows may read behind a plane's data and write behind its buffer.
+inline constexpr size_t kUnpackSlack = 128;
+
+// The rows of one plane that are still to come, from data in memory.
+struct PlaneRows {
+    size_t rowBytes = 0;
+    const uint8_t* counts =
+        nullptr;  // PackBits: the 16-bit row counts; null: the data is the rows themselves
+    const uint8_t* data = nullptr;
+    size_t left = 0;      // bytes of data
+    uint64_t filled = 0;  // bytes of the rows so far that came out of the data
+};
+
+// The next rows, zero where the data does not reach: in place, or else in `buffer`, which has room for them.
+// Both the buffer and the data of packed rows have kUnpackSlack bytes behind them.
+const uint8_t* TakeRows(PlaneRows& plane, size_t rows, uint8_t* buffer);
+
 // Inflates one zlib stream. A stream that ends before `output` is full leaves the rest as it is, one that
 // goes on is cut; corrupt or truncated data is kInflateFailed.
 PsdReadResult InflateAll(std::span<const uint8_t> input, std::span<uint8_t> output);

@@ -26,12 +26,24 @@ constexpr int32_t TruncateToInt32(double value) {
     return value > -2147483649.0 && value < 2147483648.0 ? static_cast<int32_t>(value) : 0;
 }
 
-// Two's complement sums of file values.
-constexpr int32_t WrapAdd(int32_t a, int32_t b) {
-    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+// Sums of 32-bit file values that wrap by definition. Taken in 64 bits, so that every other sum that wraps
+// can be reported as a fault.
+template <class T>
+constexpr T WrapAdd(T a, T b) {
+    static_assert(sizeof(T) == 4);
+    return static_cast<T>(int64_t{a} + int64_t{b});
 }
-constexpr int32_t WrapSubtract(int32_t a, int32_t b) {
-    return static_cast<int32_t>(static_cast<uint32_t>(a) - static_cast<uint32_t>(b));
+template <class T>
+constexpr T WrapSubtract(T a, T b) {
+    static_assert(sizeof(T) == 4);
+    return static_cast<T>(int64_t{a} - int64_t{b});
 }
+
+// Marks a function whose sums and products of 64 bits wrap on purpose.
+#if defined(__clang__)
+#define TESSARY_WRAPS __attribute__((no_sanitize("unsigned-integer-overflow")))
+#else
+#define TESSARY_WRAPS
+#endif
 
 }  // namespace tessary

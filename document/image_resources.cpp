@@ -442,10 +442,10 @@ PsdReadResult WalkResources(PsdDocument& document, int32_t length) {
             ReadU8(document) | 1u;  // with its length byte the name fills an even count
         Skip(document, static_cast<int32_t>(nameBytes));
         const uint32_t size = ReadU32(document);
-        const uint32_t padded = (size + 1) & ~1u;
-        left -= 6 + 1 + nameBytes + 4 + padded;
+        const uint32_t padded = WrapAdd(size, 1u) & ~1u;
+        left = WrapSubtract(left, WrapAdd(padded, 6 + 1 + nameBytes + 4));
 
-        const uint32_t end = Position(document) + padded;
+        const uint32_t end = WrapAdd(Position(document), padded);
         if (static_cast<int32_t>(size) > 0) {
             const PsdReadResult result = ReadResource(document, id, size);
             if (result != PsdReadResult::kOk) return result;

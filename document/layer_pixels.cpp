@@ -12,25 +12,19 @@ namespace {
 
 constexpr uint64_t kLeastPlaneBytes = 12288;
 constexpr uint64_t kLeastInputBytes = 4096;
+constexpr size_t kStepBytes = 1u << 14;         // of the rows that are converted at once
+constexpr size_t kLongRow = 1u << 17;           // longer rows are not worked on in steps
 constexpr uint64_t kUnfilledBytes = 64u << 20;  // that layers may claim without data
-
-// The planes that a layer can have a use for. Other channels are passed over, as are those that repeat an id.
-enum PlaneSlot : uint32_t {
-    kSlotAlpha,
-    kSlotColor,
-    kSlotMask = kSlotColor + 4,
-    kSlotDropped,  // the user mask beside a real one
-    kSlotCount,
-};
 
 struct Plane {
     const PsdChannelInfo* channel = nullptr;  // null: the layer has no such plane
     uint32_t width = 0;
     uint32_t height = 0;
-    size_t offset = 0;  // in the scratch buffer
     size_t bytes = 0;
-    uint64_t filled = 0;  // bytes that came out of the channel's data
-    size_t dirty = 0;     // bytes behind which all are zero
+    PlaneRows rows;     // of its data, which lies in the scratch buffer of the slot
+    bool used = false;  // they have been gone through
+    bool isCounted = false;
+    uint64_t filled = 0;  // what came out of the data, where `rows` does not tell
 };
 
 struct LayerPlanes {
@@ -91,7 +85,7 @@ bool LayOutPlanes(const PsdDocument& document, const PsdLayer& layer, LayerPlane
             : slot == kSlotDropped ? SetPlaneSize(plane, user.Width(), user.Height(), document.depth)
                                    : SetPlaneSize(plane, layer.width, layer.height, document.depth);
         if (!fits) return false;
-        plane.offset = static_cast<size_t>(planes.planeBytes);
+        plane.rows.rowBytes = static_cast<size_t>(PlaneRowBytes(plane.width, document.depth));
         planes.planeBytes += plane.bytes;
         if (slot >= kSlotMask) planes.keptBytes += plane.bytes;
     }
@@ -106,19 +100,49 @@ bool CanFill(uint64_t planeBytes, uint64_t dataBytes, uint32_t expansion) {
     return planeBytes <= kUnfilledBytes || planeBytes <= dataBytes * expansion;
 }
 
-// Bytes of pixels and masks that the layer's data has filled. One full plane is enough for a pixel.
-uint64_t FilledBytes(const LayerPlanes& planes, uint32_t depth) {
+size_t StepRows(size_t rowBytes) { return std::max<size_t>(kStepBytes / std::max<size_t>(rowBytes, 1), 1); }
+
+size_t StepBytes(size_t rowBytes) { return StepRows(rowBytes) * rowBytes + kUnpackSlack; }
+
+// Goes through a plane's rows in steps that stay in the cache.
+//   buffer  StepBytes
+//   use     takes samples, first row and row count
+template <class Use>
+void ForEachStep(Plane& plane, uint8_t* buffer, Use use) {
+    const size_t stepRows = StepRows(plane.rows.rowBytes);
+    for (uint32_t row = 0; row < plane.height;) {
+        const uint32_t count = static_cast<uint32_t>(std::min<size_t>(stepRows, plane.height - row));
+        use(TakeRows(plane.rows, count, buffer), row, count);
+        row += count;
+    }
+    plane.used = true;
+}
+
+// Bytes that come out of the plane's data.
+uint64_t FilledBytes(Plane plane, uint8_t* buffer) {
+    if (plane.isCounted || !plane.rows.data) return plane.filled;
+    if (!plane.used) ForEachStep(plane, buffer, [](const uint8_t*, uint32_t, uint32_t) {});
+    return plane.rows.filled;
+}
+
+// Bytes of pixels and masks that the layer's data fills. One full plane is enough for a pixel.
+uint64_t FilledBytes(const LayerPlanes& planes, uint32_t depth, uint8_t* buffer) {
     uint64_t samples = 0;
-    for (uint32_t i = 0; i < kSlotMask; ++i) samples = std::max(samples, planes.slots[i].filled * 8 / depth);
-    return 4 * samples + planes.slots[kSlotMask].filled + planes.slots[kSlotDropped].filled;
+    for (uint32_t i = 0; i < kSlotMask; ++i)
+        samples = std::max(samples, FilledBytes(planes.slots[i], buffer) * 8 / depth);
+    return 4 * samples + FilledBytes(planes.slots[kSlotMask], buffer) +
+           FilledBytes(planes.slots[kSlotDropped], buffer);
 }
 
 // Claims what the layer keeps. A small file must not make much of nothing: beyond a fixed share all layers
-// up to this one may take twice what they have filled, for there are sound layers without data.
+// up to this one may take twice what they have filled, for there are sound layers without data. What this
+// layer fills is only counted here when the others have not filled enough.
 bool Claim(LayerPixelState& state, const LayerPlanes& planes, uint32_t depth) {
     state.claimedBytes += planes.keptBytes;
-    state.filledBytes += FilledBytes(planes, depth);
-    return state.claimedBytes <= kUnfilledBytes + 2 * state.filledBytes;
+    const auto allowed = [&](uint64_t filled) {
+        return state.claimedBytes <= kUnfilledBytes + 2 * (state.filledBytes + filled);
+    };
+    return allowed(0) || allowed(FilledBytes(planes, depth, state.steps.get()));
 }
 
 // Makes room for `need` bytes. Grows by doubling, for layers that grow little by little; what the buffer held
@@ -131,11 +155,58 @@ bool Grow(Owned<uint8_t>& buffer, uint64_t need, uint64_t least) {
     return static_cast<bool>(buffer);
 }
 
-// Reads one channel's data. `plane` is null when it is not wanted; then only its place in the file counts.
-PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, Plane* plane,
-                          LayerPixelState& state) {
+// Gives a plane rows of zeros that are no memory yet.
+bool TakeZeros(Plane& plane, Owned<uint8_t>& slot) {
+    slot.Reset();
+    slot = AllocateZeroed<uint8_t>({plane.bytes});
+    plane.rows.data = slot.get();
+    plane.rows.left = plane.bytes;
+    return static_cast<bool>(slot);
+}
+
+// Reads the data of a plane that is wanted, behind its compression code.
+PsdReadResult ReadPlane(PsdDocument& document, uint16_t compression, uint32_t length, Plane& plane,
+                        Owned<uint8_t>& slot, Owned<uint8_t>& zipped) {
+    const bool isStored = plane.rows.rowBytes <= kLongRow &&
+                          (compression == kCompressionRaw || compression == kCompressionPackBits);
+    Owned<uint8_t>& input = isStored ? slot : zipped;
+    if (!Grow(input, uint64_t{length} + kUnpackSlack, kLeastInputBytes)) return PsdReadResult::kOutOfMemory;
+    if (Read(document, input.get(), length) != length) return PsdReadResult::kShortRead;
+    plane.rows.data = input.get();
+    plane.rows.left = length;
+    if (isStored && compression == kCompressionRaw) {
+        plane.rows.left = std::min<size_t>(length, plane.bytes);
+        return PsdReadResult::kOk;
+    }
+    if (isStored) {
+        const uint64_t tableBytes = uint64_t{2} * plane.height;
+        if (tableBytes >= length) {
+            plane.rows.left = 0;
+            return PsdReadResult::kOk;
+        }
+        plane.rows.counts = input.get();
+        plane.rows.data += tableBytes;
+        plane.rows.left -= tableBytes;
+        return PsdReadResult::kOk;
+    }
+    const bool isLong = plane.rows.rowBytes > kLongRow;
+    const bool hasRoom = isLong ? TakeZeros(plane, slot) : Grow(slot, plane.bytes, kLeastPlaneBytes);
+    if (!hasRoom) return PsdReadResult::kOutOfMemory;
+    const PsdReadResult result =
+        DecodePlanes(compression, {input.get(), length},
+                     {.width = plane.width, .height = plane.height, .depth = document.depth},
+                     {slot.get(), plane.bytes}, &plane.filled);
+    plane.isCounted = true;
+    plane.rows.data = slot.get();
+    plane.rows.left = isLong ? plane.bytes : static_cast<size_t>(plane.filled);
+    return result;
+}
+
+// Reads one channel's data. `slot` is kSlotCount when it is not wanted; then only its place in the file
+// counts.
+PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, uint32_t slot,
+                          LayerPlanes& planes, LayerPixelState& state) {
     if (channel.dataLength > InputLeft(document)) return PsdReadResult::kShortRead;
-    const bool wanted = plane && plane->bytes != 0;
     if (channel.dataLength < 2) {
         Skip(document, static_cast<int32_t>(channel.dataLength));
         return PsdReadResult::kOk;
@@ -144,54 +215,71 @@ PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, 
     const uint32_t length = channel.dataLength - 2;
     const uint32_t expansion = CompressionExpansion(compression);
     if (expansion == 0) return PsdReadResult::kBadCompression;
-    if (!wanted) {
+    if (slot == kSlotCount || planes.slots[slot].bytes == 0) {
         Skip(document, static_cast<int32_t>(length));
         return PsdReadResult::kOk;
     }
-    if (!CanFill(plane->bytes, length, expansion)) return PsdReadResult::kOutOfMemory;
-    if (!Grow(state.input, length, kLeastInputBytes)) return PsdReadResult::kOutOfMemory;
-    if (Read(document, state.input.get(), length) != length) return PsdReadResult::kShortRead;
-    const PsdReadResult result =
-        DecodePlanes(compression, {state.input.get(), length},
-                     {.width = plane->width, .height = plane->height, .depth = document.depth},
-                     {state.planes.get() + plane->offset, plane->bytes}, &plane->filled);
-    // Packed rows may be short anywhere.
-    plane->dirty = compression == kCompressionPackBits ? plane->bytes : static_cast<size_t>(plane->filled);
-    return result;
+    Plane& plane = planes.slots[slot];
+    if (!CanFill(plane.bytes, length, expansion)) return PsdReadResult::kOutOfMemory;
+    return ReadPlane(document, compression, length, plane, state.slots[slot], state.zipped);
 }
 
-PsdReadResult ConvertLayer(const PsdDocument& document, PsdLayer& layer, const LayerPlanes& planes,
-                           const uint8_t* samples) {
+PsdReadResult ConvertLayer(const PsdDocument& document, PsdLayer& layer, LayerPlanes& planes,
+                           uint8_t* steps) {
     if (layer.width < 1 || layer.height < 1) return PsdReadResult::kOk;
-    const auto samplesOf = [&](const Plane& plane) {
-        return plane.channel ? samples + plane.offset : nullptr;
-    };
     PlaneBlock block = {
         .colorMode = document.colorMode,
         .depth = document.depth,
         .width = static_cast<uint32_t>(layer.width),
-        .height = static_cast<uint32_t>(layer.height),
-        .alpha = samplesOf(planes.slots[kSlotAlpha]),
         .planeCount = planes.planeCount,
         .palette = document.palette.span(),
         .transparencyIndex = document.resources.transparencyIndex,
     };
-    for (uint32_t i = 0; i < 4; ++i) block.color[i] = samplesOf(planes.slots[kSlotColor + i]);
-    layer.image = AllocateZeroed<uint32_t>({block.width, block.height});
+    const uint32_t height = static_cast<uint32_t>(layer.height);
+    layer.image = AllocateZeroed<uint32_t>({block.width, height});
     if (!layer.image) return PsdReadResult::kOutOfMemory;
-    ConvertPlanes(block, 0, block.height, layer.image.get());
+
+    const size_t rowBytes = static_cast<size_t>(PlaneRowBytes(block.width, block.depth));
+    const size_t stepRows = StepRows(rowBytes), stepBytes = StepBytes(rowBytes);
+    for (uint32_t row = 0; row < height; row += block.height) {
+        block.height = static_cast<uint32_t>(std::min<size_t>(stepRows, height - row));
+        const uint8_t* samples[kSlotMask] = {};
+        for (uint32_t slot = 0; slot < kSlotMask; ++slot) {
+            Plane& plane = planes.slots[slot];
+            // Absent colours are zero, an absent alpha is not.
+            if (plane.rows.left != 0 || (slot == kSlotAlpha && plane.channel))
+                samples[slot] = TakeRows(plane.rows, block.height, steps + slot * stepBytes);
+        }
+        block.alpha = samples[kSlotAlpha];
+        for (uint32_t i = 0; i < 4; ++i) block.color[i] = samples[kSlotColor + i];
+        ConvertPlanes(block, 0, block.height, layer.image.get() + size_t{row} * block.width);
+    }
+    for (uint32_t slot = 0; slot < kSlotMask; ++slot) planes.slots[slot].used = true;
     return PsdReadResult::kOk;
 }
 
-PsdReadResult ConvertMask(const PsdDocument& document, PsdLayerMask& mask, const Plane& plane,
-                          const uint8_t* samples) {
+PsdReadResult ConvertMask(const PsdDocument& document, PsdLayerMask& mask, Plane& plane, uint8_t* steps) {
     // Without data the default colour holds everywhere.
     const bool hasData = plane.bytes != 0 && plane.channel->dataLength >= 2;
     if (!hasData || document.depth < 8) return PsdReadResult::kOk;
     mask.data = AllocateZeroed<uint8_t>({plane.width, plane.height});
     if (!mask.data) return PsdReadResult::kOutOfMemory;
-    ReduceMaskPlane(samples + plane.offset, document.depth, mask.data.count(), mask.data.get());
+    ForEachStep(plane, steps, [&](const uint8_t* samples, uint32_t row, uint32_t count) {
+        ReduceMaskPlane(samples, document.depth, size_t{count} * plane.width,
+                        mask.data.get() + size_t{row} * plane.width);
+    });
     return PsdReadResult::kOk;
+}
+
+// Room for a step of every plane of pixels at once, or of one mask.
+bool MakeRoomForSteps(LayerPixelState& state, const LayerPlanes& planes) {
+    uint64_t bytes = 0, colorBytes = 0;
+    for (uint32_t slot = 0; slot < kSlotCount; ++slot) {
+        const uint64_t step = StepBytes(planes.slots[slot].rows.rowBytes);
+        bytes = std::max(bytes, step);
+        if (slot < kSlotMask) colorBytes = std::max(colorBytes, kSlotMask * step);
+    }
+    return Grow(state.steps, std::max(bytes, colorBytes), kLeastInputBytes);
 }
 
 }  // namespace
@@ -209,25 +297,26 @@ PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, LayerPixel
     if (!LayOutPlanes(document, layer, planes)) return PsdReadResult::kOutOfMemory;
     // How the data is compressed stands in front of each channel; until then it is worth as much as data can.
     if (!CanFill(planes.planeBytes, planes.inputBytes, kZipExpansion)) return PsdReadResult::kOutOfMemory;
-    if (!Grow(state.planes, planes.planeBytes, kLeastPlaneBytes)) return PsdReadResult::kOutOfMemory;
+    if (!MakeRoomForSteps(state, planes)) return PsdReadResult::kOutOfMemory;
 
     for (const PsdChannelInfo& channel : layer.channels.span()) {
-        const uint32_t slot = SlotOf(channel.id, planes);
-        Plane* const plane =
-            slot != kSlotCount && planes.slots[slot].channel == &channel ? &planes.slots[slot] : nullptr;
-        const PsdReadResult result = ReadChannel(document, channel, plane, state);
+        uint32_t slot = SlotOf(channel.id, planes);
+        if (slot != kSlotCount && planes.slots[slot].channel != &channel) slot = kSlotCount;
+        const PsdReadResult result = ReadChannel(document, channel, slot, planes, state);
         if (result != PsdReadResult::kOk) return result;
+    }
+    Plane& alpha = planes.slots[kSlotAlpha];
+    if (alpha.channel && !alpha.rows.data && alpha.rows.rowBytes > kLongRow) {
+        alpha.isCounted = true;
+        if (!TakeZeros(alpha, state.slots[kSlotAlpha])) return PsdReadResult::kOutOfMemory;
     }
     if (!Claim(state, planes, document.depth)) return PsdReadResult::kOutOfMemory;
 
-    uint8_t* const samples = state.planes.get();
-    PsdReadResult result = ConvertLayer(document, layer, planes, samples);
+    uint8_t* const steps = state.steps.get();
+    PsdReadResult result = ConvertLayer(document, layer, planes, steps);
     if (result != PsdReadResult::kOk) return result;
-    result = ConvertMask(document, layer.mask, planes.slots[kSlotMask], samples);
-    // Only what was written: the system has no memory yet behind the rest of a large buffer.
-    for (const Plane& plane : planes.slots) {
-        if (plane.dirty != 0) std::memset(samples + plane.offset, 0, plane.dirty);
-    }
+    result = ConvertMask(document, layer.mask, planes.slots[kSlotMask], steps);
+    state.filledBytes += FilledBytes(planes, document.depth, steps);
     return result;
 }
 

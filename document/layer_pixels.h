@@ -5,11 +5,21 @@
 
 namespace tessary {
 
+// The planes that a layer can have a use for. Other channels are passed over, as are those that repeat an id.
+enum PlaneSlot : uint32_t {
+    kSlotAlpha,
+    kSlotColor,
+    kSlotMask = kSlotColor + 4,
+    kSlotDropped,  // the user mask beside a real one
+    kSlotCount,
+};
+
 // What one layer's reading leaves to the next: the scratch buffers, and what all layers together have claimed
 // and how much of it their data has really filled so far.
 struct LayerPixelState {
-    Owned<uint8_t> planes;  // all zero between layers
-    Owned<uint8_t> input;
+    Owned<uint8_t> slots[kSlotCount];  // packed and raw planes as they came, others inflated
+    Owned<uint8_t> zipped;
+    Owned<uint8_t> steps;
     uint64_t claimedBytes = 0;
     uint64_t filledBytes = 0;
 };

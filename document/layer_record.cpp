@@ -126,7 +126,7 @@ PsdReadResult ReadLayerRecord(PsdDocument& document, PsdLayer& layer) {
     ReadPascalString(document, 4, layer.name);
     result = ReadTaggedBlocks(document, layer, start, length);
     if (result != PsdReadResult::kOk) return result;
-    return Position(document) == start + length ? PsdReadResult::kOk : PsdReadResult::kBadLayer;
+    return Position(document) == WrapAdd(start, length) ? PsdReadResult::kOk : PsdReadResult::kBadLayer;
 }
 
 }  // namespace tessary

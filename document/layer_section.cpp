@@ -15,8 +15,8 @@ namespace {
 // ordinary layers get a parent; fills and adjustments have none.
 void LinkGroups(std::span<PsdLayer> layers) {
     const PsdLayer* group = nullptr;
-    for (size_t i = layers.size(); i-- > 0;) {
-        PsdLayer& layer = layers[i];
+    for (size_t left = layers.size(); left > 0; --left) {
+        PsdLayer& layer = layers[left - 1];
         switch (layer.layerKind) {
         case kLayerGroup: group = &layer; break;
         case kLayerGroupEnd: group = nullptr; break;
@@ -29,9 +29,9 @@ void LinkGroups(std::span<PsdLayer> layers) {
 // Reads records and pixels behind a layer info's length; a second layer info replaces the layers of the
 // first.
 PsdReadResult ReadLayerInfo(PsdDocument& document, uint32_t storedLength, LayerPixelState& pixels) {
-    const uint32_t length = storedLength + (storedLength & 1);
+    const uint32_t length = WrapAdd(storedLength, storedLength & 1);
     if (static_cast<int32_t>(length) < 1) return PsdReadResult::kOk;
-    const uint32_t end = Position(document) + length;
+    const uint32_t end = WrapAdd(Position(document), length);
 
     // The sign only says what the first alpha channel of the merged image is.
     const uint32_t count = static_cast<uint32_t>(std::abs(int32_t{ReadI16(document)}));
@@ -62,7 +62,7 @@ PsdReadResult ReadLayerInfo(PsdDocument& document, uint32_t storedLength, LayerP
 void ReadGlobalMask(PsdDocument& document) {
     const uint32_t length = ReadU32(document);
     if (length == 0) return;
-    const uint32_t end = Position(document) + length;
+    const uint32_t end = WrapAdd(Position(document), length);
     document.globalMaskColor = ReadColor(document);
     document.globalMaskOpacity = ReadU16(document);
     document.globalMaskKind = ReadU8(document);
@@ -91,7 +91,7 @@ PsdReadResult ReadDocumentBlocks(PsdDocument& document, uint32_t end, LayerPixel
 PsdReadResult ReadLayerSection(PsdDocument& document) {
     const int32_t length = ReadI32(document);
     if (length < 1) return PsdReadResult::kOk;
-    const uint32_t end = Position(document) + static_cast<uint32_t>(length);
+    const uint32_t end = WrapAdd(Position(document), static_cast<uint32_t>(length));
     switch (document.readMode) {
     case kReadMerged:
     case kReadThumbnail:

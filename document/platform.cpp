@@ -25,6 +25,7 @@ uint64_t g_allocations = 0;
 uint64_t g_failAt = 0;
 bool g_failLater = false;
 size_t g_largest = 0;
+uint64_t g_live = 0;
 
 bool AllocationFails(size_t bytes) {
     ++g_allocations;
@@ -42,16 +43,25 @@ void FailAllocationNumber(uint64_t n, bool andAllLater) {
 
 uint64_t AllocationCount() { return g_allocations; }
 uint64_t LargestAllocation() { return g_largest; }
-#else
-namespace {
-constexpr bool AllocationFails(size_t) { return false; }
-}  // namespace
+uint64_t LiveAllocations() { return g_live; }
 #endif
 
 void* AllocateZeroedBytes(size_t bytes) {
-    return AllocationFails(bytes) ? nullptr : std::calloc(bytes ? bytes : 1, 1);
+#if defined(TESSARY_FAULT_INJECTION)
+    if (AllocationFails(bytes)) return nullptr;
+    void* const memory = std::calloc(bytes ? bytes : 1, 1);
+    g_live += memory != nullptr;
+    return memory;
+#else
+    return std::calloc(bytes ? bytes : 1, 1);
+#endif
 }
 
-void FreeBytes(void* memory) { std::free(memory); }
+void FreeBytes(void* memory) {
+#if defined(TESSARY_FAULT_INJECTION)
+    g_live -= memory != nullptr;
+#endif
+    std::free(memory);
+}
 
 }  // namespace tessary

@@ -75,6 +75,7 @@ void FreeBytes(void* memory);
 void FailAllocationNumber(uint64_t n, bool andAllLater = false);
 uint64_t AllocationCount();
 uint64_t LargestAllocation();
+uint64_t LiveAllocations();  // not freed yet, whenever they were made
 #endif
 
 // The only owner of an array from AllocateZeroed. Moving leaves null behind.

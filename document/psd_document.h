@@ -34,6 +34,13 @@ enum PsdReadMode : uint32_t {
     kReadProfile = 6,
 };
 
+// What becomes of the merged image in the read modes that read it. Its data is checked in any case.
+enum PsdMergedUse : uint32_t {
+    kMergedKept = 0,
+    kMergedKeptIfReal,  // only when the file vouches for it
+    kMergedChecked,
+};
+
 // In the order of the file format's own list of keys; render/blend_rows.cpp indexes its table with it.
 enum PsdBlendMode : uint32_t {
     kBlendNormal = 0,
@@ -129,6 +136,7 @@ public:
     }
 
     uint32_t propertyCode = 0;
+    uint32_t recordBytes = 0;
     void* record = nullptr;
     void (*destroy)(void*) = nullptr;
 };
@@ -398,6 +406,7 @@ struct PsdDocument {
     int32_t streamSize = 0;
     uint32_t stage = 0;
     uint32_t readMode = kReadEverything;
+    PsdMergedUse mergedUse = kMergedKept;
 
     uint32_t width = 0;
     uint32_t height = 0;
@@ -412,6 +421,7 @@ struct PsdDocument {
     int32_t layerCount = 0;
     Owned<PsdLayer> layers;        // bottom layer first
     uint32_t globalMaskColor = 0;  // ARGB
+    uint64_t recordBytes = 0;      // of all property lists
     uint16_t globalMaskOpacity = 0;
     uint8_t globalMaskKind = 0;
 
@@ -432,7 +442,8 @@ inline bool SpendDrawing(PsdDocument& document, uint64_t steps) {
 
 // Reads a document from the start of `stream`, which is rewound and borrowed for the call only.
 // Gives null and a code on failure.
-PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32_t mode);
+PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32_t mode,
+                           PsdMergedUse mergedUse = kMergedKept);
 
 // Frees the document and all it owns and leaves null. kNoDocument when there is none.
 PsdReadResult CloseDocument(Owned<PsdDocument>& document);
@@ -446,6 +457,7 @@ T* AppendProperty(PsdLayer& layer, uint32_t code) {
     T* record = new (memory) T();
     PsdProperty& entry = layer.propertyList.entries[layer.propertyList.count++];
     entry.propertyCode = code;
+    entry.recordBytes = sizeof(T);
     entry.record = record;
     entry.destroy = [](void* data) {
         static_cast<T*>(data)->~T();

@@ -116,13 +116,15 @@ PsdReadResult RunReadStages(PsdDocument& document) {
     return PsdReadResult::kOk;
 }
 
-PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32_t mode) {
+PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32_t mode,
+                           PsdMergedUse mergedUse) {
     document.Reset();
     if (!stream) return PsdReadResult::kNoStream;
     Owned<PsdDocument> opened = AllocateZeroed<PsdDocument>({1});
     if (!opened) return PsdReadResult::kOutOfMemory;
     opened->reader.stream = stream;
     opened->readMode = mode;
+    opened->mergedUse = mergedUse;
     opened->streamSize = StreamSize(stream);
     stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr);
 

@@ -136,15 +136,15 @@ void MarkExcluded(PsdLayer& layer, const ExcludedIds& ids) {
 
 PsdReadResult ReadTaggedBlocks(PsdDocument& document, PsdLayer& layer, uint32_t start, uint32_t length) {
     ExcludedIds excludedIds;
-    while (Position(document) - start < length) {
+    while (WrapSubtract(Position(document), start) < length) {
         uint32_t signature = 0;
         if (!ReadKey(document, signature) || signature != FourCC("8BIM")) {
             return PsdReadResult::kBadBlockSignature;
         }
         const uint32_t key = ReadU32(document);
         const uint32_t stored = ReadU32(document);
-        const Block block = {document, layer, stored + (stored & 1), excludedIds};
-        const uint32_t end = Position(document) + block.length;
+        const Block block = {document, layer, WrapAdd(stored, stored & 1), excludedIds};
+        const uint32_t end = WrapAdd(Position(document), block.length);
         const PsdReadResult result = ReadBlock(block, key);
         if (result != PsdReadResult::kOk) return result;
         SkipTo(document, end);

@@ -19,12 +19,12 @@ PsdReadResult TakeImage(PsdDocument& document, Owned<uint32_t>& image, DocumentP
 
 PsdReadResult TakeLayers(IStream* stream, DocumentPixels& picture) {
     Owned<PsdDocument> document;
-    PsdReadResult result = OpenDocument(document, stream, kReadEverything);
+    PsdReadResult result = OpenDocument(document, stream, kReadEverything, kMergedChecked);
     if (result != PsdReadResult::kOk) return result;
     result = Render(document.get(), 0, 0, static_cast<int32_t>(document->width),
                     static_cast<int32_t>(document->height));
     if (result != PsdReadResult::kOk) return result;
-    return TakeImage(*document, document->canvas ? document->canvas : document->mergedPixels, picture);
+    return TakeImage(*document, document->canvas, picture);
 }
 
 }  // namespace
@@ -35,7 +35,7 @@ PsdReadResult DecodeDocumentPixels(IStream* stream, DocumentPixels& picture, Pic
     if (choice == PictureChoice::kAsTheFileSays) {
         const StreamPositionScope keep(stream);
         Owned<PsdDocument> document;
-        const PsdReadResult result = OpenDocument(document, stream, kReadMerged);
+        const PsdReadResult result = OpenDocument(document, stream, kReadMerged, kMergedKeptIfReal);
         if (result != PsdReadResult::kOk) return result;
         if (document->resources.versionInfo.hasRealMergedData)
             return TakeImage(*document, document->mergedPixels, picture);

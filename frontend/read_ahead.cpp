@@ -8,13 +8,13 @@ namespace {
 
 // Bytes between the buffer's start and the position. Unsigned, so that a position before the start, or a
 // start that no file can have, is as far away as can be.
-uint64_t BufferOffset(const ReadAhead& stream) {
+TESSARY_WRAPS uint64_t BufferOffset(const ReadAhead& stream) {
     return static_cast<uint64_t>(stream.position) - static_cast<uint64_t>(stream.bufferStart);
 }
 
 bool HoldsPosition(const ReadAhead& stream) { return BufferOffset(stream) < stream.valid; }
 
-void Advance(ReadAhead& stream, uint64_t count) {
+TESSARY_WRAPS void Advance(ReadAhead& stream, uint64_t count) {
     stream.position = static_cast<int64_t>(static_cast<uint64_t>(stream.position) + count);
 }
 

@@ -32,7 +32,7 @@ void DrawWith(PsdDocument& document, PsdLayer& layer) {
     layer.width = layer.height = kLayer;
     layer.image = AllocateZeroed<uint32_t>({kLayer, kLayer});
     if (!layer.image) return;
-    for (uint32_t i = 0; i < layer.image.count(); ++i) layer.image[i] = i * 0x01030507u;
+    for (uint32_t i = 0; i < layer.image.count(); ++i) layer.image[i] = i * 0x00FDFBF7u;
     CutSizes(layer, kPropertyEffects);
     CutSizes(layer, kPropertyOldEffects);
     static_cast<void>(Render(&document, 0, 0, kCanvas, kCanvas, 1));

@@ -33,6 +33,7 @@ def main(work, documents):
         if len(data) <= LARGEST:
             write(first / "open", data)
             write(first / "render", data)
+            write(first / "com", data + bytes(32))
         for block in tagged_blocks(data):
             write(first / "descriptor", b"\3\0" + block)
     for path in pathlib.Path("frontend/resources").glob("*.rgs.in"):

@@ -108,7 +108,8 @@ void CompositeBuffer(PsdDocument& document, const PsdLayer& layer, const EffectB
 void DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area, bool isBelow) {
     EffectsRecord* effects = DrawnEffects(layer);
     if (!effects) return;
-    for (uint32_t slot = kEffectSlotCount; slot-- > 0;) {
+    for (uint32_t left = kEffectSlotCount; left > 0; --left) {
+        const uint32_t slot = left - 1;
         const SlotRow& row = kSlots[slot];
         if (!effects->present[slot] || !row.isEnabled(*effects)) continue;
         if (effects->renderPending[slot] && row.render && row.isRenderedBelow == isBelow &&

@@ -117,7 +117,7 @@ PsdReadResult ReadOldEffects(PsdDocument& document, PsdLayer& layer) {
         if (!isCommonState && row == std::end(kOldEffects)) return PsdReadResult::kBadEffectKey;
 
         const uint32_t size = ReadU32(document);
-        const uint32_t end = Position(document) + size;
+        const uint32_t end = WrapAdd(Position(document), size);
         const uint32_t version = ReadU32(document);
         if (isCommonState) {
             if (version != 0) return PsdReadResult::kBadCommonStateVersion;

@@ -75,8 +75,8 @@ PsdReadResult SpreadAndSoften(EffectBuffer& buffer, int32_t spreadPercent, int32
 
 // The place of the buffer on the canvas, so that neighbours do not repeat each other's noise.
 uint64_t NoiseSeed(const PsdLayer& layer, const EffectBuffer& buffer) {
-    const uint32_t x = static_cast<uint32_t>(layer.bounds.left) + static_cast<uint32_t>(buffer.bounds.left);
-    const uint32_t y = static_cast<uint32_t>(layer.bounds.top) + static_cast<uint32_t>(buffer.bounds.top);
+    const uint32_t x = static_cast<uint32_t>(WrapAdd(layer.bounds.left, buffer.bounds.left));
+    const uint32_t y = static_cast<uint32_t>(WrapAdd(layer.bounds.top, buffer.bounds.top));
     return uint64_t{y} << 32 | x;
 }
 

@@ -53,6 +53,15 @@ PsdReadResult ReadSettings(PsdDocument& document, PsdLayer& layer, uint32_t, uin
     return Read(document, layer);
 }
 
+// A few bytes make a record of some hundred. All of a document may take so much for each byte that has
+// arrived, which is more than sound blocks ask for.
+bool ClaimRecord(PsdDocument& document, const PsdLayer& layer) {
+    constexpr uint64_t kAlwaysAllowed = 16u << 20;
+    constexpr uint64_t kPerByte = 24;
+    document.recordBytes += layer.propertyList.entries[layer.propertyList.count - 1].recordBytes;
+    return document.recordBytes <= kAlwaysAllowed + kPerByte * document.reader.delivered;
+}
+
 constexpr PropertyRow kPropertyRows[] = {
     {FourCC("levl"), kPropertyLevels, kLayerLevels, ReadAdjustment<LevelsRecord, ReadLevels>},
     {FourCC("curv"), kPropertyCurves, kLayerCurves, ReadAdjustment<CurvesRecord, ReadCurves>},
@@ -82,7 +91,10 @@ PsdReadResult ReadPropertyBlock(PsdDocument& document, PsdLayer& layer, uint32_t
         if (row.key != key) continue;
         if (layer.propertyList.count == PsdPropertyList::kCapacity) return PsdReadResult::kOk;
         if (row.layerKind != kKindUnchanged) layer.layerKind = row.layerKind;
-        return row.reader(document, layer, row.propertyCode, Position(document) + length);
+        const PsdReadResult result =
+            row.reader(document, layer, row.propertyCode, WrapAdd(Position(document), length));
+        if (result != PsdReadResult::kOk) return result;
+        return ClaimRecord(document, layer) ? PsdReadResult::kOk : PsdReadResult::kOutOfMemory;
     }
     return PsdReadResult::kOk;
 }

@@ -11,6 +11,11 @@
 #include "document/checked_math.h"
 #include "render/pixel.h"
 
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define TESSARY_SSE2 1
+#endif
+
 namespace tessary {
 namespace {
 
@@ -51,10 +56,67 @@ struct Chunk {
     const uint32_t* palette;  // 256 entries
 };
 
+// Both bytes are stored as 255 - ink. Equals (65535 - (255 - x) * k - 256 * (255 - k)) >> 8, so full ink
+// without black is 1, not 0.
+constexpr uint32_t InkToByte(uint32_t x, uint32_t k) { return (255 + k * (x + 1)) >> 8; }
+
+// The first pixels of a chunk, sixteen at a time; tells how many. The compiler's own way to bytes in words
+// takes several times as long.
+#if defined(TESSARY_SSE2)
+__m128i Load16(const uint8_t* bytes) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes)); }
+
+void Store16(uint32_t* pixels, __m128i alpha, __m128i red, __m128i green, __m128i blue) {
+    __m128i* const out = reinterpret_cast<__m128i*>(pixels);
+    const __m128i lowBg = _mm_unpacklo_epi8(blue, green), highBg = _mm_unpackhi_epi8(blue, green);
+    const __m128i lowRa = _mm_unpacklo_epi8(red, alpha), highRa = _mm_unpackhi_epi8(red, alpha);
+    _mm_storeu_si128(out, _mm_unpacklo_epi16(lowBg, lowRa));
+    _mm_storeu_si128(out + 1, _mm_unpackhi_epi16(lowBg, lowRa));
+    _mm_storeu_si128(out + 2, _mm_unpacklo_epi16(highBg, highRa));
+    _mm_storeu_si128(out + 3, _mm_unpackhi_epi16(highBg, highRa));
+}
+
+size_t PackSteps(const uint8_t* alpha, const uint8_t* red, const uint8_t* green, const uint8_t* blue,
+                 uint32_t* pixels, size_t count) {
+    size_t i = 0;
+    for (; i + 16 <= count; i += 16)
+        Store16(pixels + i, Load16(alpha + i), Load16(red + i), Load16(green + i), Load16(blue + i));
+    return i;
+}
+
+// InkToByte: no sum is above 16 bits.
+__m128i InkToBytes(__m128i x, __m128i k) {
+    const __m128i zero = _mm_setzero_si128(), one = _mm_set1_epi16(1), round = _mm_set1_epi16(255);
+    const auto half = [&](__m128i xs, __m128i ks) {
+        return _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(ks, _mm_add_epi16(xs, one)), round), 8);
+    };
+    return _mm_packus_epi16(half(_mm_unpacklo_epi8(x, zero), _mm_unpacklo_epi8(k, zero)),
+                            half(_mm_unpackhi_epi8(x, zero), _mm_unpackhi_epi8(k, zero)));
+}
+
+size_t InkSteps(const Chunk& in, uint32_t* pixels, size_t count) {
+    size_t i = 0;
+    for (; i + 16 <= count; i += 16) {
+        const __m128i k = Load16(in.color[3] + i);
+        const auto ink = [&](int plane) { return InkToBytes(Load16(in.color[plane] + i), k); };
+        Store16(pixels + i, Load16(in.alpha + i), ink(0), ink(1), ink(2));
+    }
+    return i;
+}
+#else
+size_t PackSteps(const uint8_t*, const uint8_t*, const uint8_t*, const uint8_t*, uint32_t*, size_t) {
+    return 0;
+}
+size_t InkSteps(const Chunk&, uint32_t*, size_t) { return 0; }
+#endif
+
+void PackPixels(const uint8_t* alpha, const uint8_t* red, const uint8_t* green, const uint8_t* blue,
+                uint32_t* pixels, size_t count) {
+    for (size_t i = PackSteps(alpha, red, green, blue, pixels, count); i < count; ++i)
+        pixels[i] = PackPixel(alpha[i], red[i], green[i], blue[i]);
+}
+
 void GrayChunk(const Chunk& in, uint32_t* pixels, size_t count) {
-    const uint8_t* alpha = in.alpha;
-    const uint8_t* gray = in.color[0];
-    for (size_t i = 0; i < count; ++i) pixels[i] = PackPixel(alpha[i], gray[i], gray[i], gray[i]);
+    PackPixels(in.alpha, in.color[0], in.color[0], in.color[0], pixels, count);
 }
 
 void IndexedChunk(const Chunk& in, uint32_t* pixels, size_t count) {
@@ -64,27 +126,14 @@ void IndexedChunk(const Chunk& in, uint32_t* pixels, size_t count) {
 }
 
 void RgbChunk(const Chunk& in, uint32_t* pixels, size_t count) {
-    const uint8_t* alpha = in.alpha;
-    const uint8_t* red = in.color[0];
-    const uint8_t* green = in.color[1];
-    const uint8_t* blue = in.color[2];
-    for (size_t i = 0; i < count; ++i) pixels[i] = PackPixel(alpha[i], red[i], green[i], blue[i]);
+    PackPixels(in.alpha, in.color[0], in.color[1], in.color[2], pixels, count);
 }
 
-// Both bytes are stored as 255 - ink. Equals (65535 - (255 - x) * k - 256 * (255 - k)) >> 8, so full ink
-// without black is 1, not 0.
-constexpr uint32_t InkToByte(uint32_t x, uint32_t k) { return (255 + k * (x + 1)) >> 8; }
-
 void CmykChunk(const Chunk& in, uint32_t* pixels, size_t count) {
-    const uint8_t* alpha = in.alpha;
-    const uint8_t* cyan = in.color[0];
-    const uint8_t* magenta = in.color[1];
-    const uint8_t* yellow = in.color[2];
-    const uint8_t* black = in.color[3];
-    for (size_t i = 0; i < count; ++i) {
-        const uint32_t k = black[i];
-        pixels[i] =
-            PackPixel(alpha[i], InkToByte(cyan[i], k), InkToByte(magenta[i], k), InkToByte(yellow[i], k));
+    for (size_t i = InkSteps(in, pixels, count); i < count; ++i) {
+        const uint32_t k = in.color[3][i];
+        const auto ink = [&](int plane) { return InkToByte(in.color[plane][i], k); };
+        pixels[i] = PackPixel(in.alpha[i], ink(0), ink(1), ink(2));
     }
 }
 
@@ -102,19 +151,31 @@ struct LinearRgb {
     double red, green, blue;
 };
 
-LinearRgb LabToLinear(int32_t lightness, int32_t a, int32_t b) {
-    const auto f = [](double t) {
-        const double cube = t * t * t;
-        return cube > 0.008856 ? cube : t * 0.1284191601386927;
-    };
+double CubeOfLab(double t) {
+    const double cube = t * t * t;
+    return cube > 0.008856 ? cube : t * 0.1284191601386927;
+}
+
+// What lightness and one of a and b alone give to linear colours; LabToLinear is the sum of both.
+LinearRgb LinearOfLightnessAndA(int32_t lightness, int32_t a) {
     const double fy = (lightness + 16.0) / 116;
-    const double fx = fy + a * 0.002;
-    const double fz = fy - b * 0.005;
-    const double x = f(fx) * 95.047 / 100;
-    const double y = f(fy) * 100.0 / 100;
-    const double z = f(fz) * 108.883 / 100;
-    return {3.2406 * x - 1.5372 * y - 0.4986 * z, -0.9689 * x + 1.8758 * y + 0.0415 * z,
-            0.0557 * x - 0.2040 * y + 1.0570 * z};
+    const double x = CubeOfLab(fy + a * 0.002) * 95.047 / 100;
+    const double y = CubeOfLab(fy) * 100.0 / 100;
+    return {3.2406 * x - 1.5372 * y, -0.9689 * x + 1.8758 * y, 0.0557 * x - 0.2040 * y};
+}
+
+LinearRgb LinearOfLightnessAndB(int32_t lightness, int32_t b) {
+    const double fy = (lightness + 16.0) / 116;
+    const double z = CubeOfLab(fy - b * 0.005) * 108.883 / 100;
+    return {-(0.4986 * z), 0.0415 * z, 1.0570 * z};
+}
+
+LinearRgb operator+(const LinearRgb& one, const LinearRgb& other) {
+    return {one.red + other.red, one.green + other.green, one.blue + other.blue};
+}
+
+LinearRgb LabToLinear(int32_t lightness, int32_t a, int32_t b) {
+    return LinearOfLightnessAndA(lightness, a) + LinearOfLightnessAndB(lightness, b);
 }
 
 // Truncates to a byte; what lies outside 0..1 is clamped and a value that is not a number becomes 0.
@@ -127,19 +188,19 @@ uint32_t EncodeGamma(double linear) {
     return FractionToByte(linear > 0.0031308 ? 1.055 * std::pow(linear, 1 / 2.4) - 0.055 : 12.92 * linear);
 }
 
-// EncodeGamma without its power. Cells are so narrow that a byte ends in a cell at most once: where it does,
-// `next` is the first value that gives the following byte. The last cell holds all values from 1 on, because
-// the curve reaches 255 just above 1.
+// EncodeGamma without its power. Cells are so narrow that a byte ends in a cell at most once. The last cell
+// holds all values from 1 on, because the curve reaches 255 just above 1.
 struct GammaTable {
     static constexpr uint32_t kCells = 4096;
-    double next[kCells + 1];
+    double first[257];  // the least value that gives this byte; none does for the last
     uint8_t byte[kCells + 1];
 
     GammaTable() {
-        std::fill(std::begin(next), std::end(next), std::numeric_limits<double>::infinity());
         for (uint32_t cell = 0; cell <= kCells; ++cell) {
             byte[cell] = static_cast<uint8_t>(EncodeGamma(static_cast<double>(cell) / kCells));
         }
+        first[0] = 0;
+        first[256] = std::numeric_limits<double>::infinity();
         for (uint32_t n = 1; n <= 255; ++n) {
             // Positive doubles are ordered as their bit patterns are.
             uint64_t below = 0, reached = std::bit_cast<uint64_t>(2.0);
@@ -147,31 +208,67 @@ struct GammaTable {
                 const uint64_t middle = below + (reached - below) / 2;
                 (EncodeGamma(std::bit_cast<double>(middle)) >= n ? reached : below) = middle;
             }
-            const double first = std::bit_cast<double>(reached);
-            if (byte[CellOf(first)] < n) next[CellOf(first)] = first;
+            first[n] = std::bit_cast<double>(reached);
         }
     }
 
     static uint32_t CellOf(double linear) {
-        const double inside = linear > 0 ? std::min(linear, 1.0) : 0.0;
-        return static_cast<uint32_t>(inside * kCells);
+        return static_cast<uint32_t>(static_cast<int32_t>(std::max(std::min(linear, 1.0), 0.0) * kCells));
     }
-    uint32_t Encode(double linear) const {
-        const uint32_t cell = CellOf(linear);
-        return byte[cell] + (linear >= next[cell] ? 1u : 0u);
+    uint32_t Encode(double linear, uint32_t cell) const {
+        const uint32_t lower = byte[cell];
+        return lower + (linear >= first[lower + 1] ? 1u : 0u);
     }
 };
 
+// The stored bytes know 100 lightnesses and 256 values each of a and b.
+struct LabTables {
+    static constexpr size_t kLightnesses = 100;
+    LinearRgb ofA[kLightnesses][256];
+    LinearRgb ofB[kLightnesses][256];
+    GammaTable gamma;
+
+    LabTables() {
+        for (size_t lightness = 0; lightness < kLightnesses; ++lightness) {
+            for (int32_t i = 0; i < 256; ++i) {
+                const size_t at = static_cast<size_t>(i);
+                ofA[lightness][at] = LinearOfLightnessAndA(static_cast<int32_t>(lightness), i - 128);
+                ofB[lightness][at] = LinearOfLightnessAndB(static_cast<int32_t>(lightness), i - 128);
+            }
+        }
+    }
+};
+
+// In stages, so that the compiler takes several pixels at once through the middle one, without branches.
 void LabChunk(const Chunk& in, uint32_t* pixels, size_t count) {
-    static const GammaTable gamma;
-    for (size_t i = 0; i < count; ++i) {
-        const int32_t lightness = in.color[0][i] * 100 >> 8;
-        const int32_t a = in.color[1][i] - 128;
-        const int32_t b = in.color[2][i] - 128;
-        const LinearRgb linear = LabToLinear(lightness, a, b);
-        const uint32_t color =
-            PackPixel(0, gamma.Encode(linear.red), gamma.Encode(linear.green), gamma.Encode(linear.blue));
-        pixels[i] = uint32_t{in.alpha[i]} << 24 | ((lightness | a | b) == 0 ? 0 : color);
+    static const LabTables tables;
+    constexpr size_t kStage = 128;
+    double red[kStage], green[kStage], blue[kStage];
+    uint32_t redCell[kStage], greenCell[kStage], blueCell[kStage], mask[kStage];
+    for (size_t at = 0; at < count; at += kStage) {
+        const size_t stage = std::min(kStage, count - at);
+        for (size_t i = 0; i < stage; ++i) {
+            const uint32_t lightness = in.color[0][at + i] * 100u >> 8;
+            const uint32_t a = in.color[1][at + i], b = in.color[2][at + i];
+            const LinearRgb& ofA = tables.ofA[lightness][a];
+            const LinearRgb& ofB = tables.ofB[lightness][b];
+            red[i] = ofA.red + ofB.red;
+            green[i] = ofA.green + ofB.green;
+            blue[i] = ofA.blue + ofB.blue;
+            // The curve does not reach black by itself.
+            const uint32_t isBlack = (lightness | (a ^ 128) | (b ^ 128)) == 0;
+            mask[i] = isBlack - 1;
+        }
+        for (size_t i = 0; i < stage; ++i) redCell[i] = GammaTable::CellOf(red[i]);
+        for (size_t i = 0; i < stage; ++i) greenCell[i] = GammaTable::CellOf(green[i]);
+        for (size_t i = 0; i < stage; ++i) blueCell[i] = GammaTable::CellOf(blue[i]);
+        for (size_t i = 0; i < stage; ++i) {
+            const GammaTable& gamma = tables.gamma;
+            const uint32_t color =
+                PackPixel(0, gamma.Encode(red[i], redCell[i]), gamma.Encode(green[i], greenCell[i]),
+                          gamma.Encode(blue[i], blueCell[i]));
+            pixels[at + i] = uint32_t{in.alpha[at + i]} << 24 | (color & mask[i]);
+        }
     }
 }
 
@@ -215,7 +312,7 @@ void BitmapRows(const PlaneBlock& block, uint32_t firstRow, uint32_t endRow, uin
         }
         const uint8_t* bits = block.color[0] + y * rowBytes;
         // A set bit is black.
-        const auto pixelOf = [](uint32_t bit) { return 0xFF000000u | (((bit & 1) - 1) & 0x00FFFFFF); };
+        const auto pixelOf = [](uint32_t bit) { return 0xFFFFFFFFu - (bit & 1) * 0x00FFFFFFu; };
         for (size_t x = 0; x < width / 8 * 8; x += 8) {
             for (uint32_t i = 0; i < 8; ++i) out[x + i] = pixelOf(uint32_t{bits[x / 8]} >> (7 - i));
         }
@@ -256,6 +353,12 @@ uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount) {
     return mode ? mode->colorPlanes : 1;
 }
 
+bool ConvertsPlanes(const PlaneBlock& block) {
+    if (block.colorMode == kBitmap && block.depth == 1) return true;
+    const ModeRow* mode = FindMode(block.colorMode, block.planeCount);
+    return mode && (block.depth == 8 || (mode->allDepths && (block.depth == 16 || block.depth == 32)));
+}
+
 void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount, uint32_t* pixels) {
     // Without a width there may be four billion rows of nothing.
     if (firstRow >= block.height || block.width == 0) return;
@@ -264,9 +367,8 @@ void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount
         BitmapRows(block, firstRow, firstRow + rows, pixels);
         return;
     }
+    if (!ConvertsPlanes(block)) return;
     const ModeRow* mode = FindMode(block.colorMode, block.planeCount);
-    if (!mode || !(block.depth == 8 || (mode->allDepths && (block.depth == 16 || block.depth == 32)))) return;
-
     const bool transparent = block.alpha && block.planeCount == mode->planesWithTransparency;
     const auto palette = mode->colorMode == kIndexed ? FullPalette(block) : std::array<uint32_t, 256>{};
     const size_t sampleBytes = block.depth / 8;

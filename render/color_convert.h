@@ -32,6 +32,9 @@ uint32_t PlanesWithTransparency(uint32_t colorMode);
 // Colour planes that the conversion of a mode looks at: 1, 3 or 4.
 uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount);
 
+// Whether ConvertPlanes does anything with planes of this mode and depth.
+bool ConvertsPlanes(const PlaneBlock& block);
+
 // Converts rows [firstRow, firstRow + rowCount) of the block, cut at its height. `pixels` is the whole image,
 // width x height words. 1 bit exists for bitmaps, 8 bits for all other modes, 16 and 32 bits for grayscale,
 // duotone, RGB, CMYK and Lab; any other combination leaves the pixels as they are. Samples of 16 bits are cut

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cstring>
 
+#include "document/checked_math.h"
+
 namespace tessary {
 
 namespace {
 
 // Bits without pattern for every key (the finaliser of a 64-bit counter generator).
-uint64_t MixBits(uint64_t key) {
+TESSARY_WRAPS uint64_t MixBits(uint64_t key) {
     key = (key ^ key >> 30) * 0xBF58476D1CE4E5B9u;
     key = (key ^ key >> 27) * 0x94D049BB133111EBu;
     return key ^ key >> 31;
@@ -64,7 +66,7 @@ void SetColorKeepAlpha(uint32_t* pixels, size_t count, uint32_t color) {
     for (size_t i = 0; i < count; ++i) pixels[i] = (pixels[i] & 0xFF000000) | colorBytes;
 }
 
-int32_t NoiseAt(uint64_t seed, uint64_t index, int32_t reach) {
+TESSARY_WRAPS int32_t NoiseAt(uint64_t seed, uint64_t index, int32_t reach) {
     const uint64_t steps = static_cast<uint64_t>(2 * reach + 1);
     const uint64_t random = MixBits(MixBits(seed) + index * 0x9E3779B97F4A7C15u) >> 32;
     return static_cast<int32_t>(random * steps >> 32) - reach;

@@ -6,7 +6,7 @@
 
 namespace tessary {
 
-PsdReadResult EnsureNoiseMap(PsdDocument& document, uint64_t seed) {
+TESSARY_WRAPS PsdReadResult EnsureNoiseMap(PsdDocument& document, uint64_t seed) {
     if (document.noiseMap) return PsdReadResult::kOk;
     document.noiseMap = AllocateZeroed<uint8_t>({document.width, document.height});
     if (!document.noiseMap) return PsdReadResult::kOutOfMemory;

@@ -21,10 +21,15 @@ TEST(Bombs, AreRefusedOrReadInLittleMemory) {
     Bytes noRuns(100000, 0x80), earlyEnd = ByteWriter().U16(2).Raw(Zip(Bytes(50)));
     noRuns[0] = 0, noRuns[1] = 1;
     earlyEnd.resize(60000);
-    DocumentBuilder repeated = Small(), gray(kColorGrayscale, 8, 1, 8000, 8000);
+    DocumentBuilder repeated = Small(), gray(kColorGrayscale, 8, 1, 8000, 8000),
+                    many(kColorGrayscale, 8, 1, 12000, 12000);
     for (int i = 0; i < 10000; ++i) repeated.Resource(i % 2 ? 1036 : 1060, Bytes(40));
     LayerBuilder channels = Layer(0);
     for (int16_t i = 0; i < 32766; ++i) channels.ChannelData(i, {});
+    DocumentBuilder crowded = Small();
+    LayerBuilder blocks = Layer(0);
+    for (int i = 0; i < 20; ++i) blocks.Block("lrFX", Bytes(4));
+    for (int i = 0; i < 1500; ++i) crowded.Layer(blocks);
     ByteWriter lists = ByteWriter().U32(0).U32(16).ClassName("null").U32(1).ItemHead("deep", "VlLs");
     for (int i = 0; i < 100000; ++i) lists.U32(1).Text("VlLs");
     const struct {
@@ -34,10 +39,13 @@ TEST(Bombs, AreRefusedOrReadInLittleMemory) {
         uint64_t largest;
     } cases[] = {
         {"pixels without data", gray.MergedData({0, 0}).Build(), kRefused, kLittle},
+        {"a few samples of many", many.MergedData(ByteWriter().U16(2).Raw(Zip(Bytes(2000000)))).Build(),
+         kRefused, UINT64_MAX},
         {"zip that ends", Small(20000).MergedData(earlyEnd).Build(), kRefused, UINT64_MAX},
         {"no runs", Small().Layer(LayerBuilder(wide).ChannelData(0, noRuns)).Build(), kRefused, UINT64_MAX},
         {"repeated resources", repeated.Build(), kRead, kLittle},
         {"exclusions", Small().Layer(channels.Block("brst", Bytes(1000000))).Build(), kRead, kLittle},
+        {"effects of nothing", crowded.Build(), kRefused, kLittle},
         {"nested lists", Small().Layer(Layer(0).Block("lfx2", lists.U32(0))).Build(), kRead, kLittle},
     };
     for (const auto& test : cases) {

@@ -3,14 +3,15 @@
 
 Every product file has a rank. Files of the same rank may include each other's headers. One file is allowed to include
 upwards: the reader of tagged blocks calls the readers of properties. Only document/platform.{h,cpp} may include
-headers of the system beyond the C++ library and zlib.
+headers of the system beyond the C++ library, zlib and the compiler's SSE2.
 """
 import pathlib
 import re
 import sys
 
 LEAVES = {
-    "document": {"platform", "checked_math", "big_endian", "psd_result", "channel_codec"},
+    "document": {"platform", "checked_math", "big_endian", "psd_result", "channel_codec",
+                 "inflater"},
     "render": {"pixel", "image_ops", "integer_hsl", "color_convert"},
 }
 BASE = {"psd_document", "byte_reader"}
@@ -43,7 +44,7 @@ def check(path, text):
             continue
         bracket, included = match.groups()
         if bracket == "<":
-            portable = STANDARD.match(included) or included == "zlib.h"
+            portable = STANDARD.match(included) or included in ("zlib.h", "emmintrin.h")
             if own < 7 and not portable and not path.startswith("document/platform."):
                 yield f"{path}:{number}: only the platform files may include <{included}>"
             continue

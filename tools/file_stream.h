@@ -1,62 +1,19 @@
-// Streams for the native tools: over a file, and over bytes that are in memory already.
+// A stream over a file, for the native tools.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
-#include <span>
 
 #include "document/platform.h"
 
 namespace tessary::tools {
 
-// What both streams share: a position that moves inside a known size.
-class SizedStream : public IStream {
-public:
-    HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* newPosition) override {
-        const int64_t base = origin == STREAM_SEEK_SET   ? 0
-                             : origin == STREAM_SEEK_CUR ? static_cast<int64_t>(m_position)
-                                                         : static_cast<int64_t>(m_size);
-        if (move.QuadPart < -base || move.QuadPart > INT64_MAX - base) return E_INVALIDARG;
-        m_position = static_cast<uint64_t>(base + move.QuadPart);
-        if (newPosition) newPosition->QuadPart = m_position;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD) override {
-        if (!stat) return E_INVALIDARG;
-        stat->cbSize.QuadPart = m_size;
-        return S_OK;
-    }
-
-protected:
-    ~SizedStream() = default;
-    uint64_t Left() const { return m_position < m_size ? m_size - m_position : 0; }
-
-    uint64_t m_position = 0;
-    uint64_t m_size = 0;
-};
-
-class ByteStream final : public SizedStream {
-public:
-    explicit ByteStream(std::span<const uint8_t> bytes) : m_bytes(bytes) { m_size = bytes.size(); }
-
-    HRESULT STDMETHODCALLTYPE Read(void* buffer, ULONG count, ULONG* read) override {
-        const size_t taken = static_cast<size_t>(std::min<uint64_t>(count, Left()));
-        if (taken) std::memcpy(buffer, m_bytes.data() + m_position, taken);
-        m_position += taken;
-        if (read) *read = static_cast<ULONG>(taken);
-        return taken == count ? S_OK : S_FALSE;
-    }
-
-private:
-    std::span<const uint8_t> m_bytes;
-};
-
-class FileStream final : public SizedStream {
+class FileStream final : public IStream {
 public:
     explicit FileStream(const char* path) : m_file(std::fopen(path, "rb")) {
-        if (!m_file || fseeko(m_file, 0, SEEK_END) != 0) return;
+        if (!m_file) return;
+        std::setvbuf(m_file, nullptr, _IONBF, 0);  // the reader has a buffer of its own
+        if (fseeko(m_file, 0, SEEK_END) != 0) return;
         const off_t size = ftello(m_file);
         m_size = size > 0 ? static_cast<uint64_t>(size) : 0;
     }
@@ -78,8 +35,25 @@ public:
         return std::ferror(m_file) ? E_FAIL : taken == count ? S_OK : S_FALSE;
     }
 
+    HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* newPosition) override {
+        const int64_t base = origin == STREAM_SEEK_SET   ? 0
+                             : origin == STREAM_SEEK_CUR ? static_cast<int64_t>(m_position)
+                                                         : static_cast<int64_t>(m_size);
+        if (move.QuadPart < -base || move.QuadPart > INT64_MAX - base) return E_INVALIDARG;
+        m_position = static_cast<uint64_t>(base + move.QuadPart);
+        if (newPosition) newPosition->QuadPart = m_position;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD) override {
+        if (!stat) return E_INVALIDARG;
+        stat->cbSize.QuadPart = m_size;
+        return S_OK;
+    }
+
 private:
     std::FILE* m_file;
+    uint64_t m_position = 0;
+    uint64_t m_size = 0;
 };
 
 }  // namespace tessary::tools

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Fuzzes each target for SECONDS (60 when not given) from inputs made here, and fails on a crash, a hang, a leak or too
 # much memory. What the targets learn stays in the build directory, so that runs go on where the last one ended, and so
-# does what they find. TARGETS names some of the targets; TESSARY_CORPUS a folder of documents.
+# does what they find. TARGETS names some of the targets; TESSARY_CORPUS a folder of documents. With 0 seconds nothing
+# is fuzzed: what has been learnt is reduced to the inputs that are needed for it, in build/fuzz/work/least/TARGET.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
@@ -10,22 +11,29 @@ work=$build/work
 corpus=${TESSARY_CORPUS:-../shared/corpus}/files
 
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz --target make_samples open_fuzzer render_fuzzer descriptor_fuzzer script_fuzzer
+cmake --build --preset fuzz --target make_samples {open,render,com,descriptor,script}_fuzzer
 mkdir -p "$work/samples" "$work/found"
 $build/make_samples "$work/samples"
 python3 fuzz/first_inputs.py "$work" "$corpus"
 
 export ASAN_OPTIONS=allocator_may_return_null=1:quarantine_size_mb=32:detect_stack_use_after_return=0
 status=0
-for target in ${TARGETS:-open render descriptor script}; do
+for target in ${TARGETS:-open render com descriptor script}; do
     case $target in
-    open | render) max_length=65536 ;;
+    open | render | com) max_length=65536 ;;
     *) max_length=8192 ;;
     esac
     mkdir -p "$work/$target"
     echo "== $target"
+    if [ "$seconds" -eq 0 ]; then
+        rm -rf "$work/least/$target" && mkdir -p "$work/least/$target"
+        $build/${target}_fuzzer -merge=1 "$work/least/$target" "$work/$target" "$work/first/$target" \
+            -max_len=$max_length >"$work/$target.log" 2>&1 || status=1
+        echo "$(find "$work/least/$target" -type f | wc -l) inputs"
+        continue
+    fi
     $build/${target}_fuzzer "$work/$target" "$work/first/$target" -max_total_time="$seconds" \
-        -max_len=$max_length -rss_limit_mb=2048 -timeout=10 -dict="$work/keys.dict" \
+        -max_len=$max_length -rss_limit_mb=2048 -timeout=60 -dict="$work/keys.dict" \
         -artifact_prefix="$work/found/$target-" -print_final_stats=1 >"$work/$target.log" 2>&1 || status=1
     grep -E 'DONE|ERROR|SUMMARY|runtime error|stat::number_of_executed_units|stat::peak_rss' "$work/$target.log" || true
 done

@@ -2,7 +2,7 @@
 # Installs what building and testing need on Debian 12 and is not there yet. Needs root (or sudo) only then.
 set -euo pipefail
 packages=(cmake ninja-build g++ g++-mingw-w64-x86-64-posix libz-mingw-w64-dev zlib1g-dev libpng-dev
-    googletest libgtest-dev libgmock-dev wine wine64 python3 clang-format ccache)
+    googletest libgtest-dev libgmock-dev wine wine64 python3 clang-format ccache clang libclang-rt-14-dev)
 missing=()
 for package in "${packages[@]}" "$@"; do
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")

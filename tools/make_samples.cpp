@@ -21,6 +21,12 @@ namespace {
 
 using namespace test;
 
+// Small documents say the same in fewer pixels.
+struct Scale {
+    int32_t part;
+    int32_t operator()(int32_t pixels) const { return std::max(pixels / part, 1); }
+};
+
 using Writer = std::function<void(const std::string& name, const Bytes& bytes)>;
 
 LayerBuilder LayerOf(const Picture& picture, std::string_view name, int32_t left = 0, int32_t top = 0) {
@@ -52,8 +58,12 @@ DocumentBuilder Layered(int32_t width, int32_t height, uint32_t depth = 8) {
                            kCompressionPackBits);
 }
 
-void WriteFlatSamples(const Writer& write) {
-    const Picture scene = Scene(160, 120);
+void WriteFlatSamples(const Writer& write, Scale px) {
+    const Picture scene = Scene(px(160), px(120));
+    const auto document = [&](PsdColorMode mode, uint32_t depth, uint32_t channels) {
+        return DocumentBuilder(mode, depth, channels, static_cast<uint32_t>(px(160)),
+                               static_cast<uint32_t>(px(120)));
+    };
     const struct {
         const char* name;
         PsdColorMode mode;
@@ -79,88 +89,88 @@ void WriteFlatSamples(const Writer& write) {
         {"multichannel", kColorMultichannel, 8, 3, kCompressionRaw},
     };
     for (const auto& sample : samples) {
-        DocumentBuilder document(sample.mode, sample.depth, sample.channels, 160, 120);
-        Describe(document).Merged(PlanesOf(scene, sample.mode, sample.depth, sample.channels),
-                                  sample.compression);
-        if (sample.mode == kColorRgb) document.Resource(1039, TinyProfile());
-        if (sample.mode == kColorDuotone) document.ColorModeData(ByteWriter().U16(1).U16(1).Zeros(528));
-        write(sample.name, document.Build());
+        DocumentBuilder sampled = document(sample.mode, sample.depth, sample.channels);
+        Describe(sampled).Merged(PlanesOf(scene, sample.mode, sample.depth, sample.channels),
+                                 sample.compression);
+        if (sample.mode == kColorRgb) sampled.Resource(1039, TinyProfile());
+        if (sample.mode == kColorDuotone) sampled.ColorModeData(ByteWriter().U16(1).U16(1).Zeros(528));
+        write(sample.name, sampled.Build());
     }
-    DocumentBuilder bitmap(kColorBitmap, 1, 1, 160, 120);
+    DocumentBuilder bitmap = document(kColorBitmap, 1, 1);
     write("bitmap", Describe(bitmap).Merged(BitmapPlane(scene), kCompressionPackBits).Build());
-    DocumentBuilder indexed(kColorIndexed, 8, 1, 160, 120);
+    DocumentBuilder indexed = document(kColorIndexed, 8, 1);
     Describe(indexed).ColorModeData(PaletteTables()).Resource(1046, ByteWriter().U16(217));
     indexed.Resource(1047, ByteWriter().U16(kTransparentEntry));
     write("indexed-transparent", indexed.Merged(IndexedPlane(scene), kCompressionPackBits).Build());
     // A fourth channel with a name is no transparency: the picture stays opaque.
-    DocumentBuilder named(kColorRgb, 8, 4, 160, 120);
+    DocumentBuilder named = document(kColorRgb, 8, 4);
     Describe(named).Resource(1006, ByteWriter().Pascal("oval", 1)).Merged(PlanesOf(scene, kColorRgb, 8, 4));
     write("rgb8-named-alpha", named.Build());
 }
 
-void WriteLayeredSamples(const Writer& write) {
-    constexpr int32_t kCell = 56, kColumns = 8;
+void WriteLayeredSamples(const Writer& write, Scale px) {
+    constexpr int32_t kColumns = 8;
+    const int32_t cell = px(56), gap = px(4), tileSide = px(50);
     const char* const modes[] = {"norm", "diss", "dark", "mul ", "idiv", "lbrn", "lite", "scrn",
                                  "div ", "lddg", "over", "sLit", "hLit", "vLit", "lLit", "pLit",
                                  "hMix", "diff", "smud", "hue ", "sat ", "colr", "lum "};
-    Picture back(kCell * kColumns, kCell * 3);
+    Picture back(cell * kColumns, cell * 3);
     for (int32_t row = 0; row < 3; ++row) {
-        const double top = row * kCell;
-        back.Draw(Box(0, top, back.width, top + kCell), [=](Point p) {
-            return Mix(Hues(kCell, 1)(p), 0xFF000000, (p.y - top) / kCell * 1.1 - 0.1);
-        });
+        const double top = row * cell;
+        back.Draw(Box(0, top, back.width, top + cell),
+                  [=](Point p) { return Mix(Hues(cell, 1)(p), 0xFF000000, (p.y - top) / cell * 1.1 - 0.1); });
     }
     DocumentBuilder blend = Layered(back.width, back.height);
     blend.Layer(LayerOf(back, "background"));
     for (int32_t i = 0; i < static_cast<int32_t>(std::size(modes)); ++i) {
-        Picture disc(kCell - 8, kCell - 8);
-        disc.Draw(Disc(24, 24, 23), Down({0xFFFFF0D0, 0xE0E07030, 0x90203060}, 48));
+        Picture disc(cell - 2 * gap, cell - 2 * gap);
+        disc.Draw(Disc(px(24), px(24), px(23)), Down({0xFFFFF0D0, 0xE0E07030, 0x90203060}, px(48)));
         blend.Layer(
-            LayerOf(disc, modes[i], i % kColumns * kCell + 4, i / kColumns * kCell + 4).Mode(modes[i]));
+            LayerOf(disc, modes[i], i % kColumns * cell + gap, i / kColumns * cell + gap).Mode(modes[i]));
     }
     write("blend-modes", blend.Build());
 
-    const Picture scene = Scene(160, 120);
-    Picture half(160, 120), spot(60, 60), tile(50, 50);
-    half.Draw(Box(60, -9, 200, 200), Flat(~0u), 80);
-    spot.Draw(Disc(30, 30, 20), Flat(~0u), 20);
-    tile.Draw(Box(2, 2, 48, 48, 9), Down({0xFFF25C54, 0xFF7A2E8E}, 50));
+    const Picture scene = Scene(px(160), px(120));
+    Picture half(px(160), px(120)), spot(px(60), px(60)), tile(tileSide, tileSide);
+    half.Draw(Box(px(60), -9, px(200), px(200)), Flat(~0u), px(80));
+    spot.Draw(Disc(px(30), px(30), px(20)), Flat(~0u), px(20));
+    tile.Draw(Box(px(2), px(2), px(48), px(48), px(9)), Down({0xFFF25C54, 0xFF7A2E8E}, px(50)));
 
-    DocumentBuilder masks = Layered(160, 120);
+    DocumentBuilder masks = Layered(px(160), px(120));
     masks.Layer(LayerOf(scene, "background"));
     const struct {
         int32_t left;
         uint8_t defaultColor, flags;
     } maskCases[] = {{4, 0, 0}, {54, 255, 0}, {104, 0, 2}};
     for (const auto& test : maskCases) {
-        const Rect rect{test.left - 5, 30, test.left + 55, 90};
-        masks.Layer(
-            LayerOf(tile, "masked", test.left, 35).Mask(rect, test.defaultColor, test.flags, AlphaOf(spot)));
+        const Rect rect{px(test.left) - px(5), px(30), px(test.left) - px(5) + px(60), px(30) + px(60)};
+        masks.Layer(LayerOf(tile, "masked", px(test.left), px(35))
+                        .Mask(rect, test.defaultColor, test.flags, AlphaOf(spot)));
     }
     write("masks", masks.Build());
 
-    DocumentBuilder groups = Layered(160, 120);
+    DocumentBuilder groups = Layered(px(160), px(120));
     groups.Layer(LayerOf(scene, "background"));
-    groups.Layer(GroupEnd()).Layer(LayerOf(tile, "passed through", 4, 35).Mode("scrn"));
+    groups.Layer(GroupEnd()).Layer(LayerOf(tile, "passed through", px(4), px(35)).Mode("scrn"));
     groups.Layer(GroupHead("pass", "pass").Opacity(200));
     groups.Layer(GroupEnd())
-        .Layer(LayerOf(tile, "multiplied", 54, 35))
+        .Layer(LayerOf(tile, "multiplied", px(54), px(35)))
         .Layer(GroupHead("mul ", "mul ").Opacity(128));
-    groups.Layer(GroupEnd()).Layer(LayerOf(tile, "not shown", 104, 35)).Layer(GroupHead().Hidden());
+    groups.Layer(GroupEnd()).Layer(LayerOf(tile, "not shown", px(104), px(35))).Layer(GroupHead().Hidden());
     write("groups", groups.Build());
 
     // Only the light half of the tile, only where the canvas is dark.
     const Bytes ranges = ByteWriter().U16(0x6060).U16(0xFFFF).U16(0).U16(0xA0A0).Raw(FullRanges(4));
-    Picture faded(50, 50);
-    faded.Draw(Box(2, 2, 48, 48, 9), Down({0xE0F25C54, 0x207A2E8E}, 50));
-    DocumentBuilder mixed = Layered(160, 120);
+    Picture faded(tileSide, tileSide);
+    faded.Draw(Box(px(2), px(2), px(48), px(48), px(9)), Down({0xE0F25C54, 0x207A2E8E}, px(50)));
+    DocumentBuilder mixed = Layered(px(160), px(120));
     mixed.Layer(LayerOf(scene, "background"));
-    mixed.Layer(LayerOf(faded, "dissolved", 20, 35).Mode("diss"));
-    mixed.Layer(LayerOf(tile, "ranges", 90, 35).Ranges(ranges).Block("brst", ByteWriter().U32(2)));
+    mixed.Layer(LayerOf(faded, "dissolved", px(20), px(35)).Mode("diss"));
+    mixed.Layer(LayerOf(tile, "ranges", px(90), px(35)).Ranges(ranges).Block("brst", ByteWriter().U32(2)));
     write("dissolve-and-ranges", mixed.Build());
 
     for (const AdjustmentSample& sample : AdjustmentSamples()) {
-        DocumentBuilder document = Layered(160, 120);
+        DocumentBuilder document = Layered(px(160), px(120));
         document.Layer(LayerOf(scene, "background")).Layer(Adjustment(sample.key, sample.data, &half));
         write(std::string("adjustment-") + sample.name, document.Build());
     }
@@ -168,14 +178,14 @@ void WriteLayeredSamples(const Writer& write) {
                                                      {"effect-glow", OuterGlow()},
                                                      {"effect-overlay", ColorOverlay()}};
     for (const auto& [name, block] : effects) {
-        DocumentBuilder document = Layered(160, 120);
+        DocumentBuilder document = Layered(px(160), px(120));
         document.Layer(LayerOf(scene, "background"))
-            .Layer(LayerOf(tile, "tile", 60, 35).Block("lfx2", block));
+            .Layer(LayerOf(tile, "tile", px(60), px(35)).Block("lfx2", block));
         write(name, document.Build());
     }
 
-    DocumentBuilder deep = Layered(160, 120, 16);
-    LayerBuilder layer({0, 0, 160, 120});
+    DocumentBuilder deep = Layered(px(160), px(120), 16);
+    LayerBuilder layer({0, 0, px(160), px(120)});
     const Bytes planes = PlanesOf(scene, kColorRgb, 16, 4);
     const std::ptrdiff_t planeBytes = static_cast<std::ptrdiff_t>(planes.size() / 4);
     for (int16_t i = 0; i < 4; ++i) {
@@ -183,6 +193,84 @@ void WriteLayeredSamples(const Writer& write) {
         layer.Channel(i < 3 ? i : int16_t{-1}, Bytes(begin, begin + planeBytes), kCompressionZipPrediction);
     }
     write("layers16", deep.Layer(layer).LayersInBlock("Lr16").Build());
+}
+
+// What other samples have no use for: every resource that is read, a real mask, fills and the older effects.
+void WriteFullSample(const Writer& write, Scale px) {
+    const Picture scene = Scene(px(160), px(120));
+    const Rect bounds{0, 0, scene.width, scene.height};
+    const Bytes text = ByteWriter().Unicode(u"text"), unit = ByteWriter().Fixed(2).U16(1);
+    ByteWriter slices = ByteWriter().U32(6).RectTlbr(bounds).Raw(text).U32(1);
+    slices.U32(1).U32(0).U32(1).U32(7).Raw(text).U32(1).RectTlbr(bounds).Raw(text).Raw(text).Raw(text).Raw(
+        text);
+    slices.U8(1).Raw(text).U32(0).U32(0).U32(0xFF102030);
+    ByteWriter thumbnail =
+        ByteWriter().U32(1).U32(8).U32(6).U32(24).U32(144).U32(20).U16(24).U16(1).Zeros(20);
+    const std::pair<uint16_t, Bytes> resources[] = {
+        {1006, ByteWriter().Pascal("oval", 1)},
+        {1007, ByteWriter().Zeros(8).U16(50).U8(1).U8(0)},
+        {1008, ByteWriter().Pascal("a caption", 1)},
+        {1009, unit},
+        {1011, Bytes(9, 1)},
+        {1024, {0, 1}},
+        {1026, Bytes(4, 1)},
+        {1032, ByteWriter().U32(1).U32(576).U32(576).U32(2).U32(640).U8(0).U32(320).U8(1)},
+        {1034, {1}},
+        {1036, thumbnail},
+        {1037, ByteWriter().U32(120)},
+        {1038, ByteWriter().U32(1).U32(1).Zeros(10)},
+        {1039, TinyProfile()},
+        {1042, {0, 1}},
+        {1045, text},
+        {1046, {0, 9}},
+        {1047, {0, 3}},
+        {1049, ByteWriter().U32(30)},
+        {1050, slices},
+        {1053, ByteWriter().U32(3).U32(4)},
+        {1054, ByteWriter().U32(1).U32(2).U32(3).Raw(text)},
+        {1057, ByteWriter().U32(1).U8(0).Raw(text).Raw(text).U32(1)},
+        {1058, TinyExif()},
+        {1060, TinyXmp()},
+        {1062, ByteWriter().U16(2).F32(1).F32(2).F32(3)},
+        {1064, ByteWriter().U32(1).F64(1.5)},
+        {10000, ByteWriter().U16(1).U8(1).U8(0).U32(5).U16(1)},
+    };
+    DocumentBuilder document(kColorRgb, 8, 4, static_cast<uint32_t>(px(160)), static_cast<uint32_t>(px(120)));
+    for (const auto& [id, data] : resources) document.Resource(id, data);
+    document.Resolution(144, 2).GlobalMask(ByteWriter().U16(0).U16(1).U16(2).U16(3).U16(4).U16(50).U8(1));
+
+    LayerBuilder masked = LayerOf(scene, "masked");
+    masked.RealMask(bounds, 0, 0, bounds, 255, 4).Channel(-2, AlphaOf(scene)).Channel(-3, AlphaOf(scene));
+    masked.Ranges(FullRanges(5)).Block("luni", text).Block("lnsr", ByteWriter().Text("layr"));
+    masked.Block("lyid", ByteWriter().U32(7)).Block("clbl", Bytes(4, 1)).Block("infx", Bytes(4, 1));
+    masked.Block("knko", Bytes(4, 1)).Block("lspf", ByteWriter().U32(7)).Block("lclr", Bytes(8, 1));
+    masked.Block("fxrp", ByteWriter().F64(1).F64(2)).Block("tsly", Bytes(4)).Block("lmgm", Bytes(4, 1));
+    masked.Block("vmgm", Bytes(4, 1)).Block("lyvr", ByteWriter().U32(70)).Block("iOpa", Bytes(4, 200));
+    ByteWriter shadow = ByteWriter().U32(2).Fixed(5).Fixed(10).Fixed(120).Fixed(4).Zeros(10).Text("8BIMmul ");
+    ByteWriter old = ByteWriter().U16(0).U16(2).Text("8BIMcmnS").Counted(ByteWriter().U32(0).U8(1).U16(0));
+    masked.Block("lrFX", old.Text("8BIMdsdw").Counted(shadow.U8(1).U8(1).U8(75).Zeros(10)));
+    document.Layer(masked);
+    const auto described = [](const char* key, const ByteWriter& item) {
+        return ByteWriter().U32(16).ClassName(key).U32(1).Raw(item).bytes();
+    };
+    ByteWriter gradient, pattern;
+    gradient.ItemHead("Grad", "Objc")
+        .ClassName("Grdn")
+        .U32(2)
+        .Enum("GrdF", "GrdF", "CstS")
+        .ItemHead("Clrs", "VlLs");
+    gradient.U32(1).Text("Objc").ClassName("Clrt").U32(2).ColorItem("Clr ", 9, 99, 199).Long("Lctn", 2048);
+    pattern.ItemHead("Ptrn", "Objc").ClassName("Ptrn").U32(1).ItemHead("Nm  ", "TEXT").Raw(text);
+    const std::pair<const char*, Bytes> fills[] = {
+        {"SoCo", described("null", ByteWriter().ColorItem("Clr ", 200, 100, 50))},
+        {"GdFl", described("null", gradient)},
+        {"PtFl", described("null", pattern)},
+        {"phfl", ByteWriter().U16(3).Zeros(20)},
+        {"TySh", ByteWriter().U16(1).Zeros(48)},
+    };
+    for (const auto& [key, data] : fills) document.Layer(LayerOf(scene, key).Opacity(128).Block(key, data));
+    document.DocumentBlock("Patt", Bytes(12)).Merged(PlanesOf(scene, kColorRgb, 8, 4));
+    write("full", document.Build());
 }
 
 Shape Hexagon(double cx, double cy, double radius) {
@@ -276,13 +364,16 @@ void WritePicture(const Writer& write) {
     write("picture", document.Build());
 }
 
-void WriteDamagedSamples(const Writer& write) {
-    const Picture scene = Scene(64, 48);
+void WriteDamagedSamples(const Writer& write, Scale px) {
+    const Picture scene = Scene(px(64), px(48));
+    const uint32_t width = static_cast<uint32_t>(px(64)), height = static_cast<uint32_t>(px(48));
     const auto flat = [&] {
-        return DocumentBuilder(kColorRgb, 8, 3, 64, 48)
+        return DocumentBuilder(kColorRgb, 8, 3, width, height)
             .Merged(PlanesOf(scene, kColorRgb, 8, 3), kCompressionZip);
     };
-    const auto layered = [&](const LayerBuilder& layer) { return Layered(64, 48).Layer(layer).Build(); };
+    const auto layered = [&](const LayerBuilder& layer) {
+        return Layered(px(64), px(48)).Layer(layer).Build();
+    };
     const auto cut = [](Bytes bytes, size_t length) {
         return Bytes(bytes.begin(),
                      bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), length)));
@@ -291,14 +382,14 @@ void WriteDamagedSamples(const Writer& write) {
     const Bytes whole = layered(sound);
     ByteWriter nested;
     nested.U32(0).U32(16).ClassName("null").U32(1).ItemHead("deep", "VlLs");
-    for (int i = 0; i < 5000; ++i) nested.U32(1).Text("VlLs");
+    for (int i = 0; i < px(5000); ++i) nested.U32(1).Text("VlLs");
     nested.U32(0);
 
     write("bad-signature", flat().Signature("8BPX").Build());
     write("version-2", DocumentBuilder(flat()).Version(2).Build());
-    write("depth-24", DocumentBuilder(kColorRgb, 24, 3, 64, 48).MergedData({}).Build());
+    write("depth-24", DocumentBuilder(kColorRgb, 24, 3, width, height).MergedData({}).Build());
     write("short-header", cut(whole, 20));
-    write("truncated-planes", cut(flat().Build(), 1000));
+    write("truncated-planes", cut(flat().Build(), flat().Build().size() - 60));
     write("truncated-layers", cut(whole, whole.size() / 2));
     write("zip-garbage", flat().MergedData(ByteWriter().U16(2).Text("this is no deflate stream")).Build());
     write("unknown-compression", flat().MergedData(ByteWriter().U16(4)).Build());
@@ -311,12 +402,69 @@ void WriteDamagedSamples(const Writer& write) {
     write("huge-bounds",
           layered(LayerBuilder({-2147483647, -2147483647, 2147483647, 2147483647}).ChannelData(0, {0, 0})));
     write("channel-longer-than-file",
-          layered(LayerBuilder({0, 0, 64, 48}).ChannelData(0, {0, 0, 1}, 0x7FFFFFFF)));
+          layered(LayerBuilder({0, 0, px(64), px(48)}).ChannelData(0, {0, 0, 1}, 0x7FFFFFFF)));
     write("nested-lists", layered(LayerBuilder(sound).Block("lfx2", nested)));
-    write("more-layers-than-records", Layered(64, 48).Layer(sound).LayerCount(-30000).Build());
+    write("more-layers-than-records", Layered(px(64), px(48)).Layer(sound).LayerCount(-30000).Build());
 }
 
-int Run(const std::filesystem::path& folder) {
+// Documents of at most a mebibyte that ask for as much time or memory as such can.
+void WriteBombs(const Writer& write) {
+    constexpr size_t kBytes = 1000000;
+    const auto small = [](uint32_t side = 8) { return DocumentBuilder(kColorRgb, 8, 3, side, side); };
+    const auto thin = [](int32_t side) {
+        return LayerBuilder({0, 0, side, side}).ChannelData(-1, {0, 0}).Name("");
+    };
+    const auto layered = [&](uint32_t side, int count, const LayerBuilder& layer) {
+        DocumentBuilder document = small(side).HasRealMergedData(false).MergedData({0, 0});
+        for (int i = 0; i < count; ++i) document.Layer(layer);
+        return document.Build();
+    };
+    // A layer all of one colour: every 128 pixels are two bytes of the file.
+    const auto full = [](int32_t side) {
+        const size_t count = static_cast<size_t>(side) * static_cast<size_t>(side);
+        LayerBuilder layer({0, 0, side, side});
+        return layer.Name("").Pixels(std::vector<uint32_t>(count, 0xC0804020), kCompressionPackBits);
+    };
+    Bytes noRuns(kBytes, 0x80), earlyEnd = ByteWriter().U16(2).Raw(Zip(Bytes(50)));
+    noRuns[0] = 0, noRuns[1] = 1;
+    earlyEnd.resize(kBytes);
+    write("pixels-without-data",
+          DocumentBuilder(kColorGrayscale, 8, 1, 30000, 30000).MergedData({0, 0}).Build());
+    write("mebibyte-of-nothing", DocumentBuilder(kColorRgb, 8, 3, 18000, 18000).MergedData(noRuns).Build());
+    write("zip-that-ends", small(18000).MergedData(earlyEnd).Build());
+    write("zip-of-zeros", small(10000).Merged(Bytes(300000000), kCompressionZip).Build());
+    write("one-bit", DocumentBuilder(kColorBitmap, 1, 1, 30000, 30000)
+                         .MergedData(ByteWriter().U16(1).Raw(Bytes(kBytes, 0x81)))
+                         .Build());
+    write("no-runs", small().Layer(LayerBuilder({0, 0, 20000, 20000}).ChannelData(0, noRuns)).Build());
+    for (const uint16_t id : std::initializer_list<uint16_t>{1006, 1045, 1053, 1032, 1050, 1054, 1060})
+        write("resource-" + std::to_string(id), small().Resource(id, Bytes(kBytes)).Build());
+    DocumentBuilder repeated = small();
+    for (int i = 0; i < 10000; ++i) repeated.Resource(i % 2 ? 1036 : 1060, Bytes(80));
+    write("repeated-resources", repeated.Build());
+    LayerBuilder channels = thin(0);
+    for (int16_t i = 0; i < 32766; ++i) channels.ChannelData(i, {});
+    write("exclusions", small().Layer(channels.Block("brst", Bytes(700000))).Build());
+    ByteWriter lists = ByteWriter().U32(0).U32(16).ClassName("null").U32(1).ItemHead("deep", "VlLs");
+    for (size_t i = 0; i < kBytes / 8; ++i) lists.U32(1).Text("VlLs");
+    write("nested-lists", small().Layer(thin(8).Block("lfx2", lists.U32(0))).Build());
+    write("all-layers", small().Layer(thin(0)).LayerCount(32767).Build());
+    write("empty-layers", layered(30000, 12000, thin(0)));
+    LayerBuilder crowded = thin(0);
+    for (int i = 0; i < 20; ++i) crowded.Block("lrFX", Bytes(4));
+    write("effect-blocks", layered(8, 2200, crowded));
+    write("curves", layered(1000, 8000, thin(0).Block("curv", ByteWriter().U8(0).U16(1).U32(0).Zeros(1))));
+    write("adjustments", layered(4000, 8000, thin(0).Block("mixr", ByteWriter().U16(1).Zeros(42))));
+    write("adjustments-hue", layered(4000, 4000, thin(0).Block("hue2", Hue(40, 20, 90))));
+    write("thin-shadows", layered(1000, 1000, thin(1000).Block("lfx2", DropShadow(75, 0, 0, 250))));
+    write("one-blur", layered(4000, 1, thin(4000).Block("lfx2", DropShadow(75, 0, 0, 250))));
+    write("true-blurs", layered(1000, 10, full(1000).Block("lfx2", DropShadow(75, 0, 0, 250))));
+    write("true-glows", layered(1000, 10, full(1000).Block("lfx2", OuterGlow())));
+    write("true-layers", layered(1000, 14, full(1000).Mode("sLit")));
+    write("thin-dissolves", layered(4000, 5000, thin(4000).Mode("diss")));
+}
+
+int Run(const std::filesystem::path& folder, std::string_view what) {
     const auto writerTo = [](std::filesystem::path place) -> Writer {
         std::filesystem::create_directories(place);
         return [place](const std::string& name, const Bytes& bytes) {
@@ -327,10 +475,14 @@ int Run(const std::filesystem::path& folder) {
         };
     };
     const Writer write = writerTo(folder);
-    WriteFlatSamples(write);
-    WriteLayeredSamples(write);
-    WritePicture(write);
-    WriteDamagedSamples(writerTo(folder / "damaged"));
+    if (what == "--bombs") return WriteBombs(write), 0;
+    const bool small = what == "--small";
+    const Scale scale = {small ? 8 : 1};
+    WriteFlatSamples(write, scale);
+    WriteLayeredSamples(write, scale);
+    WriteFullSample(write, scale);
+    if (!small) WritePicture(write);
+    WriteDamagedSamples(writerTo(folder / "damaged"), scale);
     return 0;
 }
 
@@ -338,12 +490,13 @@ int Run(const std::filesystem::path& folder) {
 }  // namespace tessary::tools
 
 int main(int count, char** arguments) {
-    if (count != 2) {
-        std::fputs("usage: make_samples DIR\n", stderr);
+    const std::string_view what = count == 3 ? arguments[2] : "";
+    if (count < 2 || count > 3 || (count == 3 && what != "--small" && what != "--bombs")) {
+        std::fputs("usage: make_samples DIR [--small | --bombs]\n", stderr);
         return 2;
     }
     try {
-        return tessary::tools::Run(arguments[1]);
+        return tessary::tools::Run(arguments[1], what);
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "make_samples: %s\n", exception.what());
         return 1;

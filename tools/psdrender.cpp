@@ -85,23 +85,11 @@ struct Options {
 };
 
 PsdReadResult Measure(const Options& options, DocumentPixels& picture) {
-    std::vector<uint8_t> bytes;
-    {
-        FileStream file(options.input);
-        bytes.resize(file.Size());
-        for (size_t done = 0; done < bytes.size();) {
-            ULONG read = 0;
-            const size_t request = std::min<size_t>(bytes.size() - done, 1u << 30);
-            file.Read(bytes.data() + done, static_cast<ULONG>(request), &read);
-            if (read == 0) break;
-            done += read;
-        }
-    }
     std::vector<double> milliseconds;
     for (int run = 0; run < options.runs; ++run) {
         picture = {};
-        ByteStream stream(bytes);
         const auto start = std::chrono::steady_clock::now();
+        FileStream stream(options.input);
         const PsdReadResult result = DecodeDocumentPixels(&stream, picture, options.choice);
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
         if (result != PsdReadResult::kOk) return result;
@@ -188,7 +176,7 @@ int Run(int count, char** arguments) {
     if (!options) {
         std::fputs("usage: psdrender [--layers] [--time[=RUNS]] IN.psd OUT.(png|bgra)\n"
                    "  --layers  composite the layers although the merged image is trusted\n"
-                   "  --time    print the milliseconds of decoding from memory; OUT may be left out\n",
+                   "  --time    print the milliseconds of opening and decoding; OUT may be left out\n",
                    stderr);
         return 2;
     }

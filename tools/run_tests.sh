@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything both ways and runs all tests: style and include checks, the native tests with sanitizers, the
-# Windows tests under Wine. Ends on ctest's own summary.
+# Builds everything both ways and runs all tests: style and include checks, a short fuzz run, the native tests with
+# sanitizers, the Windows tests under Wine. Ends on ctest's own summary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install_packages.sh
@@ -12,6 +12,8 @@ for preset in native windows; do
     cmake --preset "$preset" >/dev/null
     cmake --build --preset "$preset"
 done
+
+tools/fuzz.sh 15
 
 # One test directory over both builds, so that one summary counts everything.
 mkdir -p build/all

@@ -46,6 +46,17 @@ TEST(ReadDriver, HeadersGiveTheirCodes) {
     EXPECT_TRUE(opened.document->width == 0xFEDCBA98 && opened.document->height == 0x89ABCDEF);
 }
 
+TEST(ReadDriver, PassesOverPixelsThatNobodyWants) {
+    DocumentBuilder large(kColorRgb, 8, 3, 1000, 1000);
+    large.Resource(1060, Bytes(100)).Layer(LayerBuilder({0, 0, 1000, 1000}).Solid(7));
+    for (const uint32_t mode : {kReadHeader, kReadThumbnail, kReadMetadata, kReadProfile}) {
+        MemoryStream stream(large.Build());
+        Owned<PsdDocument> document;
+        EXPECT_EQ(OpenDocument(document, &stream, mode), PsdReadResult::kOk);
+        EXPECT_LE(stream.bytesRead, 2 * PsdByteReader::kBufferSize) << mode;
+    }
+}
+
 TEST(ReadDriver, ColorModeDataBecomesAPaletteOfPlanarTables) {
     Bytes tables(768);
     for (size_t i = 0; i < 768; ++i) tables[i] = static_cast<uint8_t>(i / 256 + i);

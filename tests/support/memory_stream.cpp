@@ -7,6 +7,7 @@ namespace tessary::test {
 
 bool MemoryStream::Fails() {
     const uint64_t call = ++calls;
+    if (call == changeCall) m_bytes = changed;
     return failCall != 0 && (call == failCall || (failLater && call > failCall));
 }
 
@@ -27,7 +28,7 @@ HRESULT STDMETHODCALLTYPE MemoryStream::Seek(LARGE_INTEGER move, DWORD origin, U
     const uint64_t base = origin == STREAM_SEEK_SET   ? 0
                           : origin == STREAM_SEEK_CUR ? position
                                                       : m_bytes.size();
-    const uint64_t target = base + static_cast<uint64_t>(move.QuadPart);
+    const uint64_t target = base + static_cast<uint64_t>(move.QuadPart) + static_cast<uint64_t>(seekMisses);
     if (static_cast<int64_t>(target) < 0) return E_INVALIDARG;
     if (!seekSticks) position = target;
     if (newPosition) newPosition->QuadPart = position;

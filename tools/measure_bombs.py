@@ -1,0 +1,75 @@
+#!/usr/bin/env python3
+"""Measures what small documents cost that ask for as much as they can: usage measure_bombs.py [FOLDER].
+
+Builds native-release, makes the documents (or takes those of FOLDER), decodes each twice, as a client does and from
+its layers, and prints milliseconds of CPU and the largest resident size beside what is allowed:
+2 s for up to a mebibyte, or 20 ms and 60 ns for each byte and each pixel of layers with data and of the canvas when
+that is more; 64 MiB, 12 bytes for each pixel of the canvas and 8 for each of layers with data, 96 MiB at most for up
+to 64 KiB. A canvas counts as far as a thousandfold expansion of the file fills it. Fails when a document takes more.
+"""
+import os
+import pathlib
+import struct
+import subprocess
+import sys
+
+MIB = 1 << 20
+
+
+def layer_pixels(data):
+    """Pixels of layers with more than a compression code, as far as the records can be followed."""
+    at, pixels = 26, 0
+    try:
+        for _ in range(2):
+            at += 4 + struct.unpack_from(">I", data, at)[0]
+        count, at = abs(struct.unpack_from(">h", data, at + 8)[0]), at + 10
+        for _ in range(count):
+            top, left, bottom, right, channels = struct.unpack_from(">4iH", data, at)
+            lengths = struct.unpack_from(">" + "HI" * channels, data, at + 18)[1::2]
+            if lengths and max(lengths) > 2:
+                pixels += min((bottom - top) * (right - left), 1000 * max(lengths))
+            at += 18 + 6 * channels + 12
+            at += 4 + struct.unpack_from(">I", data, at)[0]
+    except struct.error:
+        pass
+    return pixels
+
+
+def run(program, arguments):
+    child = subprocess.Popen([program, *arguments], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    _, status, usage = os.wait4(child.pid, 0)
+    if status & 127:
+        raise SystemExit(f"{program} {' '.join(arguments)} ended by signal {status & 127}")
+    return (usage.ru_utime + usage.ru_stime) * 1000, usage.ru_maxrss / 1024, status >> 8
+
+
+def main(folder=None):
+    os.chdir(pathlib.Path(__file__).parent.parent)
+    build = pathlib.Path("build/native-release")
+    subprocess.check_call(["cmake", "--preset", "native-release"], stdout=subprocess.DEVNULL)
+    subprocess.check_call(
+        ["cmake", "--build", build, "--target", "psdrender", "make_samples"], stdout=subprocess.DEVNULL)
+    if not folder:
+        folder = build / "bombs"
+        if not folder.exists():
+            subprocess.check_call([build / "make_samples", folder, "--bombs"])
+    worst = 0
+    print(f"{'document':24} {'KiB':>6} {'merged: ms':>10} {'MiB':>6} {'layers: ms':>10} {'MiB':>6} {'allowed: ms':>11} MiB")
+    for path in sorted(pathlib.Path(folder).glob("*.psd")):
+        data = path.read_bytes()
+        height, width = struct.unpack_from(">II", data, 14)
+        canvas = min(width * height, 1000 * len(data))
+        layers = layer_pixels(data)
+        allowed_ms = max(2000 * (len(data) <= MIB), 20 + 60e-6 * (len(data) + canvas + layers))
+        allowed = 64 + (12 * canvas + 8 * layers) / MIB
+        if len(data) <= 65536:
+            allowed = min(allowed, 96)
+        results = [run(build / "psdrender", [*options, path, "/dev/null.bgra"]) for options in ([], ["--layers"])]
+        over = any(ms > allowed_ms or mib > allowed for ms, mib, _ in results)
+        worst |= over
+        cells = " ".join(f"{ms:10.0f} {mib:6.0f}" for ms, mib, _ in results)
+        print(f"{path.stem:24} {len(data) // 1024:6} {cells} {allowed_ms:11.0f} {allowed:3.0f} {'TOO MUCH' if over else ''}")
+    return worst
+
+
+sys.exit(main(*sys.argv[1:]))
