@@ -116,11 +116,11 @@ bool MayAllocate(uint64_t wanted, uint64_t inputBytes, uint32_t expansion) {
     return !fillable || wanted / 100 <= *fillable;
 }
 
-PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes, size_t& delivered) {
-    delivered = 0;
+PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes) {
     if (!MayAllocate(size, InputLeft(document), kRawExpansion)) return PsdReadResult::kOutOfMemory;
     // What the stream says of its size is a claim too.
     Owned<uint8_t> head;
+    size_t delivered = 0;
     if (size > kAlwaysAllowedBytes) {
         const PsdReadResult result = ReadUpTo(document, size / 100, head, delivered);
         if (result != PsdReadResult::kOk) return result;
@@ -129,13 +129,8 @@ PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& by
     bytes = AllocateZeroed<uint8_t>({size});
     if (!bytes) return PsdReadResult::kOutOfMemory;
     if (delivered) std::memcpy(bytes.get(), head.get(), delivered);
-    delivered += Read(document, bytes.get() + delivered, bytes.count() - delivered);
+    Read(document, bytes.get() + delivered, bytes.count() - delivered);
     return PsdReadResult::kOk;
-}
-
-PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes) {
-    size_t delivered;
-    return ReadBytes(document, size, bytes, delivered);
 }
 
 PsdReadResult ReadUpTo(PsdDocument& document, uint64_t limit, Owned<uint8_t>& bytes, size_t& delivered) {

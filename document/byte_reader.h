@@ -37,8 +37,7 @@ bool MayAllocate(uint64_t wanted, uint64_t inputBytes, uint32_t expansion);
 
 // Allocates and reads `size` bytes of the file as they are. On success `bytes` holds `size` bytes, zero where
 // the stream ended early; kOutOfMemory when they cannot be had. More than 64 MiB are allocated only after a
-// hundredth of them has really arrived. `delivered` gets the number of bytes that came.
-PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes, size_t& delivered);
+// hundredth of them has really arrived.
 PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes);
 
 // Reads up to `limit` bytes, as many as the stream delivers, into a buffer that grows with what arrives once

@@ -170,8 +170,18 @@ PsdReadResult ReadPlane(PsdDocument& document, uint16_t compression, uint32_t le
     const bool isStored = plane.rows.rowBytes <= kLongRow &&
                           (compression == kCompressionRaw || compression == kCompressionPackBits);
     Owned<uint8_t>& input = isStored ? slot : zipped;
+    // What the stream says of its size is a claim: much memory is taken only when some of it has come.
+    Owned<uint8_t> head;
+    size_t arrived = 0;
+    if (length > kUnfilledBytes) {
+        const PsdReadResult result = ReadUpTo(document, length / 100, head, arrived);
+        if (result != PsdReadResult::kOk) return result;
+        if (arrived < length / 100) return PsdReadResult::kShortRead;
+    }
     if (!Grow(input, uint64_t{length} + kUnpackSlack, kLeastInputBytes)) return PsdReadResult::kOutOfMemory;
-    if (Read(document, input.get(), length) != length) return PsdReadResult::kShortRead;
+    if (arrived) std::memcpy(input.get(), head.get(), arrived);
+    arrived += Read(document, input.get() + arrived, length - arrived);
+    if (arrived != length) return PsdReadResult::kShortRead;
     plane.rows.data = input.get();
     plane.rows.left = length;
     if (isStored && compression == kCompressionRaw) {

@@ -70,29 +70,32 @@ PsdReadResult ReadMask(PsdDocument& document, PsdLayerMask& mask) {
     return PsdReadResult::kOk;
 }
 
-// False at the end of the stream.
-bool ReadRanges(PsdDocument& document, PsdBlendRanges& ranges) {
-    uint8_t bytes[8] = {};
-    if (Read(document, bytes, sizeof bytes) == 0) return false;
-    ranges.source = {LoadU16(bytes), LoadU16(bytes + 2)};
-    ranges.destination = {LoadU16(bytes + 4), LoadU16(bytes + 6)};
-    return true;
+constexpr uint32_t kRangesBytes = 8;
+
+PsdBlendRanges RangesAt(const uint8_t* bytes) {
+    return {{LoadU16(bytes), LoadU16(bytes + 2)}, {LoadU16(bytes + 4), LoadU16(bytes + 6)}};
 }
 
 PsdReadResult ReadBlendRanges(PsdDocument& document, PsdLayer& layer) {
     const int32_t length = ReadI32(document);
     if (length < 1) return PsdReadResult::kOk;
-    ReadRanges(document, layer.grayRanges);
-    const int32_t count = (length - 8) / 8;
+    uint8_t gray[kRangesBytes] = {};
+    if (Read(document, gray, sizeof gray) != 0) layer.grayRanges = RangesAt(gray);
+    const int32_t count = (length - 8) / static_cast<int32_t>(kRangesBytes);
     if (count < 1) return PsdReadResult::kEmptyBlendRanges;
-    const uint32_t bytes = static_cast<uint32_t>(count) * 8;
-    if (!MayAllocate(bytes, InputLeft(document), kRawExpansion)) return PsdReadResult::kOutOfMemory;
-    layer.channelRanges = AllocateZeroed<PsdBlendRanges>({static_cast<uint32_t>(count)});
+
+    // Only what arrives becomes ranges; a record that ends here is refused behind them.
+    const uint32_t size = static_cast<uint32_t>(count) * kRangesBytes;
+    if (!MayAllocate(size, InputLeft(document), kRawExpansion)) return PsdReadResult::kOutOfMemory;
+    Owned<uint8_t> bytes;
+    size_t arrived = 0;
+    const PsdReadResult result = ReadUpTo(document, size, bytes, arrived);
+    if (result != PsdReadResult::kOk) return result;
+    layer.channelRanges = AllocateZeroed<PsdBlendRanges>({(arrived + kRangesBytes - 1) / kRangesBytes});
     if (!layer.channelRanges) return PsdReadResult::kOutOfMemory;
-    layer.channelRangeCount = count;
-    for (PsdBlendRanges& ranges : layer.channelRanges.span()) {
-        if (!ReadRanges(document, ranges)) break;
-    }
+    layer.channelRangeCount = static_cast<int32_t>(layer.channelRanges.count());
+    for (size_t i = 0; i < layer.channelRanges.count(); ++i)
+        layer.channelRanges[i] = RangesAt(bytes.get() + i * kRangesBytes);
     return PsdReadResult::kOk;
 }
 

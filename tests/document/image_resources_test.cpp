@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <sstream>
+#include <tuple>
 
 #include "tests/support/document_builder.h"
 
@@ -22,27 +23,27 @@ const T& At(const Owned<T>& list, size_t index) {
     return index < list.count() ? list[index] : none;
 }
 
-std::string Text(double value) {
-    std::ostringstream text;
-    text.precision(12);
-    text << value;
-    return text.str();
-}
-std::string Text(const PsdPascalString& value) { return {value.text, value.length}; }
-std::string Text(const PsdUnicodeString& value) {
-    std::string text;
-    for (uint32_t i = 0; i < value.length; ++i) text += static_cast<char>(value.bytes[2 * i + 1]);
-    return text;
+// Values as text, each with a blank behind it.
+std::ostream& operator<<(std::ostream& out, const PsdPascalString& value) { return out << value.text; }
+std::ostream& operator<<(std::ostream& out, const PsdUnicodeString& value) {
+    for (uint32_t i = 0; i < value.length; ++i) out << static_cast<char>(value.bytes[2 * i + 1]);
+    return out;
 }
 template <class T>
-std::string Text(const Owned<T>& list) {
-    std::string text;
-    for (const T value : list.span()) text += '.' + Text(value);
-    return text;
+std::ostream& operator<<(std::ostream& out, const Owned<T>& list) {
+    for (const T value : list.span()) out << '.' << +value;
+    return out;
 }
 template <class... T>
 std::string Say(const T&... values) {
-    return '|' + ((Text(values) + ' ') + ...);
+    std::ostringstream text;
+    const auto put = [&](const auto& value) {
+        if constexpr (requires { +value; })
+            text << +value << ' ';
+        else
+            text << value << ' ';
+    };
+    return (put(values), ...), '|' + text.str();
 }
 
 // What the document holds, behind the numbers of the resources it comes from.
@@ -79,9 +80,7 @@ std::string Describe(const PsdDocument& d) {
            Say(10000, r.printFlagsInfo.centerCropMarks, r.printFlagsInfo.bleedWidth,
                r.printFlagsInfo.bleedWidthScale);
 }
-bool Holds(const PsdDocument& document, const std::string& text) {
-    return Describe(document).find('|' + text) != std::string::npos;
-}
+bool Contains(const std::string& all, const std::string& text) { return all.find('|' + text) != all.npos; }
 
 TEST(ImageResources, EachIsReadInItsModes) {
     const W thumbnail = W().U32(1).U32(20).U32(10).U32(60).U32(600).U32(3).U16(24).U16(1).Raw({7, 8, 9});
@@ -137,8 +136,9 @@ TEST(ImageResources, EachIsReadInItsModes) {
         for (char mode = '0'; mode <= '6'; ++mode) {
             const Opened opened = OpenBytes(file, static_cast<uint32_t>(mode - '0'));
             ASSERT_EQ(opened.result, PsdReadResult::kOk) << test.id;
-            EXPECT_EQ(Holds(*opened.document, test.want), std::strchr(test.modes, mode) != nullptr)
-                << test.id << " mode " << mode << ": " << Describe(*opened.document);
+            const std::string got = Describe(*opened.document);
+            EXPECT_EQ(Contains(got, test.want), std::strchr(test.modes, mode) != nullptr)
+                << test.id << " mode " << mode << ": " << got;
         }
     }
 }
@@ -158,10 +158,8 @@ TEST(ImageResources, PresenceIsNotedAndTheWalkStopsWhereTheModeIsServed) {
         // What stands behind the last one is looked at only while something is missing.
         const Bytes damaged = builder.Resource(1, {}, "", "8BIX").Build();
         const bool served[] = {false, left == 5, false, false, left != 2, false, left != 1};
-        for (uint32_t mode = 0; mode <= 6; ++mode) {
-            EXPECT_EQ(OpenBytes(damaged, mode).result == PsdReadResult::kOk, served[mode])
-                << left << " mode " << mode;
-        }
+        for (uint32_t mode = 0; mode <= 6; ++mode)
+            EXPECT_EQ(OpenBytes(damaged, mode).result == PsdReadResult::kOk, served[mode]) << left << mode;
     }
 }
 
@@ -169,7 +167,6 @@ TEST(ImageResources, OnlyRgbDocumentsUseTheirProfile) {
     const Bytes file = DocumentBuilder(kColorCmyk, 8, 4, 1, 1).Resource(1039, {1, 2}).Build();
     for (const uint32_t mode : {kReadEverything, kReadHeader, kReadProfile}) {
         const Opened cmyk = OpenBytes(file, mode);
-        ASSERT_TRUE(cmyk.document);
         EXPECT_FALSE(cmyk.document->resources.profile.present) << mode;
         EXPECT_EQ(cmyk.document->resources.profile.bytes.count(), mode == kReadHeader ? 0u : 2u);
     }
@@ -177,34 +174,32 @@ TEST(ImageResources, OnlyRgbDocumentsUseTheirProfile) {
 
 TEST(ImageResources, TheFirstOfSeveralWinsForNamesAndExif) {
     DocumentBuilder builder = Rgb(5);
-    builder.Resource(1053, W().U32(11).U32(12).U32(13)).Resource(1045, W().Unicode(u"a").Unicode(u"b"));
+    builder.Resource(1045, W().Unicode(u"a").Unicode(u"b")).Resource(1053, W().U32(11).U32(12).U32(13));
     builder.Resource(1006, W().Pascal("x", 1)).Resource(1058, {1}).Resource(1059, {2});
-    const Opened names = OpenBytes(builder.Build());
-    EXPECT_TRUE(Holds(*names.document, "1006 2 3   a b 11 12 "));
-    EXPECT_TRUE(Holds(*names.document, "1058 .1 "));
+    const std::string names = Describe(*OpenBytes(builder.Build()).document);
+    EXPECT_TRUE(Contains(names, "1006 2 3   a b 11 12 ") && Contains(names, "1058 .1 ")) << names;
     const Opened many = OpenBytes(Rgb(3).Resource(1006, Bytes(9)).Resource(1057, {}).Build());
     EXPECT_EQ(many.document->colorChannels, 0) << "more names than channels";
-    EXPECT_TRUE(Holds(*many.document, "1057 0 1   0 "));
+    EXPECT_TRUE(Contains(Describe(*many.document), "1057 0 1   0 "));
 }
 
 TEST(ImageResources, DamagedSectionsGiveTheirCodes) {
     const Bytes document = Rgb().Build(), front(document.begin(), document.begin() + 30);
     const W sound = W().Text("8BIM").U16(1).U16(0).U32(0);
-    const struct {
-        const char* what;
-        Bytes section;
-        PsdReadResult want;
-    } cases[] = {
-        {"no length", {0, 0, 0}, PsdReadResult::kOk},
-        {"negative length", W().I32(-1).Text("junk"), PsdReadResult::kOk},
-        {"bad signature", W().U32(12).Text("8BIT").Zeros(8), PsdReadResult::kBadResourceSignature},
-        {"half a signature", W().U32(12).Text("8B"), PsdReadResult::kBadResourceSignature},
-        {"bytes behind the last one", W().U32(13).Raw(sound).U8(0), PsdReadResult::kBadResourceSignature},
-        {"data ends with the file", W().U32(912).Text("8BIM").U16(1039).U16(0).U32(900), PsdReadResult::kOk},
-        {"short fields", W().U32(14).Text("8BIM").U16(1005).U16(0).U32(2).U16(1), PsdReadResult::kOk},
+    const std::tuple<const char*, Bytes, bool> cases[] = {
+        {"no length", {0, 0, 0}, true},
+        {"negative length", W().I32(-1).Text("junk"), true},
+        {"bad signature", W().U32(12).Text("8BIT").Zeros(8), false},
+        {"half a signature", W().U32(12).Text("8B"), false},
+        {"bytes behind the last one", W().U32(13).Raw(sound).U8(0), false},
+        {"data ends with the file", W().U32(912).Text("8BIM").U16(1039).U16(0).U32(900), true},
+        {"short fields", W().U32(14).Text("8BIM").U16(1005).U16(0).U32(2).U16(1), true},
     };
-    for (const auto& test : cases)
-        EXPECT_EQ(OpenBytes(W().Raw(front).Raw(test.section)).result, test.want) << test.what;
+    for (const auto& [what, section, sane] : cases) {
+        EXPECT_EQ(OpenBytes(W().Raw(front).Raw(section)).result,
+                  sane ? PsdReadResult::kOk : PsdReadResult::kBadResourceSignature)
+            << what;
+    }
 }
 
 #if defined(TESSARY_FAULT_INJECTION)
@@ -212,10 +207,9 @@ TEST(ImageResources, ClaimedCountsAreBoundedByTheBytes) {
     for (const uint32_t claim : {0x7FFFFFFFu, 0xFFFFFFFFu, 0x80000000u}) {
         const W claims = W().U32(6).U32(claim).U32(claim).U32(claim).U32(claim).U32(claim).U32(claim);
         for (const int id : {1006, 1008, 1026, 1032, 1038, 1045, 1050, 1053, 1054, 1057}) {
+            const Bytes file = Rgb().Resource(static_cast<uint16_t>(id), claims).Build();
             FailAllocationNumber(0);
-            EXPECT_EQ(OpenBytes(Rgb().Resource(static_cast<uint16_t>(id), claims).Build()).result,
-                      PsdReadResult::kOk)
-                << id;
+            EXPECT_EQ(OpenBytes(file).result, PsdReadResult::kOk) << id;
             EXPECT_LE(LargestAllocation(), 65536u) << id;
             EXPECT_LE(AllocationCount(), 40u) << id;
         }

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <iterator>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -50,27 +47,13 @@ TEST(RegistryScript, ReadsKeysValuesAndMarks) {
     };
     for (const auto& [script, want] : cases) EXPECT_EQ(Describe(script), want);
     EXPECT_EQ(Describe(L"HKCR { A } HKLM { B }", true), L"~2( ~Software( ~Classes( A( ) ) ) ) ~3( B( ) )");
-    const wchar_t* const refused[] = {L"HKCR{ }",
-                                      L"A { }",
-                                      L"HKCR",
-                                      L"HKCR {",
-                                      L"HKCR { A { }",
-                                      L"HKCR { } }",
-                                      L"HKCR { A\\B }",
-                                      L"HKCR { '' }",
-                                      L"HKCR { = s 'x' }",
-                                      L"HKCR { A = s }",
-                                      L"HKCR { A = q 'x' }",
-                                      L"HKCR { A = s 'x }",
-                                      L"HKCR { val A }",
-                                      L"HKCR { ForceRemove val A = s 'x' }",
-                                      L"HKCR { Delete { } }",
-                                      L"HKCR { val A = d '4294967296' }",
-                                      L"HKCR { val A = d '1a' }",
-                                      L"HKCR { val A = d '' }",
-                                      L"HKCR { val A = b '123' }",
-                                      L"HKCR { val A = b '1g' }"};
-    for (const std::wstring script : refused) EXPECT_EQ(Describe(script), L"?");
+    std::wistringstream refused(
+        L"HKCR{ }|A { }|HKCR|HKCR {|HKCR { A { }|HKCR { } }|HKCR { A\\B }|HKCR { '' }|HKCR { = s 'x' }|"
+        L"HKCR { A = s }|HKCR { A = q 'x' }|HKCR { A = s 'x }|HKCR { val A }|HKCR { Delete { } }|"
+        L"HKCR { ForceRemove val A = s 'x' }|HKCR { val A = d '4294967296' }|HKCR { val A = d '1a' }|"
+        L"HKCR { val A = d '' }|HKCR { val A = b '123' }|HKCR { val A = b '1g' }");
+    for (std::wstring script; std::getline(refused, script, L'|');)
+        EXPECT_EQ(Describe(script), L"?") << script;
     EXPECT_EQ(Describe(std::wstring_view(L"HKCR { A\0B }", 12)), L"?");
 }
 
@@ -88,12 +71,10 @@ TEST(RegistryScript, ReplacesNamesBetweenPercentSigns) {
     EXPECT_EQ(Describe(expand(L"HKCR { A = s '%MODULE%' }")), L"~1( A(=s<" + path + L" ) )");
 }
 
-TEST(RegistryScript, StaysBoundedWithHostileText) {
-    std::wstring deep, expanded;
+TEST(RegistryScript, StaysBounded) {
+    std::wstring deep, closing, many, expanded;
     std::vector<RegistryOperation> operations;
-    for (size_t i = 0; i < kMaxScriptDepth - 1; ++i) deep += L"A { ";
-    std::wstring closing(2 * kMaxScriptDepth, L' ');
-    for (size_t i = 0; i < kMaxScriptDepth; ++i) closing[2 * i] = L'}';
+    for (size_t i = 0; i < kMaxScriptDepth; ++i) closing += L"} ", deep += i ? L"A { " : L"";
     EXPECT_TRUE(ParseScript(L"HKCR { " + deep + closing, false, operations));
     EXPECT_EQ(operations.size(), 2 * kMaxScriptDepth);
     EXPECT_FALSE(ParseScript(L"HKCR { A { " + deep + closing + L"}", false, operations));
@@ -101,47 +82,10 @@ TEST(RegistryScript, StaysBoundedWithHostileText) {
     // Every three characters ask for 32,000.
     const std::wstring path(32000, L'x');
     const ScriptReplacement replacements[] = {{L"M", path}};
-    std::wstring many;
     for (int i = 0; i < 4000; ++i) many += L"%M%";
     EXPECT_FALSE(ExpandScript(many, replacements, expanded));
     EXPECT_LE(expanded.size(), kMaxScriptLength);
     EXPECT_FALSE(ParseScript(std::wstring(kMaxScriptLength + 1, L' '), false, operations));
-
-    // Texts of the largest size that a reader with a quadratic step would not finish.
-    const auto start = std::chrono::steady_clock::now();
-    for (const wchar_t* const pattern : {L"A ", L"''", L"'", L"{ ", L"} ", L"A = s 'x' ", L"%%", L"val "}) {
-        std::wstring text = L"HKCR { ";
-        while (text.size() < kMaxScriptLength - 16) text += pattern;
-        (void)ParseScript(text, true, operations);
-        (void)ExpandScript(text, replacements, expanded);
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
-}
-
-TEST(RegistryScript, SurvivesRandomWords) {
-    std::wistringstream list(L"HKCR { } = s 'x' val ForceRemove NoRemove Delete ' % %M% b d 12");
-    const std::vector<std::wstring> words{std::istream_iterator<std::wstring, wchar_t>(list), {}};
-    const ScriptReplacement replacements[] = {{L"M", L"a'b"}};
-    std::mt19937 random(1);
-    size_t valid = 0;
-    for (int round = 0; round < 20000; ++round) {
-        std::wstring text = L"HKCR { ";
-        for (auto i = random() % 12; i > 0; --i) text += words[random() % words.size()] + L" ";
-        text += L"}";
-        std::wstring expanded;
-        std::vector<RegistryOperation> operations;
-        if (!ExpandScript(text, replacements, expanded)) continue;
-        if (!ParseScript(expanded, false, operations)) continue;
-        ++valid;
-        size_t depth = 0;
-        for (const RegistryOperation& operation : operations) {
-            depth += operation.verb == RegistryVerb::kEnterKey;
-            if (operation.verb != RegistryVerb::kLeaveKey) continue;
-            ASSERT_GT(depth--, 0u);
-        }
-        ASSERT_EQ(depth, 0u);
-    }
-    EXPECT_GT(valid, 100u);
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ Bytes EffectsBlock(const std::vector<Effect>& effects, bool masterSwitch = true)
     for (const Effect& effect : effects) {
         out.ItemHead(effect.key, "Objc")
             .ClassName("null")
-            .U32(static_cast<uint32_t>(4 + effect.numbers.size()));
+            .U32(4 + static_cast<uint32_t>(effect.numbers.size()));
         out.Bool("enab", effect.enabled).Unit("Opct", "#Prc", effect.opacity).Bool(effect.flag, true);
         out.ColorItem("Clr ", Red(effect.color), Green(effect.color), Blue(effect.color));
         for (const auto& [key, value] : effect.numbers) out.Unit(key, "#Pxl", value);
@@ -92,7 +92,7 @@ TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
         for (const int radius : {1, 2, 5, 17, 250}) {
             Plane plane{width, height, {}};
             std::vector<uint32_t> pixels;
-            for (uint32_t i = 0; i < static_cast<uint32_t>(width * height); ++i) {
+            for (uint32_t i = 0; i < uint32_t(width * height); ++i) {
                 plane.alphas.push_back(i % 3 ? i * 73 % 256 : 255);
                 pixels.push_back(plane.alphas.back() << 24 | i);
             }
@@ -158,12 +158,11 @@ TEST(ShadowsAndGlows, SpreadThenSoftenThenAreKnockedOut) {
         }
         if (s > grown) plane.Blur(s - grown);
         for (int i = 0; i < width * plane.height; ++i) {
-            const uint32_t alpha = plane.alphas[static_cast<size_t>(i)],
-                           ranged = glow ? std::min(alpha * 50 / static_cast<uint32_t>(range), 255u) : alpha;
+            const uint32_t alpha = plane.alphas[size_t(i)];
+            const uint32_t ranged = glow ? std::min(alpha * 50 / uint32_t(range), 255u) : alpha;
             const bool covered = isInTile(i % width - s + offset, i / width - s + offset);
-            ASSERT_EQ(buffer.pixels[static_cast<size_t>(i)],
-                      (covered ? 0 : 255 * ranged >> 8) << 24 | 0xC81E3C)
-                << spread << " " << i;
+            const uint32_t want = (covered ? 0 : 255 * ranged >> 8) << 24 | 0xC81E3C;
+            ASSERT_EQ(buffer.pixels[size_t(i)], want) << spread << " " << i;
         }
     }
 }
@@ -176,8 +175,8 @@ TEST(Effects, AMaskTakesItsShareOnce) {
         mask[i] = static_cast<uint8_t>(i * 7);
         if (i % 6 > 1 && i / 6 > 1) pixels[(i / 6 - 2) * 6 + i % 6 - 2] = (255 * i * 7 >> 8) << 24 | 0xC81E3C;
     }
-    const LayerBuilder thinned = LayerBuilder(kTile).Pixels(pixels),
-                       hidden = LayerBuilder(thinned).Block("iOpa", Bytes(4));
+    const LayerBuilder thinned = LayerBuilder(kTile).Pixels(pixels);
+    const LayerBuilder hidden = LayerBuilder(thinned).Block("iOpa", Bytes(4));
     for (const std::string_view key : {"DrSh", "OrGl", "SoFi"}) {
         const std::vector<Effect> effects = {{key, {{"blur", 3}, {"Dstn", 2}}}};
         const Drawing masked(effects, Unfilled().Mask(kMask, 0, 0, mask));
@@ -218,12 +217,14 @@ TEST(Effects, StackInTheirOrder) {
 TEST(Effects, AreDrawnOnlyWhereTheyAreSwitchedOn) {
     const std::vector<uint32_t> nothing(kSide * kSide, kBackground);
     for (const std::string_view key : {"DrSh", "OrGl", "SoFi"}) {
-        const Effect on = {key, {{"blur", 3}}};
-        for (const bool enabled : {false, true})
-            EXPECT_EQ(Drawing({{key, {{"blur", 3}}, "none", enabled ? 0.0 : 100, enabled}}).Canvas(), nothing)
-                << key;
-        EXPECT_EQ(Drawing(Layers{Unfilled().Block("lfx2", EffectsBlock({on}, false))}).Canvas(), nothing)
-            << key;
+        const auto effect = [&](double opacity, bool enabled, bool master) {
+            const Bytes block = EffectsBlock({{key, {{"blur", 3}}, "none", opacity, enabled}}, master);
+            return Drawing(Layers{Unfilled().Block("lfx2", block)}).Canvas();
+        };
+        EXPECT_NE(effect(100, true, true), nothing) << key;
+        EXPECT_EQ(effect(0, true, true), nothing) << key;
+        EXPECT_EQ(effect(100, false, true), nothing) << key;
+        EXPECT_EQ(effect(100, true, false), nothing) << key;
     }
     ByteWriter old;
     old.U16(0).U16(2).Text("8BIMcmnS").U32(7).U32(0).U8(1).U16(0).Text("8BIMsofi").U32(24).U32(0);

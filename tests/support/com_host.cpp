@@ -71,48 +71,6 @@ Bytes EncodeJpeg(UINT width, UINT height, const JpegColors& colors) {
     return jpeg;
 }
 
-ComPtr<IWICColorContext> NewColorContext() {
-    ComPtr<IWICColorContext> context;
-    Create<IWICImagingFactory>(CLSID_WICImagingFactory, IID_IWICImagingFactory)
-        ->CreateColorContext(context.Put());
-    return context;
-}
-
-ComPtr<IClassFactory> DecoderFactory() {
-    ComPtr<IClassFactory> factory;
-    EXPECT_EQ(GetClassObject(LoadDll())(CLSID_Tessary, IID_IClassFactory, factory.PutVoid()), S_OK);
-    return factory;
-}
-
-bool CanUnload() { return Export<HRESULT WINAPI()>(LoadDll(), "DllCanUnloadNow")() == S_OK; }
-
-ComPtr<IWICBitmapDecoder> NewDecoder() {
-    ComPtr<IWICBitmapDecoder> decoder;
-    EXPECT_EQ(DecoderFactory()->CreateInstance(nullptr, IID_IWICBitmapDecoder, decoder.PutVoid()), S_OK);
-    return decoder;
-}
-
-ComPtr<IWICBitmapDecoder> OpenDecoder(IStream& stream) {
-    auto decoder = NewDecoder();
-    EXPECT_EQ(decoder->Initialize(&stream, WICDecodeMetadataCacheOnDemand), S_OK);
-    return decoder;
-}
-
-ComPtr<IWICBitmapFrameDecode> FrameOf(IWICBitmapDecoder* decoder) {
-    ComPtr<IWICBitmapFrameDecode> frame;
-    EXPECT_EQ(decoder->GetFrame(0, frame.Put()), S_OK);
-    return frame;
-}
-
-Bytes PixelsOf(IWICBitmapFrameDecode* frame) {
-    UINT width = 0, height = 0;
-    frame->GetSize(&width, &height);
-    Bytes pixels(size_t{width} * height * 4);
-    const UINT size = static_cast<UINT>(pixels.size());
-    if (FAILED(frame->CopyPixels(nullptr, width * 4, size, pixels.data()))) pixels.clear();
-    return pixels;
-}
-
 DocumentBuilder RichDocument() {
     static const Bytes jpeg = EncodeJpeg(2, 2, {GUID_WICPixelFormat24bppBGR, Bytes(3, 100), Bytes(3, 100)});
     ByteWriter planes, thumbnail, exif;

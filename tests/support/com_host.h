@@ -35,15 +35,46 @@ ComPtr<T> Create(REFCLSID classId, REFIID id) {
     CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, id, object.PutVoid());
     return object;
 }
-ComPtr<IWICColorContext> NewColorContext();
+inline ComPtr<IWICColorContext> NewColorContext() {
+    ComPtr<IWICColorContext> context;
+    const auto factory = Create<IWICImagingFactory>(CLSID_WICImagingFactory, IID_IWICImagingFactory);
+    return factory->CreateColorContext(context.Put()), context;
+}
 
-ComPtr<IClassFactory> DecoderFactory();
-bool CanUnload();
+inline ComPtr<IClassFactory> DecoderFactory() {
+    ComPtr<IClassFactory> factory;
+    EXPECT_EQ(GetClassObject(LoadDll())(CLSID_Tessary, IID_IClassFactory, factory.PutVoid()), S_OK);
+    return factory;
+}
 
-ComPtr<IWICBitmapDecoder> NewDecoder();
-ComPtr<IWICBitmapDecoder> OpenDecoder(IStream& stream);  // initialised; the test fails if that cannot be
-ComPtr<IWICBitmapFrameDecode> FrameOf(IWICBitmapDecoder* decoder);
-Bytes PixelsOf(IWICBitmapFrameDecode* frame);  // top row first, empty on failure
+inline bool CanUnload() { return Export<HRESULT WINAPI()>(LoadDll(), "DllCanUnloadNow")() == S_OK; }
+
+inline ComPtr<IWICBitmapDecoder> NewDecoder() {
+    ComPtr<IWICBitmapDecoder> decoder;
+    EXPECT_EQ(DecoderFactory()->CreateInstance(nullptr, IID_IWICBitmapDecoder, decoder.PutVoid()), S_OK);
+    return decoder;
+}
+
+inline ComPtr<IWICBitmapDecoder> OpenDecoder(IStream& stream) {
+    auto decoder = NewDecoder();
+    EXPECT_EQ(decoder->Initialize(&stream, WICDecodeMetadataCacheOnDemand), S_OK);
+    return decoder;
+}
+
+inline ComPtr<IWICBitmapFrameDecode> FrameOf(IWICBitmapDecoder* decoder) {
+    ComPtr<IWICBitmapFrameDecode> frame;
+    EXPECT_EQ(decoder->GetFrame(0, frame.Put()), S_OK);
+    return frame;
+}
+
+// Top row first, empty on failure.
+inline Bytes PixelsOf(IWICBitmapFrameDecode* frame) {
+    UINT width = 0, height = 0;
+    frame->GetSize(&width, &height);
+    Bytes pixels(size_t{width} * height * 4);
+    const UINT size = static_cast<UINT>(pixels.size());
+    return SUCCEEDED(frame->CopyPixels(nullptr, width * 4, size, pixels.data())) ? pixels : Bytes();
+}
 
 // A JPEG file with one colour in its left and one in its right half, given as bytes of a pixel.
 struct JpegColors {

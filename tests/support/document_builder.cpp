@@ -2,82 +2,37 @@
 
 #include <zlib.h>
 
-#include <bit>
-#include <cmath>
 #include <stdexcept>
 
 #include "document/channel_codec.h"
 
 namespace tessary::test {
 
-ByteWriter& ByteWriter::Number(uint64_t value, int size) {
-    for (int shift = 8 * (size - 1); shift >= 0; shift -= 8)
-        m_bytes.push_back(static_cast<uint8_t>(value >> shift));
-    return *this;
-}
-
-ByteWriter& ByteWriter::Fixed(double value) { return I32(static_cast<int32_t>(std::lround(value * 65536))); }
-ByteWriter& ByteWriter::F32(float value) { return U32(std::bit_cast<uint32_t>(value)); }
-ByteWriter& ByteWriter::F64(double value) { return Number(std::bit_cast<uint64_t>(value), 8); }
-ByteWriter& ByteWriter::Text(std::string_view text) { return Raw(Bytes(text.begin(), text.end())); }
-
-ByteWriter& ByteWriter::Raw(const Bytes& bytes) {
-    m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
-    return *this;
-}
-
-ByteWriter& ByteWriter::RectTlbr(const Rect& rect) {
-    return I32(rect.top).I32(rect.left).I32(rect.bottom).I32(rect.right);
-}
-
-ByteWriter& ByteWriter::Pascal(std::string_view text, size_t alignment) {
-    U8(static_cast<uint32_t>(text.size())).Text(text);
-    return Zeros((alignment - (1 + text.size()) % alignment) % alignment);
-}
-
-ByteWriter& ByteWriter::Unicode(std::u16string_view text) {
-    U32(static_cast<uint32_t>(text.size()));
-    for (const char16_t unit : text) U16(unit);
-    return *this;
-}
-
-ByteWriter& ByteWriter::ColorItem(std::string_view key, double red, double green, double blue) {
-    ItemHead(key, "Objc").ClassName("RGBC").U32(3).Double("Rd  ", red);
-    return Double("Grn ", green).Double("Bl  ", blue);
-}
-
-Bytes PackBits(const Bytes& row) {
-    Bytes packed;
-    for (size_t i = 0, end = 0; i < row.size(); i = end) {
-        const auto runAt = [&](size_t at) {
-            while (end < row.size() && end - at < 128 && row[end] == row[at]) ++end;
-            return end - at;
-        };
-        if (const size_t run = runAt(i); run > 2) {
-            packed.insert(packed.end(), {static_cast<uint8_t>(257 - run), row[i]});
-            continue;
-        }
-        // Until three equal bytes begin.
-        end = i;
-        while (end < row.size() && end - i < 128 &&
-               !(end + 2 < row.size() && row[end] == row[end + 1] && row[end] == row[end + 2]))
-            ++end;
-        packed.push_back(static_cast<uint8_t>(end - i - 1));
-        packed.insert(packed.end(), &row[i], &row[i] + (end - i));
-    }
-    return packed;
-}
-
 Bytes Zip(const Bytes& data) {
     uLongf size = compressBound(static_cast<uLong>(data.size()));
     Bytes packed(size);
-    if (compress(packed.data(), &size, data.data(), static_cast<uLong>(data.size())) != Z_OK) {
+    if (compress(packed.data(), &size, data.data(), static_cast<uLong>(data.size())) != Z_OK)
         throw std::runtime_error("zlib cannot compress");
+    return packed.resize(size), packed;
+}
+
+namespace {
+
+Bytes PackBits(const Bytes& row) {
+    const auto runsAt = [&](size_t at) {
+        return at + 2 < row.size() && row[at] == row[at + 1] && row[at] == row[at + 2];
+    };
+    Bytes packed;
+    for (size_t i = 0, end = 0; i < row.size(); i = end) {
+        const bool run = runsAt(i);
+        while (end < row.size() && end - i < 128 && (run ? row[end] == row[i] : !runsAt(end))) ++end;
+        packed.push_back(static_cast<uint8_t>(run ? 257 - (end - i) : end - i - 1));
+        packed.insert(packed.end(), &row[i], &row[i] + (run ? 1 : end - i));
     }
-    packed.resize(size);
     return packed;
 }
 
+// Takes differences, as a writer of predicted rows does.
 Bytes Predict(const Bytes& planes, size_t rowBytes, uint32_t depth) {
     Bytes result = planes;
     const size_t step = depth / 8;
@@ -90,6 +45,12 @@ Bytes Predict(const Bytes& planes, size_t rowBytes, uint32_t depth) {
     }
     return result;
 }
+
+size_t RowBytes(int64_t width, uint32_t depth) {
+    return width < 1 ? 0 : (static_cast<size_t>(width) * depth + 7) / 8;
+}
+
+}  // namespace
 
 Bytes EncodePlanes(uint16_t compression, const Bytes& planes, size_t rowBytes, uint32_t depth) {
     ByteWriter out, rows;
@@ -104,14 +65,6 @@ Bytes EncodePlanes(uint16_t compression, const Bytes& planes, size_t rowBytes, u
     }
     return out.Raw(rows);
 }
-
-namespace {
-
-size_t RowBytes(int64_t width, uint32_t depth) {
-    return width < 1 ? 0 : (static_cast<size_t>(width) * depth + 7) / 8;
-}
-
-}  // namespace
 
 LayerBuilder& LayerBuilder::Solid(uint32_t argb) {
     const size_t count = m_bounds.IsEmpty() ? 0 : static_cast<size_t>(m_bounds.Width() * m_bounds.Height());
@@ -141,11 +94,6 @@ LayerBuilder& LayerBuilder::RealMask(const Rect& rect, uint8_t defaultColor, uin
     ByteWriter bytes;
     bytes.RectTlbr(rect).U8(defaultColor).U8(maskFlags).U8(realFlags).U8(realColor).RectTlbr(realRect);
     return MaskBytes(bytes);
-}
-
-LayerBuilder& LayerBuilder::Block(std::string_view key, const Bytes& data, std::string_view signature) {
-    m_blocks.Text(signature).Text(key).Counted(data).Zeros(data.size() % 2);
-    return *this;
 }
 
 Bytes LayerBuilder::Encoded(const ChannelEntry& channel, uint32_t depth) const {
@@ -178,29 +126,6 @@ LayerBuilder GroupHead(std::string_view recordKey, std::string_view dividerKey) 
     divider.U32(1);
     if (!dividerKey.empty()) divider.Text("8BIM").Text(dividerKey);
     return LayerBuilder({}).Solid(0).Name("group").Mode(recordKey).Block("lsct", divider);
-}
-
-DocumentBuilder& DocumentBuilder::Resource(uint16_t id, const Bytes& data, std::string_view name,
-                                           std::string_view resourceSignature) {
-    m_resources.Text(resourceSignature).U16(id).Pascal(name, 2).Counted(data).Zeros(data.size() % 2);
-    return *this;
-}
-
-DocumentBuilder& DocumentBuilder::HasRealMergedData(bool value) {
-    return Resource(1057, ByteWriter().U32(1).U8(value).Unicode(u"writer").Unicode(u"reader").U32(1));
-}
-
-DocumentBuilder& DocumentBuilder::Resolution(double perUnit, uint16_t unit) {
-    return Resource(1005, ByteWriter().Fixed(perUnit).U16(unit).U16(1).Fixed(perUnit).U16(unit).U16(1));
-}
-
-DocumentBuilder& DocumentBuilder::DocumentBlock(std::string_view key, const Bytes& data) {
-    m_documentBlocks.Text("8BIM").Text(key).Counted(data);
-    return *this;
-}
-
-DocumentBuilder& DocumentBuilder::Merged(Bytes planes, uint16_t compression) {
-    return MergedData(EncodePlanes(compression, planes, RowBytes(m_width, m_depth), m_depth));
 }
 
 Bytes DocumentBuilder::LayerInfo() const {

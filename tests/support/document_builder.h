@@ -1,6 +1,8 @@
 // Writes documents, sound and damaged ones, for tests, samples and the fuzzers' first inputs.
 #pragma once
 
+#include <bit>
+#include <cmath>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -20,16 +22,31 @@ public:
     ByteWriter& U32(uint32_t value) { return Number(value, 4); }
     ByteWriter& I16(int32_t value) { return U16(static_cast<uint32_t>(value)); }
     ByteWriter& I32(int32_t value) { return U32(static_cast<uint32_t>(value)); }
-    ByteWriter& Fixed(double value);  // 16.16
-    ByteWriter& F32(float value);
-    ByteWriter& F64(double value);
-    ByteWriter& Text(std::string_view text);  // a key or signature: the characters as they are
-    ByteWriter& Raw(const Bytes& bytes);
+    ByteWriter& Fixed(double value) {
+        return I32(static_cast<int32_t>(std::lround(value * 65536)));
+    }  // 16.16
+    ByteWriter& F32(float value) { return U32(std::bit_cast<uint32_t>(value)); }
+    ByteWriter& F64(double value) { return Number(std::bit_cast<uint64_t>(value), 8); }
+    // A key or signature: the characters as they are.
+    ByteWriter& Text(std::string_view text) {
+        return m_bytes.insert(m_bytes.end(), text.begin(), text.end()), *this;
+    }
+    ByteWriter& Raw(const Bytes& bytes) {
+        return m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end()), *this;
+    }
     ByteWriter& Zeros(size_t count) { return m_bytes.resize(m_bytes.size() + count), *this; }
-    ByteWriter& RectTlbr(const Rect& rect);  // top, left, bottom, right
+    ByteWriter& RectTlbr(const Rect& r) { return I32(r.top).I32(r.left).I32(r.bottom).I32(r.right); }
     // Length byte, text, zeros up to the alignment.
-    ByteWriter& Pascal(std::string_view text, size_t alignment);
-    ByteWriter& Unicode(std::u16string_view text);  // 32-bit length in units, then the units
+    ByteWriter& Pascal(std::string_view text, size_t alignment) {
+        U8(static_cast<uint32_t>(text.size())).Text(text);
+        return Zeros((alignment - (1 + text.size()) % alignment) % alignment);
+    }
+    // 32-bit length in units, then the units.
+    ByteWriter& Unicode(std::u16string_view text) {
+        U32(static_cast<uint32_t>(text.size()));
+        for (const char16_t unit : text) U16(unit);
+        return *this;
+    }
     // 32-bit length in bytes, then the bytes.
     ByteWriter& Counted(const Bytes& bytes) { return U32(static_cast<uint32_t>(bytes.size())).Raw(bytes); }
     // Descriptor pieces.
@@ -49,25 +66,28 @@ public:
     ByteWriter& Enum(std::string_view key, std::string_view type, std::string_view value) {
         return ItemHead(key, "enum").Id(type).Id(value);
     }
-    ByteWriter& ColorItem(std::string_view key, double red, double green, double blue);  // 0..255 each
+    // 0..255 each.
+    ByteWriter& ColorItem(std::string_view key, double red, double green, double blue) {
+        ItemHead(key, "Objc").ClassName("RGBC").U32(3).Double("Rd  ", red);
+        return Double("Grn ", green).Double("Bl  ", blue);
+    }
 
     size_t size() const { return m_bytes.size(); }
     const Bytes& bytes() const { return m_bytes; }
     operator Bytes() const { return m_bytes; }  // NOLINT: a writer is passed where bytes are wanted
 
 private:
-    ByteWriter& Number(uint64_t value, int size);
+    ByteWriter& Number(uint64_t value, int size) {
+        while (--size >= 0) m_bytes.push_back(static_cast<uint8_t>(value >> 8 * size));
+        return *this;
+    }
     Bytes m_bytes;
 };
 
-// Compressors. `rowBytes` cuts the plane into rows.
-Bytes PackBits(const Bytes& row);
 Bytes Zip(const Bytes& data);
-// Takes differences, as a writer of predicted rows does; depth 8 or 16.
-Bytes Predict(const Bytes& planes, size_t rowBytes, uint32_t depth);
 
-// The channel data of a plane or planes with its compression code in front. For PackBits the table of row
-// lengths stands before all rows.
+// The channel data of a plane or planes with its compression code in front. `rowBytes` cuts it into rows. For
+// PackBits the table of row lengths stands before all rows.
 Bytes EncodePlanes(uint16_t compression, const Bytes& planes, size_t rowBytes, uint32_t depth);
 
 // One layer record and its channel data.
@@ -104,7 +124,9 @@ public:
     // Blending ranges as they stand behind their length.
     LayerBuilder& Ranges(Bytes bytes) { return m_ranges = std::move(bytes), *this; }
     LayerBuilder& Name(std::string_view text) { return m_name = text, *this; }
-    LayerBuilder& Block(std::string_view key, const Bytes& data, std::string_view signature = "8BIM");
+    LayerBuilder& Block(std::string_view key, const Bytes& data, std::string_view signature = "8BIM") {
+        return m_blocks.Text(signature).Text(key).Counted(data).Zeros(data.size() % 2), *this;
+    }
     LayerBuilder& BlendSignature(std::string_view text) { return m_blendSignature = text, *this; }
     LayerBuilder& ExtraLength(uint32_t value) { return m_extraLength = value, *this; }
     LayerBuilder& ChannelCount(uint16_t value) { return m_channelCount = value, *this; }
@@ -146,18 +168,30 @@ public:
     DocumentBuilder& Version(uint16_t value) { return m_version = value, *this; }
     DocumentBuilder& ColorModeData(Bytes bytes) { return m_colorModeData = std::move(bytes), *this; }
     DocumentBuilder& Resource(uint16_t id, const Bytes& data, std::string_view name = "",
-                              std::string_view resourceSignature = "8BIM");
-    DocumentBuilder& HasRealMergedData(bool value);              // resource 1057
-    DocumentBuilder& Resolution(double perUnit, uint16_t unit);  // resource 1005, both axes
+                              std::string_view signature = "8BIM") {
+        m_resources.Text(signature).U16(id).Pascal(name, 2).Counted(data).Zeros(data.size() % 2);
+        return *this;
+    }
+    DocumentBuilder& HasRealMergedData(bool value) {
+        return Resource(1057, ByteWriter().U32(1).U8(value).Unicode(u"writer").Unicode(u"reader").U32(1));
+    }
+    // Of both axes.
+    DocumentBuilder& Resolution(double perUnit, uint16_t unit) {
+        return Resource(1005, ByteWriter().Fixed(perUnit).U16(unit).U16(1).Fixed(perUnit).U16(unit).U16(1));
+    }
     DocumentBuilder& Layer(LayerBuilder layer) { return m_layers.push_back(std::move(layer)), *this; }
     // In place of the true one.
     DocumentBuilder& LayerCount(int16_t value) { return m_layerCount = value, *this; }
     // Puts the layer info into a document-level block of this key, as 16-bit documents do.
     DocumentBuilder& LayersInBlock(std::string_view key) { return m_layerBlock = key, *this; }
-    DocumentBuilder& DocumentBlock(std::string_view key, const Bytes& data);
+    DocumentBuilder& DocumentBlock(std::string_view key, const Bytes& data) {
+        return m_documentBlocks.Text("8BIM").Text(key).Counted(data), *this;
+    }
     DocumentBuilder& GlobalMask(Bytes bytes) { return m_globalMask = std::move(bytes), *this; }
     // All planes one after another, colour first. Without a call: zeros, raw.
-    DocumentBuilder& Merged(Bytes planes, uint16_t compression = 0);
+    DocumentBuilder& Merged(const Bytes& planes, uint16_t compression = 0) {
+        return MergedData(EncodePlanes(compression, planes, (size_t{m_width} * m_depth + 7) / 8, m_depth));
+    }
     // The merged section as it is, compression code included; empty for none.
     DocumentBuilder& MergedData(Bytes bytes) {
         return m_hasMergedData = true, m_mergedData = std::move(bytes), *this;

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <windows.h>
 
 #include <psapi.h>
@@ -7,15 +5,16 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <thread>
 
 #include "tests/support/com_host.h"
 
 namespace tessary::test {
 namespace {
 
-// TESSARY_CYCLES asks for a longer run than every build can afford.
-int Cycles(int usual) {
-    const char* wanted = std::getenv("TESSARY_CYCLES");
+// The environment may ask for a longer run than every build can afford.
+int Cycles(const char* name, int usual) {
+    const char* wanted = std::getenv(name);
     return wanted ? std::atoi(wanted) : usual;
 }
 
@@ -25,8 +24,8 @@ void ExpectFlat(int warmUp, int cycles, const std::function<void()>& work) {
     SIZE_T memoryBefore = 0;
     DWORD handles = 0, handlesBefore = 0;
     const auto measure = [&] {
-        GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory),
-                             sizeof(memory));
+        auto* counters = reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory);
+        GetProcessMemoryInfo(GetCurrentProcess(), counters, sizeof(memory));
         GetProcessHandleCount(GetCurrentProcess(), &handles);
     };
     for (int i = -warmUp; i < cycles && !testing::Test::HasFatalFailure(); ++i) {
@@ -76,6 +75,9 @@ TEST(Module, StaysWhileAnythingLives) {
     EXPECT_FALSE(CanUnload()) << "the count went below zero";
     factory->LockServer(FALSE);
     EXPECT_TRUE(CanUnload());
+    decoder = NewDecoder();
+    factory->LockServer(FALSE);
+    EXPECT_FALSE(CanUnload()) << "a lock was counted twice";
 }
 
 TEST(Module, ObjectsHaveOneIdentity) {
@@ -110,7 +112,7 @@ TEST(Module, ObjectsHaveOneIdentity) {
 
 TEST(Module, UseLeavesNothingBehind) {
     MemoryStream stream(RichDocument().Build());
-    ExpectFlat(200, Cycles(1500), [&] {
+    ExpectFlat(200, Cycles("TESSARY_CYCLES", 1500), [&] {
         stream.position = 0;
         {
             const auto frame = FrameOf(OpenDecoder(stream).get());
@@ -129,7 +131,7 @@ TEST(Module, CanBeLoadedAgainAndAgain) {
     GetTempPathW(MAX_PATH, folder);
     const std::wstring copy = std::wstring(folder) + L"TessaryCopy.dll";
     ASSERT_TRUE(CopyFileW(path, copy.c_str(), FALSE));
-    ExpectFlat(10, Cycles(100), [&] {
+    ExpectFlat(10, Cycles("TESSARY_CYCLES", 100), [&] {
         const HMODULE loaded = LoadLibraryW(copy.c_str());
         ASSERT_TRUE(loaded);
         {
@@ -143,6 +145,75 @@ TEST(Module, CanBeLoadedAgainAndAgain) {
         ASSERT_FALSE(GetModuleHandleW(L"TessaryCopy.dll"));
     });
     EXPECT_TRUE(DeleteFileW(copy.c_str()));
+}
+
+constexpr size_t kThreads = 16;
+
+// Runs every piece of work on every thread at once, each thread beginning with another piece.
+template <size_t N>
+void InThreads(const std::function<void(size_t)> (&work)[N]) {
+    std::atomic<bool> go{false};
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+            while (!go) std::this_thread::yield();
+            for (size_t k = 0; k < N; ++k) work[(i + k) % N](i);
+            CoUninitialize();
+        });
+    }
+    go = true;
+    for (std::thread& thread : threads) thread.join();
+}
+
+TEST(Threads, GetTheAnswersOfOneThread) {
+    // Larger than the read-ahead buffer, so that uses of the stream that mix would give other pixels.
+    ByteWriter planes;
+    for (uint32_t i = 0; i < 3u * 400 * 300; ++i) planes.U8(i * 7 ^ i >> 8);
+    const Bytes rich = RichDocument().Build();
+    const Bytes large =
+        DocumentBuilder(kColorRgb, 8, 3, 400, 300).Resource(1039, Bytes(300000, 0x5A)).Merged(planes).Build();
+    MemoryStream reference(large);
+    const Bytes want = PixelsOf(FrameOf(OpenDecoder(reference).get()).get());
+    ASSERT_FALSE(want.empty());
+    for (int round = Cycles("TESSARY_ROUNDS", 12); round > 0; --round) {
+        MemoryStream stream(large), richStream(rich), ifdStream(rich);
+        {
+            IfdFactory factory;
+            const auto decoder = OpenDecoder(stream), richDecoder = OpenDecoder(richStream);
+            const auto shared = FrameOf(decoder.get()), richFrame = FrameOf(richDecoder.get());
+            Reinitialize(richFrame.get(), &ifdStream, factory.get());
+            const auto blocks = richFrame.As<IWICMetadataBlockReader>(IID_IWICMetadataBlockReader);
+            ComPtr<IWICBitmapSource> thumbnails[kThreads], frameThumbnails[kThreads];
+            ComPtr<IWICMetadataReader> readers[kThreads];
+            const auto expectProfile = [](IWICBitmapFrameDecode* frame) {
+                const auto context = NewColorContext();
+                IWICColorContext* contexts[] = {context.get()};
+                UINT count = 0;
+                EXPECT_EQ(frame->GetColorContexts(1, contexts, &count), S_OK);
+            };
+            const std::function<void(size_t)> work[] = {
+                [&](size_t) { EXPECT_EQ(PixelsOf(FrameOf(decoder.get()).get()), want); },
+                [&](size_t) { EXPECT_EQ(PixelsOf(shared.get()), want); },
+                [&](size_t) { expectProfile(shared.get()); },
+                [&](size_t) { expectProfile(FrameOf(decoder.get()).get()); },
+                [&](size_t) { EXPECT_EQ(PixelsOf(FrameOf(richDecoder.get()).get()), RichPixels()); },
+                [&](size_t i) { EXPECT_EQ(richDecoder->GetThumbnail(thumbnails[i].Put()), S_OK); },
+                [&](size_t i) { EXPECT_EQ(richFrame->GetThumbnail(frameThumbnails[i].Put()), S_OK); },
+                [&](size_t i) { EXPECT_EQ(blocks->GetReaderByIndex(0, readers[i].Put()), S_OK); },
+            };
+            InThreads(work);
+            EXPECT_EQ(IfdFactory::made, 1);
+            for (size_t i = 0; i < kThreads; ++i) {
+                EXPECT_TRUE(thumbnails[i].get() == thumbnails[0].get() &&
+                            readers[i].get() == readers[0].get() &&
+                            frameThumbnails[i].get() == frameThumbnails[0].get())
+                    << "made twice";
+            }
+        }
+        EXPECT_EQ(stream.references, 1);
+        EXPECT_TRUE(CanUnload());
+    }
 }
 
 }  // namespace

@@ -1,0 +1,315 @@
+#include <gtest/gtest.h>
+
+#include <iterator>
+#include <limits>
+#include <optional>
+#include <tuple>
+
+#include "document/big_endian.h"
+#include "document/blend_keys.h"
+#include "tests/support/document_builder.h"
+
+namespace tessary::test {
+namespace {
+
+using enum PsdReadResult;
+constexpr Rect kTwo = {0, 0, 2, 1};  // two pixels
+using Channels = std::vector<std::pair<int16_t, Bytes>>;
+using Pixels = std::vector<uint32_t>;
+
+LayerBuilder Small() { return LayerBuilder(kTwo).Solid(0xFF102030); }
+DocumentBuilder Rgb(uint32_t depth = 8) { return {kColorRgb, depth, 3, 4, 4}; }
+Opened Open(const LayerBuilder& layer) { return OpenBytes(Rgb().Layer(layer).Build()); }
+
+// Two pixels, or none, with raw channels.
+LayerBuilder Raw(const Channels& channels, const Rect& bounds = kTwo) {
+    LayerBuilder layer(bounds);
+    for (const auto& [id, samples] : channels) layer.ChannelData(id, ByteWriter().U16(0).Raw(samples));
+    return layer;
+}
+
+template <class T>
+std::vector<T> Values(const Owned<T>& values) {
+    return {values.get(), values.get() + values.count()};
+}
+
+TEST(LayerRecord, RefusesDamagedRecordsAndChannels) {
+    const Rect rect = {0, 0, 1, 1}, huge = {0, 0, 30000, 30000}, large = {0, 0, 4000, 4000};
+    const Rect widest = {0, 0, 1 << 30, 1 << 30};
+    const Bytes zipped = ByteWriter().U16(2).Raw(Zip({7})).Zeros(100000);
+    const auto with = [](int16_t id, Bytes data, std::optional<uint32_t> claimed = {}) {
+        return Raw({{-3, {}}}).RealMask(kTwo, 0, 0, kTwo, 0, 0).ChannelData(id, std::move(data), claimed);
+    };
+    const struct {
+        LayerBuilder layer;
+        PsdReadResult want;
+        int times = 1;
+    } cases[] = {
+        {Small().ChannelCount(0xFFFF), kBadLayer},
+        {Small().ChannelCount(5), kBadLayerSignature},
+        {Small().BlendSignature("8B64"), kBadLayerSignature},
+        {Small().Filler(1), kBadLayer},
+        {Small().ExtraLength(0), kBadLayer},
+        {Small().ExtraLength(14), kBadLayer},
+        {Small().ExtraLength(17), kBadBlockSignature},
+        {Small().MaskBytes(Bytes(28)), kBadLayer},
+        {Small().RealMask(rect, 128, 0, rect, 255, 0), kBadLayer},
+        {Small().RealMask(rect, 255, 0, rect, 128, 0), kBadLayer},
+        {Small().Ranges(Bytes(8)), kEmptyBlendRanges},
+        {Small().Ranges(Bytes(16)), kOk},
+        {Small().Block("lyid", Bytes(4), "8B64"), kBadBlockSignature},
+        {Small().Block("lyid", Bytes(4)).ExtraLength(28), kBadLayer},
+        {Small().Block("knko", Bytes(1)), kBadLayer},
+        {Small().Block("lsct", Bytes(12)), kBadDividerSignature},
+        // Channel 9 has no use.
+        {with(0, {0, 4, 1, 2}), kBadCompression},
+        {with(9, {0, 4, 1, 2}), kBadCompression},
+        {with(0, {0, 0, 1, 2}, 500), kShortRead},
+        {with(9, {0, 0, 1, 2}, 0x7FFFFFFF), kShortRead},
+        {with(0, {0, 0, 1, 2}, 0xFFFFFFFF), kShortRead},
+        {with(0, {0, 2, 1, 2, 3, 4}), kInflateFailed},
+        {with(-2, {0, 2, 1, 1}), kInflateFailed},  // beside a sound real mask
+        // No data backs these claims.
+        {Raw({{0, {}}}, widest), kOutOfMemory},
+        {Raw({{-2, {}}}, widest), kOutOfMemory},
+        {Raw({{-2, {}}}, {}).Mask(huge, 0, 0), kOutOfMemory},
+        {Raw({{-2, {}}, {-3, {}}}, {}).RealMask(large, 0, 0, kTwo, 0, 0), kOutOfMemory, 9},
+        {LayerBuilder({0, 0, 8000, 8000}).ChannelData(0, zipped), kOutOfMemory},  // it does not expand
+        {Raw({{0, Bytes(4000)}}, {0, 0, 10000, 10000}), kOutOfMemory},
+        {Raw({{0, {}}}, large), kOutOfMemory, 9},
+        {Raw({{0, {}}}, huge).Name(""), kOutOfMemory, 32767},
+    };
+    for (const auto& test : cases) {
+        DocumentBuilder document = Rgb();
+        for (int i = 0; i < test.times; ++i) document.Layer(test.layer);
+        EXPECT_EQ(OpenBytes(document.MergedData({}).Build()).result, test.want) << "row " << &test - cases;
+    }
+}
+
+TEST(LayerRecord, KeepsItsFields) {
+    const Bytes ranges = {0x10, 0x11, 0xE0, 0xE1, 0x20, 0x21, 0xD0, 0xD1, 1, 2, 3, 4, 5, 6, 7, 8};
+    LayerBuilder record({-5, 7, 20, 9});
+    record.ChannelData(2, {0, 0}).Mode("lum ").Opacity(77).Clipping(2).Flags(0x1A).Ranges(ranges);
+    record.RealMask({1, 2, 3, 4}, 255, 7, {5, 6, 15, 26}, 0, 2);
+    const Opened opened = Open(record);
+    const PsdLayer& layer = opened.document->layers[0];
+    EXPECT_EQ(layer.bounds, (Rect{-5, 7, 20, 9}));
+    EXPECT_TRUE(layer.width == 25 && layer.height == 2 && layer.channels[0].id == 2);
+    EXPECT_TRUE(layer.blendMode == kBlendLuminosity && layer.opacity == 77);
+    EXPECT_TRUE(layer.clipping && !layer.visible && !layer.obsolete && layer.pixelDataIrrelevant);
+    EXPECT_EQ(layer.grayRanges.source.white, 0xE0E1);
+    EXPECT_EQ(layer.grayRanges.destination.black, 0x2021);
+    ASSERT_EQ(layer.channelRangeCount, 1);
+    EXPECT_EQ(layer.channelRanges[0].destination.WhitePoint(), 7u);
+    EXPECT_EQ(layer.mask.bounds, (Rect{5, 6, 15, 26}));
+    EXPECT_TRUE(layer.mask.height == 20 && layer.mask.defaultColor == 0);
+    EXPECT_TRUE(layer.mask.disabled && !layer.mask.relativeToLayer && !layer.mask.inverted);
+}
+
+TEST(LayerRecord, NamesFillMultiplesOfFourAndKeep1024Units) {
+    for (const uint32_t length : {3u, 4u, 254u, 255u, 1024u, 5000u}) {
+        const std::string name(std::min(length, 255u), 'n');
+        const Bytes unicode = ByteWriter().U32(length).Raw(Bytes(2 * length, 'u'));
+        const Opened opened =
+            Open(Small().Name(name).Flags(16).Block("luni", Bytes(4)).Block("luni", unicode));
+        const PsdLayer& layer = opened.document->layers[0];
+        EXPECT_EQ(layer.name.text, name);
+        EXPECT_TRUE(layer.mask.disabled && layer.visible && !layer.pixelDataIrrelevant);
+        const PsdUnicodeString& kept = layer.unicodeName;
+        ASSERT_EQ(kept.bytes.count(), 2 * (std::min(length, 1024u) + 1));
+        EXPECT_EQ(LoadU32(kept.bytes.get() + 2 * kept.length - 2), 0x75750000u);
+    }
+}
+
+// Neither the difference of the sides nor their product may decide by wrapping.
+TEST(LayerRecord, RectanglesWithoutAreaHaveNoPixels) {
+    constexpr int32_t kLow = std::numeric_limits<int32_t>::min(), kHigh = ~kLow;
+    for (const Rect& rect : {Rect{0, 0, -3, -3}, Rect{kLow, 0, kHigh, 1}, Rect{kHigh, 0, kLow, 1},
+                             Rect{kHigh, kHigh, kLow, kLow}, Rect{0, kHigh, 4, kLow}, Rect{kLow, 0, 0, 1}}) {
+        const Opened opened = Open(LayerBuilder(rect).ChannelData(0, {0, 0, 1, 2}).ChannelData(-1, {0, 0}));
+        ASSERT_EQ(opened.result, kOk) << rect.left << ' ' << rect.top;
+        EXPECT_FALSE(opened.document->layers[0].image);
+    }
+}
+
+template <auto Field>
+int64_t Get(const PsdLayer& layer) {
+    return int64_t{layer.*Field};
+}
+
+int64_t Excluded(const PsdLayer& layer) {
+    int64_t ids = 0;
+    for (const PsdChannelInfo& channel : layer.channels.span()) ids = ids * 10 + channel.excluded;
+    return ids;
+}
+
+TEST(TaggedBlocks, EachKeyHasItsField) {
+    const Bytes on = {1, 9, 9, 9}, off = {0, 9, 9, 9};
+    const auto type = [](uint32_t value) { return ByteWriter().U32(value); };
+    const auto group = [](const PsdLayer& layer) { return int64_t{GroupBlendMode(layer)}; };
+    using Getter = int64_t (*)(const PsdLayer&);
+    const std::tuple<const char*, Bytes, Getter, int64_t, int64_t> cases[] = {
+        {"clbl", off, Get<&PsdLayer::blendClippedElements>, 1, 0},
+        {"infx", on, Get<&PsdLayer::blendInteriorElements>, 0, 1},
+        {"knko", on, Get<&PsdLayer::knockout>, 0, 1},
+        {"tsly", off, Get<&PsdLayer::transparencyShapesLayer>, 1, 0},
+        {"lmgm", on, Get<&PsdLayer::layerMaskAsGlobalMask>, 0, 1},
+        {"vmgm", on, Get<&PsdLayer::vectorMaskAsGlobalMask>, 0, 1},
+        {"iOpa", {128, 0, 0, 0}, Get<&PsdLayer::fillOpacity>, 255, 128},
+        {"lnsr", ByteWriter().I32(-7), Get<&PsdLayer::nameSourceId>, 0, -7},
+        {"lyid", ByteWriter().I32(-8), Get<&PsdLayer::layerId>, 0, -8},
+        {"lyvr", ByteWriter().I32(9), Get<&PsdLayer::layerVersion>, 0, 9},
+        {"lclr", {1, 2, 3, 4, 5, 6, 7, 8}, Get<&PsdLayer::sheetColor>, 0, 0xFF010203},
+        {"lspf", type(1), Get<&PsdLayer::protectTransparency>, 0, 1},
+        {"lspf", type(0x80000002), Get<&PsdLayer::protectComposite>, 0, 1},
+        {"lspf", type(4), Get<&PsdLayer::protectPosition>, 0, 1},
+        {"fxrp", ByteWriter().F64(-1.9).F64(2.9), Get<&PsdLayer::referenceX>, 0, -1},
+        {"fxrp", ByteWriter().F64(1e300).F64(2.9), Get<&PsdLayer::referenceY>, 0, 2},
+        {"lsct", type(1), Get<&PsdLayer::layerKind>, kLayerOrdinary, kLayerGroup},
+        {"lsct", type(2), Get<&PsdLayer::layerKind>, kLayerOrdinary, kLayerGroup},
+        {"lsct", type(3), Get<&PsdLayer::layerKind>, kLayerOrdinary, kLayerGroupEnd},
+        {"lsct", type(4), Get<&PsdLayer::layerKind>, kLayerOrdinary, kLayerOrdinary},
+        {"lsct", type(1), group, kBlendMultiply, kBlendMultiply},
+        {"lsct", type(1).Text("8BIMscrn"), group, kBlendMultiply, kBlendScreen},
+        {"lsct", type(1).Text("8BIMnorm"), group, kBlendMultiply, kBlendNormal},
+        {"lsct", type(1).Text("8BIMscrn").U32(1), group, kBlendMultiply, kBlendMultiply},
+        // 0xFFFF0001 is no channel's id, whatever its low half says.
+        {"brst", ByteWriter().U32(2).U32(0xFFFF0001).I32(-1), Excluded, 0, 1001},
+        {"odd ", Bytes(5), Get<&PsdLayer::knockout>, 0, 0},
+    };
+    const Opened plain = Open(Small().Mode("mul "));
+    for (const auto& [key, data, get, before, after] : cases) {
+        const Opened opened = Open(Small().Mode("mul ").Block(key, data).Block("lyvr", type(9)));
+        ASSERT_TRUE(opened.document) << key;
+        EXPECT_EQ(get(plain.document->layers[0]), before) << key;
+        EXPECT_EQ(get(opened.document->layers[0]), after) << key;
+        EXPECT_EQ(opened.document->layers[0].layerVersion, 9) << key << ": the next block is found";
+    }
+}
+
+TEST(BlendKeys, UnknownKeysAreNormal) {
+    EXPECT_TRUE(BlendModeFromKey(FourCC("lite")) == 6 && BlendModeFromKey(FourCC("pass")) == 23);
+    EXPECT_TRUE(BlendModeFromKey(FourCC("NORM")) == 0 && GroupBlendMode(PsdLayer()) == 23);
+}
+
+TEST(LayerPixels, ChannelsArePlacedById) {
+    const Pixels want = {0x09010305, 0x0A020406}, opaque = {0xFF010000, 0xFF020000};
+    const Channels inks = {{0, {255, 0}}, {1, {255, 0}}, {2, {255, 0}}, {3, {255, 255}}, {-1, {9, 10}}};
+    const Channels wide = {{0, {1, 255, 2, 0}}, {1, {3, 0, 4, 0}}, {2, {5, 0, 6, 0}}, {-1, {9, 0, 10, 0}}};
+    const Bytes fill = ByteWriter().U32(16).ClassName("null").U32(1).ColorItem("Clr ", 7, 8, 9);
+    const std::tuple<uint32_t, uint32_t, LayerBuilder, Pixels> cases[] = {
+        {3, 8, Raw({{2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}, {-1, {9, 10}}}), want},
+        {3, 8, Raw({{-2, {}}, {-1, {9, 10}}, {2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}}), want},
+        {3, 16, Raw(wide), want},
+        {3, 8, Raw({{3, {7}}, {-1, {9}}, {0, {1, 2}}, {1, {}}, {2, {}}}), opaque},  // five channels
+        {3, 8, Raw({{0, {1, 2}}, {0, {3, 4}}}), opaque},
+        {3, 32, Raw({{0, ByteWriter().F32(1).F32(0.5)}}), {0xFFFF0000, 0xFF7F0000}},
+        {1, 8, Raw({{0, {1, 2}}, {-1, {9, 10}}}), {0x09010101, 0x0A020202}},
+        {4, 8, Raw(inks), {0x09FFFFFF, 0x0A010101}},
+        {0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
+        {3, 8, Raw({{0, {8}}, {1, {7, 7, 7}}}), {0xFF080700, 0xFF000700}},
+        {3, 8, Raw({{2, {5, 6}}, {1, {}}}).ChannelData(-1, {}).ChannelData(0, {1}), {5, 6}},
+        {3, 8, Raw({{0, {1, 2}}}).Block("SoCo", fill), opaque},
+        {3, 8, LayerBuilder({-9, -9, -7, -8}).Pixels(want, 1), want},
+        {3, 8, LayerBuilder(kTwo).Pixels(want, 2), want},
+        {3, 8, LayerBuilder(kTwo).Pixels(want, 3), want},
+    };
+    for (const auto& [mode, depth, layer, pixels] : cases) {
+        const Opened opened = OpenBytes(DocumentBuilder(mode, depth, 1, 2, 1).Layer(layer).Build());
+        EXPECT_EQ(Values(opened.document->layers[0].image), pixels) << mode << ' ' << depth;
+    }
+}
+
+TEST(LayerPixels, MasksAreChosenById) {
+    const Rect one = {5, 5, 6, 6};
+    const std::pair<LayerBuilder, Bytes> cases[] = {
+        {Raw({{-2, {1, 2}}}).Mask(kTwo, 0, 0), {1, 2}},
+        {Raw({{0, {1, 2}}}).Mask(kTwo, 0, 0), {}},
+        {LayerBuilder(kTwo).ChannelData(-2, {}).Mask(kTwo, 0, 0), {}},
+        {Raw({{-2, {1, 2}}}), {}},
+        {Raw({{-2, {1, 2}}, {-3, {7}}}).RealMask(kTwo, 0, 0, one, 0, 0), {7}},
+        {Raw({{-3, {7, 8}}, {-2, {1}}}).RealMask(one, 0, 0, kTwo, 0, 0), {7, 8}},
+        {Raw({{-2, {3, 4}}}).RealMask(one, 0, 0, kTwo, 0, 0), {3, 4}},
+        {Raw({{-3, {7, 8}}, {-2, {1, 2}}}).Mask(kTwo, 0, 0), {1, 2}},
+        {Raw({{0, {}}, {-2, {1, 2}}}, {}).Mask(kTwo, 0, 0), {1, 2}},
+    };
+    for (const auto& test : cases) {
+        const Opened opened = OpenBytes(Rgb().Layer(test.first).Layer(Raw({{2, {5, 6}}})).Build());
+        ASSERT_EQ(opened.result, kOk) << "row " << &test - cases;
+        EXPECT_EQ(Values(opened.document->layers[0].mask.data), test.second) << "row " << &test - cases;
+        EXPECT_EQ(Values(opened.document->layers[1].image), (Pixels{0xFF000005, 0xFF000006}));
+    }
+}
+
+TEST(LayerSection, CountsAreTakenWithoutSign) {
+    for (const auto& [count, layers] : {std::pair{-3, 3}, {-32768, 32768}, {2, 1}}) {
+        DocumentBuilder document = Rgb().LayerCount(static_cast<int16_t>(count));
+        for (int i = 0; i < layers; ++i) document.Layer(Raw({{0, {}}}, {}).Name(""));
+        const Opened opened = OpenBytes(document.Build());
+        EXPECT_EQ(opened.document ? opened.document->layerCount : -2, count > 0 ? -2 : layers) << count;
+    }
+    EXPECT_EQ(OpenBytes(Rgb().LayerCount(0).Build()).result, kBadLayer);
+}
+
+TEST(LayerSection, DocumentBlocksCarryLayers) {
+    const Bytes one = Rgb(16).Layer(Raw({{0, {1, 0, 1, 0}}})).LayerInfo();
+    const Bytes three = Rgb(16).Layer(Raw({{0, {3, 0, 3, 0}}})).LayerInfo();
+    const Bytes mask = {0, 0, 0xFF, 0, 0x80, 0, 0, 0, 0, 0, 0, 50, 128, 9, 9, 9};
+    const auto plain = [&] { return Rgb(16).GlobalMask(mask).DocumentBlock("Patt", Bytes(21, 'p')); };
+    const auto seven = [&] { return plain().Layer(Raw({{0, {7, 0, 7, 0}}})); };
+    const std::pair<DocumentBuilder, uint32_t> cases[] = {
+        {plain().DocumentBlock("Lr16", one), 0xFF010000},
+        {plain().DocumentBlock("Lr16", one).DocumentBlock("Lr16", three), 0xFF030000},
+        {seven().DocumentBlock("Lr16", three), 0xFF030000},
+        {seven().DocumentBlock("Lr16", {}).DocumentBlock("Lr32", one), 0xFF070000},
+    };
+    for (const auto& [builder, pixel] : cases) {
+        const Opened opened = OpenBytes(builder.Build());
+        ASSERT_TRUE(opened.document && opened.document->layerCount == 1);
+        const PsdDocument& document = *opened.document;
+        EXPECT_EQ(document.layers[0].image[0], pixel);
+        EXPECT_EQ(document.globalMaskColor, 0xFFFF8000u);
+        EXPECT_TRUE(document.globalMaskOpacity == 50 && document.globalMaskKind == 128);
+    }
+}
+
+TEST(LayerSection, GroupsHoldOneLevel) {
+    const LayerBuilder layer = Raw({{0, {}}}, {});
+    DocumentBuilder document = Rgb().Layer(layer).Layer(GroupEnd()).Layer(layer).Layer(GroupEnd());
+    document.Layer(layer).Layer(GroupHead()).Layer(layer).Layer(GroupHead()).Layer(layer);
+    const Opened opened = OpenBytes(document.Build());
+    // The member of the outer group that lies below the inner one has lost it.
+    const int parents[] = {-1, -1, -1, -1, 5, -1, 7, -1, -1};
+    const Owned<PsdLayer>& layers = opened.document->layers;
+    for (size_t i = 0; i < std::size(parents); ++i)
+        EXPECT_EQ(layers[i].parent ? layers[i].parent - layers.get() : -1, parents[i]) << i;
+}
+
+TEST(LayerSection, ReadModesDecideWhatIsRead) {
+    for (const int layers : {0, 1}) {
+        DocumentBuilder builder = Rgb().Merged(Bytes(48, 7));
+        if (layers) builder.Layer(Small());
+        for (uint32_t mode = 0; mode < 7; ++mode) {
+            const Opened opened = OpenBytes(builder.Build(), mode);
+            ASSERT_EQ(opened.result, kOk) << mode;
+            EXPECT_EQ(opened.document->layerCount, mode == 0 || mode == 2 ? layers : 0) << mode;
+            const bool merged = mode == 0 || mode == 3 || (mode == 2 && !layers);
+            EXPECT_EQ(Values(opened.document->mergedPixels), Pixels(merged ? 16 : 0, 0xFF070707)) << mode;
+        }
+    }
+}
+
+#if defined(TESSARY_FAULT_INJECTION)
+// Each decoded channel takes the inflater's memory; channels that repeat an id are not decoded.
+TEST(LayerSection, RepeatedChannelsCostNothing) {
+    LayerBuilder repeating(kTwo);
+    for (int i = 0; i < 32767; ++i) repeating.Channel(0, {1, 2}, 2);
+    const Bytes repeated = Rgb().Layer(repeating).Build();
+    FailAllocationNumber(0);
+    EXPECT_EQ(OpenBytes(repeated).result, kOk);
+    EXPECT_LT(AllocationCount(), 30u);
+}
+#endif
+
+}  // namespace
+}  // namespace tessary::test

@@ -1,0 +1,335 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+
+#include "document/big_endian.h"
+#include "properties/adjustment_pixels.h"
+#include "properties/adjustment_tables.h"
+#include "properties/apply_adjustment.h"
+#include "properties/property_readers.h"
+#include "render/render.h"
+#include "tests/render/plain_rule.h"
+#include "tests/support/document_builder.h"
+
+namespace tessary::test {
+namespace {
+
+using Numbers = std::vector<int>;
+
+ByteWriter Words(const Numbers& values, size_t zeros = 0) {
+    ByteWriter out;
+    for (const int value : values) out.I16(value);
+    return out.Zeros(zeros);
+}
+// Composite first; channels that are not given stay as they are.
+ByteWriter Levels(const std::vector<Numbers>& levels) {
+    ByteWriter out = Words({2});
+    for (size_t i = 0; i < 29; ++i)
+        out.Raw(Words(i < levels.size() ? levels[i] : Numbers{0, 255, 0, 255, 100}));
+    return out;
+}
+// The composite's curve first; points of output and input.
+ByteWriter Curves(uint32_t channels, const std::vector<Numbers>& curves) {
+    ByteWriter out = ByteWriter().U8(0).U16(1).U32(channels);
+    for (const Numbers& points : curves) out.U16(static_cast<uint32_t>(points.size() / 2)).Raw(Words(points));
+    return out;
+}
+ByteWriter Hue(const Numbers& master, const Numbers& reds) {
+    ByteWriter out =
+        Words({2, 0, 0, 0, 0}).Raw(Words(master)).Raw(Words({315, 345, 15, 45})).Raw(Words(reds));
+    return out.Zeros(5 * 14);
+}
+// Stops of location, midpoint and 24-bit colour.
+ByteWriter GradientMap(int reverse, const std::vector<std::array<int, 3>>& stops) {
+    ByteWriter out = Words({1, reverse << 8, 0, 0, static_cast<int>(stops.size())});
+    for (const auto& [location, midpoint, rgb] : stops) {
+        out.I32(location).I32(midpoint).U16(0);
+        for (const int shift : {16, 8, 0}) out.I16((rgb >> shift & 255) << 8);
+        out.U32(0);
+    }
+    return out.Zeros(60);
+}
+
+TEST(Adjustments, TurnPixelsIntoOthers) {
+    const std::vector<std::array<int, 3>> stops = {{160, 25, 0xFF0000}, {800, 50, 0xFF}, {4000, 500, 0xFE}};
+    const std::vector<std::array<int, 3>> mixedStops = {stops[0], {-1, 50, 0xFF}, {320, 500, 0xFE}};
+    const Numbers none = {0, 0, 0};
+    const Numbers wave = {30, 20, 200, 100, 90, 160, 250, 240}, invert = {255, 0, 0, 255},
+                  half = {0, 0, 127, 255};
+    const Numbers rows = {50, 50, 50, 100, 1, 0, 100, 0, 0, 0, -200, 0, 300, 0, -33};
+    const struct {
+        std::string_view key;
+        ByteWriter block;
+        std::vector<std::pair<uint32_t, uint32_t>> pixels;  // before and after
+        uint32_t mode = kColorRgb;
+    } cases[] = {
+        {"brit", Words({30, 0, 127, 0}), {{0x123456, 0x123456}}},
+        {"brit", Words({0, 30, 127, 0}), {{0x123456, 0x123456}}},
+        {"brit", Words({30, 30, 0, 0}), {{0x123456, 0x123456}}},
+        {"brit", Words({50, -50, 100, 0}), {{0x004080, 0x808D9A}, {0xC0E0FF, 0xA7AEB4}}},
+        {"brit", Words({-50, 25, 100, 0}), {{0x004080, 0x000020}, {0xC8E0FF, 0x566880}}},
+        {"levl",
+         Levels({{50, 150, 0, 255, 100},
+                 {0, 255, 255, 0, 100},
+                 {0, 255, 0, 255, 200},
+                 {128, 128, 20, 300, 100}}),
+         {{0x323232, 0xFF0014},
+          {0x505050, 0xB48B14},
+          {0x646464, 0x81B414},
+          {0x656565, 0x7EB6FF},
+          {0x969696, 0x01FFFF}}},
+        {"levl", Levels({{0, 255, 0, 255, 0}}), {{0x00FEFF, 0x0000FF}}},
+        {"levl", Levels({{100, 255, 0, 255, 50}}), {{0x3264FF, 0x0000FF}}},
+        {"levl", Levels({{100, 100, 0, 255, 300}}), {{0x6465FF, 0x00FFFF}}},
+        {"levl", Levels({{255, 0, 0, 255, 100}}), {{0x3700FF, 0xC8FF00}}},
+        {"levl", Levels({{0, 255, 100, 50, 100}}), {{0x0000FF, 0x646433}}},
+        {"levl",
+         Levels({{50, 150, 0, 255, 100}, {0, 255, 255, 0, 100}}),
+         {{0x646464, 0x7F7F7F}},
+         kColorGrayscale},
+        // Samples of splines, which have been compared with the cubics evaluated directly.
+        {"curv", Curves(1, {wave}), {{0x001314, 0x1E1E1E}, {0x15283C, 0x215284}, {0x506364, 0xAFC8C8}}},
+        {"curv", Curves(1, {wave}), {{0x657882, 0xC8AF90}, {0x8C9FA0, 0x725A5A}, {0xA1B4C8, 0x5B739C}}},
+        {"curv", Curves(1, {wave}), {{0xDCEFFF, 0xCBF9FA}}},
+        {"curv", Curves(15, {invert, half, {99, 9}, half}), {{0x0009FF, 0x7FF600}, {0xFF0000, 0x00FF7F}}},
+        {"curv", Curves(3, {invert, half}), {{0x000000, 0xFF0000}}, kColorGrayscale},
+        {"curv", Curves(1, {{300, 400, 9, -1}}), {{0xFEFFFF, 0xFF0909}}},  // both fall on the last column
+        // The hump is 0.667 at 127 and -0.0105 at 255; the fading curve 0.075 at its foot, 0.963 at 127, and
+        // for the highlights 1.075 - 1 / (61 / 16 + 1) = 0.867.
+        {"blnc",
+         Words({100, -100, 0, 0, 0, -100, 0, 0, 100, 0}),
+         {{0x7F7F7F, 0xC11F93}, {0xFFFF00, 0xFEF807}}},
+        {"post", Words({0, 0}), {{0x123456, 0}}},
+        {"post", Words({2, 0}), {{0x3F40BF, 0x008080}, {0xC000FF, 0xFF00FF}}},
+        {"post", Words({4, 0}), {{0x1F205F, 0x004040}, {0x60A0DF, 0x80BFBF}, {0x9FE0FF, 0x80FFFF}}},
+        {"post", Words({255, 0}), {{0x123456, 0x123456}}},
+        {"post", Words({-1, 0}), {{0x123456, 0x123456}}},
+        {"hue2", Hue(none, none), {{0x123457, 0x123457}}},
+        {"hue2", Hue({120, 0, 0}, none), {{0xFF0000, 0x01FF01}}},  // S 254, L 128: high 255, low 1
+        {"hue2", Hue({-32640, 0, 0}, none), {{0xFF0000, 0x01FF01}}},
+        {"hue2", Hue({360, 0, 0}, none), {{0xFF0000, 0xFF0101}}},
+        {"hue2", Hue({0, -30000, 0}, none), {{0xFF0000, 0x808080}}},
+        {"hue2", Hue({0, 0, 100}, none), {{0x404040, 0x808080}, {0xFF8080, 0xFFFEFE}}},  // high 256, low 254
+        {"hue2", Hue(none, {0, 0, -50}), {{0x00FF00, 0x00FF00}, {0x646464, 0x323232}}},
+        {"hue2", Hue({0, 0, 50}, {0, 0, -50}), {{0x646464, 0x646464}}},
+        {"hue2", Hue(none, {0, 0, -100}), {{0xFF8000, 0x834201}}},
+        {"thrs", Words({0, 0}), {{0, 0xFFFFFF}}},
+        {"thrs", Words({128, 0}), {{0x808080, 0xFFFFFF}, {0x7F7F7F, 0}}},
+        {"thrs", Words({256, 0}), {{0xFFFFFF, 0}}},
+        {"thrs", Words({-1, 0}), {{0xFFFFFF, 0}}},
+        {"thrs", Words({76, 0}), {{0xFF0000, 0xFFFFFF}, {0x0000FF, 0}, {0x00FF00, 0xFFFFFF}}},
+        {"thrs", Words({77, 0}), {{0xFF0000, 0}}},
+        {"mixr", Words({1, 0}).Raw(Words(rows, 10)), {{0x010305, 0x050300}, {0x10FFFF, 0xFFFFFF}}},
+        {"mixr", Words({1, 1}).Raw(Words(rows, 10)), {{0x010305, 0x050505}}},
+        {"grdm", GradientMap(0, {}), {{0x777777, 0}}},
+        // 15 is halfway to the average: 255 - 64, 0 + 63; 35 is 127 - 127 * 15 / 30, 127 + 128 * 15 / 30.
+        {"grdm", GradientMap(0, stops), {{0x090909, 0xFF0000}, {0x0A0A0A, 0xFF0000}, {0x0F0F0F, 0xBF003F}}},
+        {"grdm", GradientMap(0, stops), {{0x141414, 0x7F007F}, {0x232323, 0x4000BF}, {0x323232, 0x0000FF}}},
+        {"grdm", GradientMap(1, stops), {{0xF0F0F0, 0xBF003F}, {0, 0x0000FE}}},
+        {"grdm", GradientMap(0, mixedStops), {{0x131313, 0xED0012}, {0xC8C8C8, 0x0000FE}}},  // 9 of 61 steps
+    };
+    for (const auto& [key, block, pixels, mode] : cases) {
+        StreamReader over(block);
+        PsdLayer layer;
+        const auto* bytes = reinterpret_cast<const uint8_t*>(key.data());
+        const uint32_t size = static_cast<uint32_t>(block.size());
+        ASSERT_EQ(ReadPropertyBlock(over.document, layer, LoadU32(bytes), size), PsdReadResult::kOk);
+        over.document.width = over.document.height = 1;
+        over.document.colorMode = mode;
+        over.document.canvas = AllocateZeroed<uint32_t>({1});
+        for (const auto& [before, after] : pixels) {
+            over.document.canvas[0] = 0x9A000000 | before;
+            ASSERT_TRUE(ApplyAdjustment(over.document, layer, {0, 0, 1, 1}));
+            EXPECT_EQ(layer.image[0], 0x9A000000 | after)
+                << key << std::hex << ' ' << before << ' ' << layer.image[0];
+        }
+    }
+}
+
+TEST(AdjustmentTables, HueRangesMayHoldNothing) {
+    HueRecord record;
+    record.ranges[0] = {50, 50, 50, 50, {1, 1, 1}};
+    record.ranges[1] = {32767, -32768, 32767, -32768, {1, 1, 1}};
+    BuildHueWeights(record);
+    EXPECT_EQ(record.weights[0], HueWeights{});
+}
+
+// The rule in its plainest form, one class after another.
+uint32_t SelectivePlainly(const SelectiveRecord& record, uint32_t pixel) {
+    const PlainColor rgb = ColorOf(pixel);
+    const int black = 255 - std::max({rgb.c[0], rgb.c[1], rgb.c[2]}), hue = PlainToHsl(rgb).c[0];
+    int ink[4] = {0, 0, 0, black};
+    for (int i = 0; i < 3 && black < 255; ++i) ink[i] = (255 - rgb.c[i] - black) * 255 / (255 - black);
+    int sum[4] = {ink[0], ink[1], ink[2], ink[3]};
+    const auto add = [&](const InkAdjustment& change, int weight, int divisor) {
+        const int values[4] = {change.cyan, change.magenta, change.yellow, change.black};
+        for (int i = 0; i < 4; ++i) sum[i] += values[i] * weight * (record.absolute ? 255 : ink[i]) / divisor;
+    };
+    for (int i = 0; i < 6; ++i) {
+        const int into = hue - (15 + 60 * i - 60);
+        if (into < 0 || into >= 90) continue;
+        add(record.inks[1 + i], std::min({into * 255 / 30, 255, (90 - into) * 255 / 30}), 25500);
+    }
+    add(record.inks[black == 0 ? 7 : black < 255 ? 8 : 9], 1, 100);
+    for (int& value : sum) value = std::clamp(value, 0, 255);
+    const auto back = [&](int i) {
+        return static_cast<uint32_t>((65535 - (255 - sum[3]) * sum[i] - 256 * sum[3]) >> 8);
+    };
+    return PackPixel(Alpha(pixel), back(0), back(1), back(2));
+}
+
+std::vector<uint32_t> ManyColors() {
+    std::vector<uint32_t> colors(52 * 52 * 52);
+    for (uint32_t i = 0; i < colors.size(); ++i)
+        colors[i] = PackPixel(i & 255, i % 52 * 5, i / 52 % 52 * 5, i / (52 * 52) * 5);
+    return colors;
+}
+
+uint32_t HuePlainly(const HueRecord& record, uint32_t pixel) {
+    const PlainColor hsl = PlainToHsl(ColorOf(pixel));
+    int sums[] = {record.master.hue, record.master.saturation, record.master.lightness};
+    for (size_t r = 0; r < HueRecord::kRangeCount; ++r) {
+        const HueSettings& range = record.ranges[r].settings;
+        const int values[] = {range.hue, range.saturation, range.lightness};
+        for (int i = 0; i < 3; ++i) sums[i] += values[i] * record.weights[r][size_t(hsl.c[0])] / 255;
+    }
+    if (sums[0] == 0 && sums[1] == 0 && sums[2] == 0) return pixel;
+    const auto scaled = [&](int i) {
+        return std::clamp(hsl.c[i] + std::clamp(sums[i], -100, 100) * hsl.c[i] / 100, 0, 255);
+    };
+    const PlainColor rgb = PlainToRgb({{(hsl.c[0] + 2160 + sums[0]) % 360, scaled(1), scaled(2)}});
+    const auto byte = [&](int i) { return static_cast<uint32_t>(std::clamp(rgb.c[i], 0, 255)); };
+    return PackPixel(Alpha(pixel), byte(0), byte(1), byte(2));
+}
+
+TEST(AdjustmentMaps, HueFollowsThePlainRule) {
+    const std::vector<uint32_t> colors = ManyColors();
+    std::vector<uint32_t> mapped(colors.size());
+    for (const HueSettings& master :
+         {HueSettings{0, 0, 0}, {40, 30, -20}, {-1170, -90, 101}, {719, 250, -250}}) {
+        HueRecord record;
+        record.master = master;
+        record.ranges[0] = {315, 345, 15, 45, {20, -40, 30}};
+        record.ranges[3] = {75, 105, 135, 165, {-90, 60, -10}};
+        BuildHueWeights(record);
+        for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
+            HueMap(record).MapRow(colors.data(), mapped.data(), colors.size(), path);
+            for (size_t i = 0; i < colors.size(); ++i)
+                ASSERT_EQ(mapped[i], HuePlainly(record, colors[i])) << std::hex << colors[i];
+        }
+    }
+}
+
+TEST(AdjustmentMaps, SelectiveFollowsThePlainRule) {
+    const std::vector<uint32_t> colors = ManyColors();
+    std::vector<uint32_t> mapped(colors.size());
+    for (const int scale : {1, -1, 400}) {
+        SelectiveRecord record;
+        record.absolute = scale < 0;
+        for (int i = 0; i < 10; ++i) {
+            if (i == 2) continue;  // a class that is skipped
+            record.inks[i] = {int16_t(scale * (i * 17 % 83 - 40)), int16_t(scale * (i * 29 % 79 - 35)),
+                              int16_t(scale * (30 - i * 13 % 71)), int16_t(scale * (i * 7 % 61 - 30))};
+        }
+        for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
+            SelectiveMap(record).MapRow(colors.data(), mapped.data(), colors.size(), path);
+            for (size_t i = 0; i < colors.size(); ++i)
+                ASSERT_EQ(mapped[i], SelectivePlainly(record, colors[i])) << std::hex << colors[i];
+        }
+    }
+}
+
+// A 4 x 3 document whose canvas pixels differ in alpha and colour, and one layer.
+struct Scene {
+    explicit Scene(uint32_t layerKind, uint32_t mode = kColorRgb) {
+        document.width = 4, document.height = 3, document.colorMode = mode;
+        document.canvas = AllocateZeroed<uint32_t>({4, 3});
+        for (uint32_t i = 0; i < 12; ++i) document.canvas[i] = i * 20 << 24 | (0x102030 + i);
+        layer.layerKind = layerKind, layer.rebuildTables = true;
+    }
+    bool Apply(const Rect& area = {0, 0, 4, 3}) { return ApplyAdjustment(document, layer, area); }
+    PsdDocument document;
+    PsdLayer layer;
+};
+
+TEST(ApplyAdjustment, RecoloursTheAreaInsideTheLayerAndKeepsAlpha) {
+    const Rect whole = {0, 0, 4, 3};  // what a layer without pixels of its own becomes
+    for (const Rect& bounds :
+         {Rect{-2, -1, 3, 2}, Rect{2, 1, 6, 9}, whole, Rect{4, 0, 9, 3}, Rect{7, 7, 7, 7}}) {
+        Scene scene(kLayerInvert);
+        PsdLayer& layer = scene.layer;
+        layer.bounds = bounds;
+        layer.width = static_cast<int32_t>(bounds.Width()),
+        layer.height = static_cast<int32_t>(bounds.Height());
+        if (layer.width)
+            layer.image = AllocateZeroed<uint32_t>({uint64_t(layer.width), uint64_t(layer.height)});
+        ASSERT_TRUE(scene.Apply({1, 0, 3, 3}));
+        EXPECT_EQ(layer.bounds, bounds.IsEmpty() ? whole : bounds);
+        EXPECT_TRUE(layer.width == layer.bounds.Width() && layer.height == layer.bounds.Height());
+        EXPECT_FALSE(layer.rebuildTables);
+        for (int i = 0; i < layer.width * layer.height; ++i) {
+            const int x = layer.bounds.left + i % layer.width, y = layer.bounds.top + i / layer.width;
+            const bool inside = x >= 1 && x < 3 && y >= 0 && y < 3;
+            const uint32_t want = inside ? scene.document.canvas[size_t(y * 4 + x)] ^ 0xFFFFFF : 0;
+            EXPECT_EQ(layer.image[size_t(i)], want) << bounds.left << ' ' << i;
+        }
+    }
+}
+
+TEST(ApplyAdjustment, KnowsWhatItCannotDraw) {
+    const std::tuple<uint32_t, uint32_t, uint32_t, bool> cases[] = {
+        {kLayerLevels, kPropertyLevels, kColorGrayscale, true},
+        {kLayerLevels, kPropertyLevels, kColorCmyk, false},
+        {kLayerLevels, kPropertyCurves, kColorRgb, false},
+        {kLayerMixer, kPropertyMixer, kColorGrayscale, false},
+        {kLayerPhotoFilter, kPropertyPhotoFilter, kColorRgb, false},
+        {kLayerPatternFill, kPropertyPatternFill, kColorRgb, false},
+        {kLayerInvert, kPropertyTypeTool, kColorLab, true},
+    };
+    for (const auto& [kind, code, mode, drawn] : cases) {
+        Scene scene(kind, mode);
+        AppendProperty<LevelsRecord>(scene.layer, code);
+        EXPECT_EQ(scene.Apply(), drawn) << kind;
+        ASSERT_EQ(scene.layer.image.count(), 12u) << kind;
+        EXPECT_TRUE(scene.layer.rebuildTables != drawn && (scene.layer.image[5] != 0) == drawn) << kind;
+    }
+}
+
+TEST(ApplyAdjustment, BuildsTablesOnceFromTheFirstRecord) {
+    Scene scene(kLayerPosterize), balanced(kLayerBalance), neverBuilt(kLayerCurves);
+    auto* first = AppendProperty<PosterizeRecord>(scene.layer, kPropertyPosterize);
+    AppendProperty<PosterizeRecord>(scene.layer, kPropertyPosterize)->levels = 1;
+    for (const uint16_t later : {uint16_t{255}, uint16_t{0}}) {
+        first->levels = later;
+        ASSERT_TRUE(scene.Apply());
+        EXPECT_EQ(scene.layer.image[3], scene.document.canvas[3]);
+    }
+    auto* balance = AppendProperty<BalanceRecord>(balanced.layer, kPropertyBalance);
+    balance->cyanRed.highlights = 100;      // + 100 * (1.075 - 1 / (16 / 16 + 1)) = 57
+    balance->magentaGreen.highlights = 50;  // + 50 * (1.075 - 1 / 3) = 37
+    ASSERT_TRUE(balanced.Apply());
+    EXPECT_EQ(balanced.layer.image[0], balanced.document.canvas[0] + 0x392500);
+
+    AppendProperty<CurvesRecord>(neverBuilt.layer, kPropertyCurves);
+    neverBuilt.layer.rebuildTables = false;
+    ASSERT_TRUE(neverBuilt.Apply());
+    EXPECT_EQ(neverBuilt.layer.image[11], neverBuilt.document.canvas[11] & 0xFF000000);
+}
+
+TEST(ApplyAdjustment, ReachesTheCanvasFromAFile) {
+    DocumentBuilder file(kColorRgb, 8, 3, 2, 1);
+    file.Layer(LayerBuilder({0, 0, 2, 1}).Solid(0xFF204060));
+    file.Layer(LayerBuilder({}).Channel(-1, {}).Block("thrs", ByteWriter().U16(65).U16(0)).Block("nvrt", {}));
+    LayerBuilder masked = LayerBuilder({}).Channel(-1, {}).Block("post", ByteWriter().U16(1).U16(0));
+    const Opened opened = OpenBytes(file.Layer(masked.Mask({1, 0, 2, 1}, 0, 0, Bytes{255})).Build());
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_EQ(Render(opened.document.get(), 0, 0, 2, 1), PsdReadResult::kOk);
+        EXPECT_EQ(opened.document->canvas[0], 0xFFDFBF9Fu);  // the later block makes the kind
+        EXPECT_EQ(opened.document->canvas[1], 0xFFFFFFFFu);
+    }
+}
+
+}  // namespace
+}  // namespace tessary::test
