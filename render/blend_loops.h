@@ -101,7 +101,7 @@ Pixels LiesOutside(const PixelSpans& spans, Pixels pixel) {
 Pixels GatedCoverage(Pixels canvas, Pixels layer, Pixels coverage, const BlendSettings& settings) {
     const Pixels outside =
         LiesOutside(settings.gate->layer, layer) | LiesOutside(settings.gate->canvas, canvas);
-    const Pixels isFree = settings.emptyPasses ? canvas >> 24 == 0 : Pixels(0);
+    const Pixels isFree = settings.emptyPasses ? (canvas >> 24) == 0 : Pixels(0);
     return Without(coverage, Without(outside, isFree));
 }
 
