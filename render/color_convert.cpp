@@ -256,8 +256,8 @@ void LabChunk(const Chunk& in, uint32_t* pixels, size_t count) {
             green[i] = ofA.green + ofB.green;
             blue[i] = ofA.blue + ofB.blue;
             // The curve does not reach black by itself.
-            const uint32_t isBlack = (lightness | (a ^ 128) | (b ^ 128)) == 0;
-            mask[i] = isBlack - 1;
+            const bool isBlack = (lightness | (a ^ 128) | (b ^ 128)) == 0;
+            mask[i] = isBlack ? 0 : 0xFFFFFFFF;
         }
         for (size_t i = 0; i < stage; ++i) redCell[i] = GammaTable::CellOf(red[i]);
         for (size_t i = 0; i < stage; ++i) greenCell[i] = GammaTable::CellOf(green[i]);
