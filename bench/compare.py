@@ -18,13 +18,15 @@ import time
 
 
 def run(command):
-    """Milliseconds and output; None when the program fails or takes longer than two minutes."""
+    """Milliseconds and output; None when the program fails, which GIMP only says, or takes over two minutes."""
     start = time.perf_counter()
     try:
         done = subprocess.run(command, capture_output=True, text=True, errors="replace", timeout=120)
     except subprocess.TimeoutExpired:
         return None
-    return (1000 * (time.perf_counter() - start), done.stdout + done.stderr) if done.returncode == 0 else None
+    output = done.stdout + done.stderr
+    failed = done.returncode != 0 or "execution error" in output
+    return None if failed else (1000 * (time.perf_counter() - start), output)
 
 
 def printed_time(command):
