@@ -118,19 +118,22 @@ bool MayAllocate(uint64_t wanted, uint64_t inputBytes, uint32_t expansion) {
 
 PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes) {
     if (!MayAllocate(size, InputLeft(document), kRawExpansion)) return PsdReadResult::kOutOfMemory;
-    // What the stream says of its size is a claim too.
     Owned<uint8_t> head;
-    size_t delivered = 0;
-    if (size > kAlwaysAllowedBytes) {
-        const PsdReadResult result = ReadUpTo(document, size / 100, head, delivered);
-        if (result != PsdReadResult::kOk) return result;
-        if (delivered < size / 100) return PsdReadResult::kOutOfMemory;
-    }
+    size_t arrived = 0;
+    const PsdReadResult result = ReadHead(document, size, head, arrived);
+    if (result != PsdReadResult::kOk) return result;
     bytes = AllocateZeroed<uint8_t>({size});
     if (!bytes) return PsdReadResult::kOutOfMemory;
-    if (delivered) std::memcpy(bytes.get(), head.get(), delivered);
-    Read(document, bytes.get() + delivered, bytes.count() - delivered);
+    if (arrived) std::memcpy(bytes.get(), head.get(), arrived);
+    Read(document, bytes.get() + arrived, bytes.count() - arrived);
     return PsdReadResult::kOk;
+}
+
+PsdReadResult ReadHead(PsdDocument& document, uint64_t size, Owned<uint8_t>& head, size_t& arrived) {
+    arrived = 0;
+    if (size <= kAlwaysAllowedBytes) return PsdReadResult::kOk;
+    const PsdReadResult result = ReadUpTo(document, size / 100, head, arrived);
+    return result == PsdReadResult::kOk && arrived < size / 100 ? PsdReadResult::kOutOfMemory : result;
 }
 
 PsdReadResult ReadUpTo(PsdDocument& document, uint64_t limit, Owned<uint8_t>& bytes, size_t& delivered) {

@@ -40,6 +40,11 @@ bool MayAllocate(uint64_t wanted, uint64_t inputBytes, uint32_t expansion);
 // hundredth of them has really arrived.
 PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes);
 
+// For buffers of more than 64 MiB, which wait for the stream to show that it has something to put into them:
+// reads the first hundredth of `size` bytes into `head`, `arrived` of them. kOutOfMemory when less comes.
+// Below nothing is read.
+PsdReadResult ReadHead(PsdDocument& document, uint64_t size, Owned<uint8_t>& head, size_t& arrived);
+
 // Reads up to `limit` bytes, as many as the stream delivers, into a buffer that grows with what arrives once
 // the limit is above 64 MiB. `bytes` may hold more than `delivered` bytes, zero behind them.
 PsdReadResult ReadUpTo(PsdDocument& document, uint64_t limit, Owned<uint8_t>& bytes, size_t& delivered);

@@ -23,8 +23,9 @@ voidpf AllocateForZlib(voidpf, uInt items, uInt size) {
 
 void FreeForZlib(voidpf, voidpf memory) { FreeBytes(memory); }
 
-// InflateAll that also tells how many bytes came out.
-PsdReadResult InflateCounted(std::span<const uint8_t> input, std::span<uint8_t> output, size_t& produced) {
+// Inflates one zlib stream and tells how many bytes came out. A stream that ends before the output is full
+// leaves the rest as it is, one that goes on is cut.
+PsdReadResult InflateAll(std::span<const uint8_t> input, std::span<uint8_t> output, size_t& produced) {
     produced = 0;
     Inflater inflater;
     if (!inflater.IsCreated()) return PsdReadResult::kInflateSetup;
@@ -168,7 +169,7 @@ PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input,
         break;
     case kCompressionZip:
     case kCompressionZipPrediction:
-        result = InflateCounted(input, planes, produced);
+        result = InflateAll(input, planes, produced);
         written = produced;
         if (result == PsdReadResult::kOk && compression == kCompressionZipPrediction && produced != 0) {
             const uint64_t reached = (produced + rowBytes - 1) / rowBytes;
@@ -233,11 +234,6 @@ const uint8_t* TakeRows(PlaneRows& plane, size_t rows, uint8_t* buffer) {
         std::memset(out + written, 0, plane.rowBytes - written);
     }
     return buffer;
-}
-
-PsdReadResult InflateAll(std::span<const uint8_t> input, std::span<uint8_t> output) {
-    size_t produced = 0;
-    return InflateCounted(input, output, produced);
 }
 
 void UndoPrediction(uint8_t* planes, uint32_t width, uint64_t rows, uint32_t depth) {

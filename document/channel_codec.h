@@ -63,10 +63,6 @@ struct PlaneRows {
 // Both the buffer and the data of packed rows have kUnpackSlack bytes behind them.
 const uint8_t* TakeRows(PlaneRows& plane, size_t rows, uint8_t* buffer);
 
-// Inflates one zlib stream. A stream that ends before `output` is full leaves the rest as it is, one that
-// goes on is cut; corrupt or truncated data is kInflateFailed.
-PsdReadResult InflateAll(std::span<const uint8_t> input, std::span<uint8_t> output);
-
 // Adds up the differences of each row in place. 32-bit samples are treated one by one, as this format's
 // readers do.
 void UndoPrediction(uint8_t* planes, uint32_t width, uint64_t rows, uint32_t depth);

@@ -102,7 +102,10 @@ bool CanFill(uint64_t planeBytes, uint64_t dataBytes, uint32_t expansion) {
 
 size_t StepRows(size_t rowBytes) { return std::max<size_t>(kStepBytes / std::max<size_t>(rowBytes, 1), 1); }
 
-size_t StepBytes(size_t rowBytes) { return StepRows(rowBytes) * rowBytes + kUnpackSlack; }
+// Long rows are used where they are.
+size_t StepBytes(size_t rowBytes) {
+    return (rowBytes <= kLongRow ? StepRows(rowBytes) * rowBytes : 0) + kUnpackSlack;
+}
 
 // Goes through a plane's rows in steps that stay in the cache.
 //   buffer  StepBytes
@@ -170,14 +173,10 @@ PsdReadResult ReadPlane(PsdDocument& document, uint16_t compression, uint32_t le
     const bool isStored = plane.rows.rowBytes <= kLongRow &&
                           (compression == kCompressionRaw || compression == kCompressionPackBits);
     Owned<uint8_t>& input = isStored ? slot : zipped;
-    // What the stream says of its size is a claim: much memory is taken only when some of it has come.
     Owned<uint8_t> head;
     size_t arrived = 0;
-    if (length > kUnfilledBytes) {
-        const PsdReadResult result = ReadUpTo(document, length / 100, head, arrived);
-        if (result != PsdReadResult::kOk) return result;
-        if (arrived < length / 100) return PsdReadResult::kShortRead;
-    }
+    if (const auto result = ReadHead(document, length, head, arrived); result != PsdReadResult::kOk)
+        return result;
     if (!Grow(input, uint64_t{length} + kUnpackSlack, kLeastInputBytes)) return PsdReadResult::kOutOfMemory;
     if (arrived) std::memcpy(input.get(), head.get(), arrived);
     arrived += Read(document, input.get() + arrived, length - arrived);

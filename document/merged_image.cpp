@@ -510,10 +510,11 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
     MergedShape shape;
     const uint64_t rowBytes = PlaneRowBytes(document.width, document.depth);
     const auto total = CheckedProduct({rowBytes, document.height, document.channels});
-    if (!total || !CheckedProduct({rowBytes, document.height})) return PsdReadResult::kOutOfMemory;
+    const auto pixelBytes = CheckedProduct({document.width, document.height, 4});
+    if (!total || !pixelBytes) return PsdReadResult::kOutOfMemory;
     shape.rowBytes = static_cast<size_t>(rowBytes);
     shape.totalBytes = *total;
-    shape.pixels = uint64_t{document.width} * document.height;
+    shape.pixels = *pixelBytes / 4;
     shape.pixelsPerByte = document.depth == 1 ? 8 : 1;
 
     shape.compression = ReadU16(document);

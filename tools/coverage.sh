@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Counts the lines of the engine and of the portable front end that the native tests, the hostile checks and what the
 # fuzzers have learnt reach; needs clang and llvm. Prints each file's share and each line that nothing reaches, and
-# fails below 95 %. INPUTS names folders of documents beside build/fuzz/work.
+# fails below 95 %. INPUTS names folders of documents beside build/fuzz/learnt.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=build/coverage
@@ -14,7 +14,7 @@ for program in "${programs[@]:0:5}"; do
     "$program" --gtest_brief=1
 done
 $build/hostile_check $build/small_samples 50
-for folder in build/fuzz/work/{open,render,com} ${INPUTS:-}; do
+for folder in build/fuzz/learnt/{open,render,com} ${INPUTS:-}; do
     # Each document once as it is.
     if [ -d "$folder" ]; then $build/hostile_check "$folder" 1000000000 || true; fi
 done
