@@ -42,25 +42,13 @@ if(WIN32)
   set_tests_properties(windows.wine_prefix PROPERTIES FIXTURES_SETUP wine TIMEOUT 300)
   # The DLL is tested from outside, through its exports.
   file(GLOB sources CONFIGURE_DEPENDS tests/windows/*_test.cpp)
-  add_library(com_host OBJECT tests/support/com_host.cpp tests/support/com_viewer.c)
-  target_link_libraries(com_host PRIVATE document_builder ${gtest_libraries})
-  target_compile_definitions(com_host PRIVATE TESSARY_DLL_DIR="${TESSARY_DLL_DIR}")
   foreach(source ${sources})
     get_filename_component(name ${source} NAME_WE)
-    set(LIBRARIES com_host windowscodecs ole32 oleaut32 uuid shlwapi psapi shell32 advapi32 user32)
+    set(LIBRARIES windowscodecs ole32 oleaut32 uuid shlwapi psapi shell32 advapi32 user32)
     add_test_program(${name} ${source})
+    target_compile_definitions(${name} PRIVATE TESSARY_DLL_DIR="${TESSARY_DLL_DIR}")
     add_dependencies(${name} Tessary)
   endforeach()
-  add_executable(replay tests/windows/replay.cpp)
-  target_link_libraries(replay PRIVATE com_host document_builder windowscodecs ole32 oleaut32 uuid shlwapi psapi
-                                       ${gtest_libraries})
-  target_link_options(replay PRIVATE -municode)
-  add_dependencies(replay Tessary)
-  # The samples are made by the native build; without it there is nothing to open.
-  add_test(NAME windows.replay COMMAND replay ${PROJECT_SOURCE_DIR}/build/native/small_samples)
-  set_tests_properties(windows.replay PROPERTIES FIXTURES_REQUIRED wine RESOURCE_LOCK wine TIMEOUT 900
-                                                 SKIP_RETURN_CODE 77)
   # Running one script of the six, or a damaged one, is beyond the exports.
   target_sources(registration_test PRIVATE frontend/registration.cpp frontend/registry_writer.cpp)
-  target_compile_definitions(registration_test PRIVATE TESSARY_DLL_DIR="${TESSARY_DLL_DIR}")
 endif()

@@ -76,16 +76,13 @@ TEST(PropertyReaders, TurnBlocksIntoKindsAndCodes) {
         uint32_t length = 0;  // 0: the block's own
     } cases[] = {
         {"levl", Levels(2), 6, 1, 0, true},
-        {"levl", Levels(2, Bytes(4)), 6, 1, 0, true},
         {"levl", Levels(2, twoLevels), 6, 1, 0, true},
         {"levl", Levels(2, extra("Lvls", 3 << 16 | 65535)), 6, 1, 0, true},
         {"levl", Levels(1), 6, 1, -503},
         {"levl", Levels(2, extra("lvls", 0)), 6, 1, -505},
         {"levl", Levels(2), 6, 1, -505, false, 300},
-        {"levl", Levels(2), 6, 1, -506, false, 290},
         {"levl", Levels(2), 6, 1, -506, false, 296},
         {"levl", Levels(2, extra("Lvls", 0)), 6, 1, -507},
-        {"curv", Curves(1), 7, 2, 0, true},
         {"curv", Curves(4, "Crv "), 7, 2, 0, true},
         {"curv", Curves(1, "Crv ", 4, 2, 251), 7, 2},  // copies that differ
         {"curv", Curves(1, "Crv ", 4, 3), 7, 2},       // a copy too many
@@ -93,24 +90,14 @@ TEST(PropertyReaders, TurnBlocksIntoKindsAndCodes) {
         {"curv", Curves(1, "Crv_"), 7, 2, -509},
         {"curv", Curves(1, "Crv ", 3), 7, 2, -510},
         {"curv", ByteWriter().U8(0).U16(1).U32(0xFFFFFFFF).U16(65535).U16(1), 7, 2, 0, true},
-        {"brit", v(0, 6), 8, 3, 0, true},
-        {"blnc", v(0, 18), 9, 4, 0, true},
-        {"hue2", v(2, 100), 10, 5, 0, true},
         {"hue2", v(0, 100), 10, 5, -511},
         {"selc", v(1, 82), 11, 6, 0, true},
         {"selc", v(0, 82), 11, 6, -512},
-        {"thrs", v(0, 2), 12, 7, 0, true},
-        {"nvrt", {}, 13, 8, 0, true},
-        {"post", v(0, 2), 14, 9, 0, true},
-        {"mixr", v(1, 42), 15, 10, 0, true},
         {"mixr", v(0, 42), 15, 10, -513},
-        {"grdm", v(1, 60), 16, 11, 0, true},
         {"grdm", v(1, 2).U32(0xFFFFFFFF), 16, 11, 0, true},
         {"grdm", v(3, 60), 16, 11, -515},
-        {"phfl", v(3, 17), 17, 12, 0, true},
         {"phfl", v(0, 18), 17, 12, 0, true},  // of another version
         {"expA", v(0, 18), 0, 0},
-        {"SoCo", Descriptor(0), kLayerSolidFill, kPropertySolidFill},
         {"SoCo", ByteWriter().U32(15), kLayerSolidFill, kPropertySolidFill, -525},
         {"GdFl", ByteWriter(), kLayerGradientFill, kPropertyGradientFill, -526},
         {"PtFl", ByteWriter().U32(0), kLayerPatternFill, kPropertyPatternFill, -530},
@@ -122,7 +109,6 @@ TEST(PropertyReaders, TurnBlocksIntoKindsAndCodes) {
         {"lrFX", old(""), 0, kPropertyOldEffects, -517},
         {"lrFX", old("8B64dsdw"), 0, kPropertyOldEffects, -517},
         {"lrFX", old("8BIMxxxx"), 0, kPropertyOldEffects, -518},
-        {"lrFX", old("8BIMds"), 0, kPropertyOldEffects, -518},
         {"lrFX", old("8BIMcmnS").U32(7).U32(1), 0, kPropertyOldEffects, -519},
         // A common state that lies about its size.
         {"lrFX", old("8BIMcmnS").Zeros(11).Text("8BIMcmnS").U32(7).Zeros(7), 0, kPropertyOldEffects},
@@ -135,27 +121,6 @@ TEST(PropertyReaders, TurnBlocksIntoKindsAndCodes) {
         EXPECT_EQ(read.layer.rebuildTables, test.rebuild) << &test - cases;
         EXPECT_LT(read.stream.calls, 1000u);
     }
-}
-
-TEST(AdjustmentReaders, KeepTheFieldsInTheirPlaces) {
-    BlockRead levels("levl", Levels(2, ByteWriter().Text("Lvls").U16(3).U16(30).Raw(Level(9, 8, 7, 6, 50))));
-    const auto& level = levels.Get<LevelsRecord>(kPropertyLevels);
-    EXPECT_TRUE(level.levels[3].inputCeiling == 252 && level.extraLevels[0].gamma == 0.5f);
-    EXPECT_FLOAT_EQ(level.levels[28].gamma, 1.28f);
-
-    ByteWriter tones;
-    for (int32_t i = 1; i <= 9; ++i) tones.I16(-i);
-    BlockRead balance("blnc", tones.U16(0x0100));
-    const auto& tone = balance.Get<BalanceRecord>(kPropertyBalance);
-    EXPECT_TRUE(tone.cyanRed.highlights == -7 && tone.yellowBlue.midtones == -6);
-    EXPECT_FALSE(tone.preserveLuminosity) << "only the low byte is the flag";
-
-    ByteWriter map;
-    map.U16(1).U16(0x0100).Unicode(u"ab").U16(1).U32(2048).U32(50).U16(0).U16(0x1234).U16(0x5678).U16(0x9ABC);
-    BlockRead mapped("grdm", map.Zeros(4).U16(1).U32(7).U32(8).U16(9).Zeros(52), 200);
-    const auto& gradient = mapped.Get<GradientMapRecord>(kPropertyGradientMap);
-    EXPECT_TRUE(gradient.reverse && gradient.transparencyStops[0].opacity == 9);
-    EXPECT_TRUE(gradient.colorStops[0].location == 2048 && gradient.colorStops[0].color == 0xFF12569A);
 }
 
 TEST(AdjustmentReaders, CurvesKeepNineteenPointsAndTheirLaterChannel) {
@@ -207,41 +172,23 @@ TEST(ObjectEffects, ReadsADropShadowWhole) {
     EXPECT_TRUE(point.x == 20 && point.y == 255 && !point.isSmooth);
 }
 
-TEST(ObjectEffects, AllSlotsAreFoundByTheirKeys) {
-    const std::pair<const char*, EffectSlot> keys[] = {
-        {"DrSh", kSlotDropShadow},      {"IrSh", kSlotInnerShadow},
-        {"OrGl", kSlotOuterGlow},       {"IrGl", kSlotInnerGlow},
-        {"ChFX", kSlotSatin},           {"SoFi", kSlotColorOverlay},
-        {"GrFl", kSlotGradientOverlay}, {"patternFill", kSlotPatternOverlay},
-        {"FrFX", kSlotStroke},          {"ebbl", kSlotBevel}};
-    for (const auto& [key, slot] : keys) {
-        ByteWriter block = ObjectEffects(2);
+TEST(ObjectEffects, FindTheirSlotsAndKeepGradients) {
+    ByteWriter block = ObjectEffects(10);
+    for (const char* key : {"DrSh", "IrSh", "IrGl", "ChFX", "SoFi", "GrFl", "patternFill", "FrFX", "ebbl"})
         Object(block, key, key, 1).Bool("enab", true);
-        Object(block, "else", "else", 1).Bool("enab", true);
-        BlockRead read("lfx2", block);
-        for (uint32_t i = 0; i < kEffectSlotCount; ++i) EXPECT_EQ(read.Get().present[i], i == slot) << key;
-        EXPECT_TRUE(read.Get().effectCount == 1 && Position(read.document) == block.size()) << key;
-    }
-}
-
-TEST(ObjectEffects, GlowsChooseBetweenColorAndGradient) {
-    ByteWriter gradient;
-    Object(gradient, "Grad", "Grdn", 3).Enum("GrdF", "GrdF", "CstS").Double("Intr", 4096);
-    gradient.ItemHead("Clrs", "VlLs").U32(1).Text("Objc").ClassName("Clrt").U32(4);
-    gradient.ColorItem("Clr ", 10, 20, 30).Enum("Type", "Clry", "FrgC").Long("Lctn", 9999).Long("Mdpn", 40);
-    for (const bool last : {false, true}) {
-        ByteWriter block = ObjectEffects(1);
-        Object(block, "OrGl", "OrGl", 4).Enum("GlwT", "BETE", "PrBL").Raw(last ? Bytes() : gradient.bytes());
-        block.ColorItem("Clr ", 255, 255, 0).Raw(last ? gradient.bytes() : Bytes()).Unit("Inpr", "#Prc", 250);
-        BlockRead read("lfx2", block);
-        const GlowSettings& glow = read.Get().outerGlow;
-        ASSERT_EQ(glow.gradient.colorStops.count, 1u);
-        const GradientColorStop& stop = glow.gradient.colorStops.items[0];
-        const Numbers numbers = {glow.useGradient, glow.color, glow.technique, glow.rangePercent,
-                                 stop.color,       stop.kind,  stop.location,  stop.midpoint};
-        EXPECT_EQ(numbers, (Numbers{last, 0xFFFFFF00, GlowSettings::kPrecise, 100, 0xFF0A141E,
-                                    GradientColorStop::kForegroundColor, 4096, 40}));
-    }
+    Object(block, "OrGl", "OrGl", 3).ColorItem("Clr ", 255, 255, 0);
+    Object(block, "Grad", "Grdn", 3).Enum("GrdF", "GrdF", "CstS").Double("Intr", 4096);
+    block.ItemHead("Clrs", "VlLs").U32(1).Text("Objc").ClassName("Clrt").U32(4);
+    block.ColorItem("Clr ", 10, 20, 30).Enum("Type", "Clry", "FrgC").Long("Lctn", 9999).Long("Mdpn", 40);
+    BlockRead read("lfx2", block.Unit("Inpr", "#Prc", 250));
+    EXPECT_EQ(read.Get().effectCount, 10);
+    for (const bool present : read.Get().present) EXPECT_TRUE(present);
+    EXPECT_EQ(Position(read.document), block.size());
+    const GlowSettings& glow = read.Get().outerGlow;
+    ASSERT_EQ(glow.gradient.colorStops.count, 1u);
+    const GradientColorStop& stop = glow.gradient.colorStops.items[0];
+    EXPECT_EQ((Numbers{glow.useGradient, glow.color, glow.rangePercent, stop.color, stop.location}),
+              (Numbers{true, 0xFFFFFF00, 100, 0xFF0A141E, 4096}));
 }
 
 TEST(ObjectEffects, ColorClassesGoThroughTheSingleColorConversions) {
@@ -263,52 +210,40 @@ TEST(ObjectEffects, ColorClassesGoThroughTheSingleColorConversions) {
     }
 }
 
-ByteWriter& RgbStructure(ByteWriter& out, uint32_t red) {
-    return out.U16(0).U16(red << 8).U16((red + 1) << 8).U16((red + 2) << 8).U16(0);
-}
-
 TEST(OldEffects, ReadsEveryBlockToTheEndThatItsSizeStates) {
-    ByteWriter shadow, glow, bevel, solid;
-    RgbStructure(shadow.Fixed(7.9).Fixed(35).Fixed(120).Fixed(11), 1).Text("8BIMmul ").U8(1).U8(1).U8(200);
-    RgbStructure(glow.Fixed(5).Fixed(101), 4).Text("8BIMscrn").U8(1).U8(90);
-    bevel.Fixed(30).Fixed(3).Fixed(6).Text("8BIMscrn8BIMmul ");
-    RgbStructure(RgbStructure(bevel, 7), 10).U8(2).U8(101).U8(102).U8(1).U8(0).U8(1);
-    RgbStructure(solid.Text("8BIMdiff"), 13).U8(77).U8(1);
+    const auto color = [](uint32_t red) {
+        return ByteWriter().U16(0).U16(red << 8).U16((red + 1) << 8).U16((red + 2) << 8).U16(0);
+    };
+    ByteWriter shadow, glow, solid;
+    shadow.Fixed(7.9).Fixed(35).Fixed(120).Fixed(11).Raw(color(1)).Text("8BIMmul ").U8(1).U8(1).U8(200);
+    glow.Fixed(5).Fixed(101).Raw(color(4)).Text("8BIMscrn").U8(1).U8(90);
+    solid.Text("8BIMdiff").Raw(color(13)).U8(77).U8(1);
     for (const bool newer : {false, true}) {
         const size_t native = newer ? 10 : 0;
-        ByteWriter block, innerGlow = glow;
-        if (newer) innerGlow.U8(1);
+        ByteWriter block;
         // The fields of a block stand behind its size and version.
-        const auto add = [&](std::string_view key, const ByteWriter& fields, size_t extra, uint32_t version) {
-            block.Text("8BIM").Text(key).U32(static_cast<uint32_t>(4 + fields.size() + extra)).U32(version);
-            block.Raw(fields).Zeros(extra);
+        const auto add = [&](std::string_view key, const ByteWriter& fields, size_t extra) {
+            block.Text("8BIM").Text(key).U32(static_cast<uint32_t>(4 + fields.size() + extra));
+            block.U32(newer && key != "cmnS" ? 2 : 0).Raw(fields).Zeros(extra);
         };
         block.U16(0).U16(7);
-        add("cmnS", ByteWriter().U8(1).U16(0), 0, 0);
-        for (const char* key : {"dsdw", "isdw"}) add(key, shadow, native, newer * 2u);
-        add("oglw", glow, native, newer * 2u);
-        add("iglw", innerGlow, native, newer * 2u);
-        add("bevl", bevel, 2 * native, newer * 2u);
-        add("sofi", solid, native + 3, newer * 2u);
+        add("cmnS", ByteWriter().U8(1).U16(0), 0);
+        for (const char* key : {"dsdw", "isdw"}) add(key, shadow, native);
+        add("oglw", glow, native);
+        add("iglw", ByteWriter(glow).Zeros(newer), native);
+        add("bevl", ByteWriter().Zeros(12).Text("8BIMscrn8BIMmul ").Zeros(26), 2 * native);
+        add("sofi", solid, native + 3);
         BlockRead read("lrFX", ByteWriter(block).Zeros(5));
         EXPECT_EQ(Position(read.document), block.size());
         const EffectsRecord& effects = read.Get(kPropertyOldEffects);
-        EXPECT_TRUE(effects.effectCount == 7 && effects.masterSwitch == 1);
-        for (const ShadowSettings& s : {std::cref(effects.dropShadow), std::cref(effects.innerShadow)}) {
-            EXPECT_EQ((Numbers{s.size, s.spreadPercent, s.angleDegrees, s.distance, s.color, s.blendMode,
-                               s.enabled, s.useGlobalLight, s.opacity}),
-                      (Numbers{7, 35, 120, 11, 0xFF010203, kBlendMultiply, 1, 1, 200}));
-        }
-        const GlowSettings& glowing = effects.outerGlow;
-        const BevelSettings& b = effects.bevel;
+        const ShadowSettings& s = effects.dropShadow;
+        const GlowSettings& g = effects.outerGlow;
         const ColorOverlaySettings& overlay = effects.colorOverlay;
-        EXPECT_EQ(
-            (Numbers{glowing.spreadPercent, glowing.color, glowing.opacity, effects.innerGlow.fromCenter,
-                     b.style, b.highlightColor, b.shadowColor, b.highlightOpacity, b.shadowOpacity,
-                     b.directionDown, b.useGlobalLight, overlay.color, overlay.opacity, overlay.enabled}),
-            (Numbers{100, 0xFF040506, 90, newer, BevelSettings::kEmboss, 0xFF070809, 0xFF0A0B0C, 101, 102, 1,
-                     0, 0xFF0D0E0F, 77, 1}));
-        for (const uint32_t slot : {0u, 1u, 2u, 3u, 5u, 9u}) EXPECT_TRUE(effects.renderPending[slot]) << slot;
+        EXPECT_EQ((Numbers{effects.effectCount, effects.masterSwitch, s.size, s.spreadPercent, s.angleDegrees,
+                           s.distance, s.color, s.blendMode, s.enabled, s.useGlobalLight, s.opacity,
+                           g.spreadPercent, g.color, g.opacity, overlay.color, overlay.opacity}),
+                  (Numbers{7, 1, 7, 35, 120, 11, 0xFF010203, kBlendMultiply, 1, 1, 200, 100, 0xFF040506, 90,
+                           0xFF0D0E0F, 77}));
     }
 }
 
@@ -316,19 +251,10 @@ TEST(Fills, SettingsAndDefaultsAreKept) {
     BlockRead plain("GdFl", Descriptor(0));
     const auto& defaults = plain.Get<GradientFill>(kPropertyGradientFill);
     EXPECT_TRUE(defaults.align && defaults.scalePercent == 100);
-
-    ByteWriter items = Descriptor(7), pattern = Descriptor(1);
-    items.Bool("Algn", false).Unit("Angl", "#Ang", 45.5).Bool("Dthr", true).Bool("Rvrs", true);
-    Object(items.Unit("Scl ", "#Prc", 150.9).Enum("Type", "GrdT", "Rflc"), "Ofst", "Pnt ", 2);
-    BlockRead full("GdFl", items.Unit("Hrzn", "#Prc", 5).Unit("Vrtc", "#Prc", -5));
+    ByteWriter items = Descriptor(3);
+    BlockRead full("GdFl", items.Bool("Algn", false).Unit("Angl", "#Ang", 45.5).Enum("Type", "GrdT", "Rflc"));
     const auto& fill = full.Get<GradientFill>(kPropertyGradientFill);
-    EXPECT_TRUE(!fill.align && fill.dither && fill.reverse && fill.angleDegrees == 45.5);
-    EXPECT_TRUE(fill.scalePercent == 150 && fill.style == GradientStyle::kReflected &&
-                fill.offset.vertical == -5);
-
-    Object(pattern, "Ptrn", "Ptrn", 1).ItemHead("Idnt", "TEXT").Unicode(u"ab");
-    BlockRead patterned("PtFl", pattern);
-    EXPECT_EQ(patterned.Get<PatternFill>(kPropertyPatternFill).pattern.identifier.length, 2u);
+    EXPECT_TRUE(!fill.align && fill.angleDegrees == 45.5 && fill.style == GradientStyle::kReflected);
 }
 
 }  // namespace

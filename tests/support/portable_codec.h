@@ -2,23 +2,23 @@
 // read-ahead buffer.
 #pragma once
 
+#include <algorithm>
+#include <cstdlib>
+
 #include "frontend/document_pixels.h"
+#include "frontend/exif_graft.h"
 #include "frontend/header_probe.h"
 #include "frontend/pixel_copy.h"
 #include "frontend/read_ahead.h"
+#include "frontend/thumbnail_image.h"
 #include "tests/support/memory_stream.h"
 
 namespace tessary::test {
 
-class BufferedSource final : public IStream {
-public:
-    BufferedSource(IStream* source, uint32_t bufferSize) : m_buffer(bufferSize) {
-        ahead.source = source;
-        ahead.buffer = m_buffer.data();
-        ahead.bufferSize = bufferSize;
-    }
-    HRESULT STDMETHODCALLTYPE Read(void* buffer, ULONG count, ULONG* read) override {
-        return ReadAheadRead(ahead, buffer, static_cast<uint32_t>(count), read);
+struct BufferedSource final : public IStream {
+    BufferedSource(IStream* source, uint32_t size) : buffer(size), ahead{source, buffer.data(), size} {}
+    HRESULT STDMETHODCALLTYPE Read(void* bytes, ULONG count, ULONG* read) override {
+        return ReadAheadRead(ahead, bytes, static_cast<uint32_t>(count), read);
     }
     HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* newPosition) override {
         return ReadAheadSeek(ahead, move, origin, newPosition);
@@ -26,11 +26,8 @@ public:
     HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD flags) override {
         return ahead.source->Stat(stat, flags);
     }
-
+    Bytes buffer;
     ReadAhead ahead;
-
-private:
-    Bytes m_buffer;
 };
 
 struct PortableCodec {
@@ -43,15 +40,59 @@ struct PortableCodec {
     static constexpr PsdReadResult kProbeFailed = PsdReadResult::kNoDocument;
 
     HRESULT Probe() { return ProbeHeader(stream, info); }
-    PsdReadResult Open(uint32_t mode);  // and closes again
-    PsdReadResult Metadata();           // grafts the XMP packet
-    // Copies an area of the thumbnail's stored size; its pixels stay black, for decoding them is the
-    // system's.
-    PsdReadResult Thumbnail(const CopyArea& area);
+
+    // Grafts the XMP packet when metadata are read. Of a thumbnail copies an area of its stored size; its
+    // pixels stay black, for decoding them is the system's.
+    PsdReadResult Open(uint32_t mode, const CopyArea& area = {}) {
+        Owned<PsdDocument> document;
+        const PsdReadResult result = OpenDocument(document, stream, mode);
+        if ((result == PsdReadResult::kOk) != static_cast<bool>(document)) std::abort();
+        if (!document) return result;
+        PsdImageResources& resources = document->resources;
+        if (mode == kReadMetadata) {
+            Owned<uint8_t> grafted;
+            return GraftXmp(resources.exif.bytes.span(), resources.xmp.bytes.span(), grafted);
+        }
+        ThumbnailRecord record;
+        record.stored = std::move(resources.thumbnail);
+        const PsdThumbnail& stored = record.stored;
+        if (mode != kReadThumbnail || !IsUsableThumbnail(stored)) return result;
+        record.pixels = AllocateZeroed<uint8_t>({stored.height, stored.rowBytes});
+        if (!record.pixels) return PsdReadResult::kOutOfMemory;
+        if (!CheckRect(area, stored.width, stored.height)) return result;
+        const uint32_t rowBytes = static_cast<uint32_t>(area.width) * 3;
+        Bytes copy(size_t{rowBytes} * static_cast<size_t>(area.height));
+        CopyThumbnail(record, area, -1, -1, rowBytes, copy.data());
+        return result;
+    }
+
     // Decodes once, then copies. kShortRead for a picture of another size than was probed.
-    PsdReadResult Picture(const CopyArea& area);
+    PsdReadResult Picture(const CopyArea& area) {
+        if (!picture.pixels) {
+            const PsdReadResult result = DecodeDocumentPixels(stream, picture);
+            if ((result == PsdReadResult::kOk) != static_cast<bool>(picture.pixels)) std::abort();
+            if (result != PsdReadResult::kOk) return result;
+        }
+        if (picture.width != info.width || picture.height != info.height) return PsdReadResult::kShortRead;
+        if (!CheckRect(area, info.width, info.height)) return PsdReadResult::kOk;
+        // No more rows than fit: a client may ask for an area in pieces.
+        const uint32_t stride = static_cast<uint32_t>(area.width) * 4;
+        Bytes copy(std::min(size_t{stride} * static_cast<uint32_t>(area.height), size_t{1} << 20));
+        const uint32_t size = static_cast<uint32_t>(copy.size());
+        CopyRows(picture.pixels.get(), info.width, area, stride, size, copy.data());
+        return PsdReadResult::kOk;
+    }
+
     // All of the above over the whole picture, as most clients do; the first failure ends it.
-    PsdReadResult Everything();
+    PsdReadResult Everything() {
+        if (FAILED(Probe())) return kProbeFailed;
+        PsdReadResult result = PsdReadResult::kOk;
+        for (const uint32_t mode : {kReadMetadata, kReadThumbnail, kReadProfile}) {
+            if (result == PsdReadResult::kOk) result = Open(mode, {0, 0, 1, 1});
+        }
+        if (result != PsdReadResult::kOk) return result;
+        return Picture({0, 0, static_cast<int32_t>(info.width), static_cast<int32_t>(info.height)});
+    }
 
     BufferedSource buffered;
     IStream* stream;
