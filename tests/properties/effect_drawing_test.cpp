@@ -120,22 +120,6 @@ TEST(DropShadow, LiesOppositeTheLight) {
     }
 }
 
-// What of its layer an effect keeps: the group and the excluded channels, but not the opacities.
-TEST(DropShadow, IsDrawnInTheGroupOfItsLayer) {
-    const Rect place = {kTile.left - 8, kTile.top, kTile.right - 8, kTile.bottom};
-    const auto grouped = [](LayerBuilder layer, std::string_view mode) {
-        layer.Block("brst", Bytes(4));  // red
-        return Layers{LayerBuilder({9, 9, 30, 30}).Solid(0xFF30A060), GroupEnd(), layer,
-                      GroupHead("norm", mode).Opacity(128)};
-    };
-    for (const std::string_view mode : {"pass", "mul "}) {
-        LayerBuilder shadowed = Unfilled().Opacity(7);
-        shadowed.Block("lfx2", EffectsBlock({{"DrSh", {{"Dstn", 8}}}}));
-        EXPECT_EQ(Drawing(grouped(shadowed, mode)).Canvas(),
-                  Drawing(grouped(LayerBuilder(place).Solid(0xFFC81E3C), mode)).Canvas());
-    }
-}
-
 // Pixel by pixel: the spread's share, what is left of the size, the range, and what the layer takes out.
 TEST(ShadowsAndGlows, SpreadThenSoftenThenAreKnockedOut) {
     const int cases[][6] = {{0, 9, 0, 50, 0, 0},     {30, 5, 2, 50, 4, 0}, {9, 5, 0, 50, 4, 0},

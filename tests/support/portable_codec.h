@@ -2,7 +2,6 @@
 // read-ahead buffer.
 #pragma once
 
-#include <algorithm>
 #include <cstdlib>
 
 #include "frontend/document_pixels.h"
@@ -66,32 +65,24 @@ struct PortableCodec {
         return result;
     }
 
-    // Decodes once, then copies. kShortRead for a picture of another size than was probed.
-    PsdReadResult Picture(const CopyArea& area) {
-        if (!picture.pixels) {
-            const PsdReadResult result = DecodeDocumentPixels(stream, picture);
-            if ((result == PsdReadResult::kOk) != static_cast<bool>(picture.pixels)) std::abort();
-            if (result != PsdReadResult::kOk) return result;
-        }
-        if (picture.width != info.width || picture.height != info.height) return PsdReadResult::kShortRead;
-        if (!CheckRect(area, info.width, info.height)) return PsdReadResult::kOk;
-        // No more rows than fit: a client may ask for an area in pieces.
-        const uint32_t stride = static_cast<uint32_t>(area.width) * 4;
-        Bytes copy(std::min(size_t{stride} * static_cast<uint32_t>(area.height), size_t{1} << 20));
-        const uint32_t size = static_cast<uint32_t>(copy.size());
-        CopyRows(picture.pixels.get(), info.width, area, stride, size, copy.data());
-        return PsdReadResult::kOk;
+    // Decodes once. kShortRead for a picture of another size than was probed.
+    PsdReadResult Picture() {
+        const PsdReadResult result =
+            picture.pixels ? PsdReadResult::kOk : DecodeDocumentPixels(stream, picture);
+        if ((result == PsdReadResult::kOk) != static_cast<bool>(picture.pixels)) std::abort();
+        if (result != PsdReadResult::kOk) return result;
+        const bool sameSize = picture.width == info.width && picture.height == info.height;
+        return sameSize ? result : PsdReadResult::kShortRead;
     }
 
-    // All of the above over the whole picture, as most clients do; the first failure ends it.
+    // All of the above, as most clients do; the first failure ends it.
     PsdReadResult Everything() {
         if (FAILED(Probe())) return kProbeFailed;
         PsdReadResult result = PsdReadResult::kOk;
         for (const uint32_t mode : {kReadMetadata, kReadThumbnail, kReadProfile}) {
             if (result == PsdReadResult::kOk) result = Open(mode, {0, 0, 1, 1});
         }
-        if (result != PsdReadResult::kOk) return result;
-        return Picture({0, 0, static_cast<int32_t>(info.width), static_cast<int32_t>(info.height)});
+        return result == PsdReadResult::kOk ? Picture() : result;
     }
 
     BufferedSource buffered;

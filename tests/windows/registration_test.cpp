@@ -227,41 +227,33 @@ TEST_F(Registration, FailureAnywhereLeavesTheRegistryAsItWas) {
 }
 
 TEST_F(Registration, ReplacesTheFolderOfTheServerByTheArchitecture) {
-    const auto unset = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
     const auto invalid = HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
-    const struct {
-        DWORD type;
-        Text value;
-        HRESULT result;
-        const wchar_t* want = nullptr;
-        wchar_t last = 0;  // without a terminator the next unit must not pass for one
-    } cases[] = {
-        {REG_SZ, L"C:\\A\\B\\Tessary.dll", S_OK, L"C:\\A\\%PROCESSOR_ARCHITECTURE%\\Tessary.dll"},
-        {REG_EXPAND_SZ, L"%X%\\x86\\Tessary.dll", S_OK, L"%X%\\%PROCESSOR_ARCHITECTURE%\\Tessary.dll"},
-        {REG_SZ, L"C:\\%TEMP%\\x86\\Tessary.dll", S_OK},
-        {REG_SZ, L"C:\\Tessary.dll", E_UNEXPECTED},
-        {REG_SZ, L"C:\\A\\B\\Tessary.dll", invalid, nullptr, L'!'},
-        {REG_NONE, L"", unset},  // no default value
-        {REG_SZ, L"C:\\A\\" + Text(512, L'b') + L"\\T", S_OK, L"C:\\A\\%PROCESSOR_ARCHITECTURE%\\T"},
-        {REG_SZ, L"C:\\A\\" + Text(513, L'b') + L"\\T", HRESULT_FROM_WIN32(ERROR_MORE_DATA)},
+    const Text longest = L"C:\\A\\" + Text(512, L'b') + L"\\T",
+               longer = L"C:\\A\\" + Text(513, L'b') + L"\\T";
+    // A terminator, or a unit that must not pass for one.
+    const std::tuple<DWORD, Text, wchar_t, HRESULT, const wchar_t*> cases[] = {
+        {REG_SZ, L"C:\\A\\B\\T.dll", 0, S_OK, L"C:\\A\\%PROCESSOR_ARCHITECTURE%\\T.dll"},
+        {REG_EXPAND_SZ, L"%X%\\x86\\T.dll", 0, S_OK, L"%X%\\%PROCESSOR_ARCHITECTURE%\\T.dll"},
+        {REG_SZ, L"C:\\%TEMP%\\x86\\T.dll", 0, S_OK, nullptr},
+        {REG_SZ, L"C:\\T.dll", 0, E_UNEXPECTED, nullptr},
+        {REG_SZ, L"C:\\A\\B\\T.dll", L'!', invalid, nullptr},
+        {REG_SZ, longest, 0, S_OK, L"C:\\A\\%PROCESSOR_ARCHITECTURE%\\T"},
+        {REG_SZ, longer, 0, HRESULT_FROM_WIN32(ERROR_MORE_DATA), nullptr},
     };
-    for (const auto& test : cases) {
+    for (const auto& [type, value, last, result, wanted] : cases) {
         Empty();
-        const DWORD bytes = static_cast<DWORD>((test.value.size() + !test.last) * 2);
-        RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"Software", test.type == REG_NONE ? L"other" : nullptr,
-                        test.type, (test.value + test.last).c_str(), bytes);
+        const DWORD bytes = static_cast<DWORD>((value.size() + !last) * 2);
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"Software", nullptr, type, (value + last).c_str(), bytes);
         const Lines before = Snapshot();
         Lines want = before;
-        if (test.want) (want = kEmpty).insert(Text(L"M|=e ") + test.want);
+        if (wanted) (want = kEmpty).insert(Text(L"M|=e ") + wanted);
         {
             RegistryJournal journal;
-            EXPECT_EQ(RewriteServerPath(HKEY_LOCAL_MACHINE, L"Software", journal), test.result);
-            EXPECT_EQ(Difference(want, Snapshot()), "") << &test - cases;
+            EXPECT_EQ(RewriteServerPath(HKEY_LOCAL_MACHINE, L"Software", journal), result);
+            EXPECT_EQ(Difference(want, Snapshot()), "") << value;
         }
-        EXPECT_EQ(Difference(before, Snapshot()), "") << &test - cases;
+        EXPECT_EQ(Difference(before, Snapshot()), "") << value;
     }
-    RegistryJournal journal;
-    EXPECT_EQ(RewriteServerPath(HKEY_LOCAL_MACHINE, L"Software\\None", journal), unset);
 }
 
 HRESULT InstallModule(HMODULE module, BOOL install, const wchar_t* commandLine) {
