@@ -37,7 +37,6 @@ void Misbehave(test::MemoryStream& stream, Script& script, const test::Bytes& fi
     case 7: stream.hasSize = true, stream.size = kSizes[amount % std::size(kSizes)]; break;
     case 8: stream.hasSize = false; break;
     case 9: stream.failCall = stream.calls + 1 + amount % 32, stream.failLater = how & 16; break;
-    case 10: stream.position = amount; break;
     case 11:  // other bytes in the middle of a step
         stream.changeCall = stream.calls + 1 + amount % 32;
         stream.changed = file;
@@ -63,17 +62,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     test::PortableCodec codec(&source, kBufferSizes[buffering % std::size(kBufferSizes)]);
     for (uint32_t steps = 0; steps < 1u + (buffering >> 2) % 8; ++steps) {
         Misbehave(source, script, file);
-        switch (const uint8_t step = script.Next(); step % 7) {
+        switch (const uint8_t step = script.Next(); step % 8) {
         case 0: static_cast<void>(codec.Everything()); break;
         case 1: static_cast<void>(codec.Probe()); break;
-        case 2: {
-            const int32_t x = script.NextPart(), y = script.NextPart(), width = script.NextPart();
-            static_cast<void>(codec.Open(step / 7 % 16, {x, y, width, script.NextPart()}));
+        case 2:
+            static_cast<void>(codec.Open(
+                step / 8 % 16, {script.NextPart(), script.NextPart(), script.NextPart(), script.NextPart()}));
             break;
-        }
         case 3: codec.picture = {}; [[fallthrough]];
         case 4: static_cast<void>(codec.Picture()); break;
-        case 5: static_cast<void>(EnableReadAhead(codec.buffered.ahead, step & 1)); break;
+        case 7:
+            static_cast<void>(
+                DecodeDocumentPixels(codec.stream, codec.picture, PictureChoice::kAlwaysLayers));
+            break;
+        case 5: static_cast<void>(EnableReadAhead(codec.buffered.ahead, step & 8)); break;
         case 6: EmptyReadAhead(codec.buffered.ahead); break;
         }
 #if defined(TESSARY_FAULT_INJECTION)

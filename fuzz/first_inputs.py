@@ -31,7 +31,6 @@ def main(work, documents):
     for path in [*work.glob("samples/**/*.psd"), *pathlib.Path(documents).glob("*.psd")]:
         data = path.read_bytes()
         if len(data) <= LARGEST:
-            write(first / "render", data)
             write(first / "com", data + bytes(32))
         for block in tagged_blocks(data):
             write(first / "descriptor", b"\3\0" + block)

@@ -144,21 +144,17 @@ TEST(PixelCopy, StopsWhenTheBudgetIsSpent) {
 }
 
 TEST(ThumbnailImage, RefusesNumbersThatDisagree) {
-    const struct {
-        uint32_t format, width, height, compressedSize;
-        int16_t bits, planes;
-        bool want;
-    } cases[] = {
-        {1, 2, 3, 5, 24, 1, true},           {0, 2, 3, 5, 24, 1, false},
-        {1, 0, 3, 5, 24, 1, false},          {1, 3, 3, 5, 24, 1, false},
-        {1, 0x55555556, 3, 5, 24, 1, false},  // three times that wraps
-        {1, 2, 3, 5, 24, 2, false},          {1, 2, (1 << 23) + 1, 5, 24, 1, false},
-        {1, 2, 3, 6, 24, 1, false},
-    };
-    for (const auto& [format, width, height, compressedSize, bits, planes, want] : cases) {
-        PsdThumbnail thumbnail{true, format, width, height, 8, 24, compressedSize, bits, planes, {}};
+    // Format, width, height, compressed size, bits, planes.
+    const uint32_t good[] = {1, 2, 3, 5, 24, 1};
+    const std::pair<size_t, uint32_t> bad[] = {{0, 0}, {1, 0},  {1, 3}, {1, 0x55555556}, {2, (1 << 23) + 1},
+                                               {3, 6}, {4, 32}, {5, 2}, {9, 0}};
+    for (const auto& [field, value] : bad) {
+        uint32_t n[10];
+        std::copy_n(good, 6, n);
+        n[field] = value;
+        PsdThumbnail thumbnail{true, n[0], n[1], n[2], 8, 24, n[3], int16_t(n[4]), int16_t(n[5]), {}};
         thumbnail.data = AllocateZeroed<uint8_t>({5});
-        EXPECT_EQ(IsUsableThumbnail(thumbnail), want) << format << ' ' << width << ' ' << height;
+        EXPECT_EQ(IsUsableThumbnail(thumbnail), field == 9) << field << ' ' << value;
     }
 }
 

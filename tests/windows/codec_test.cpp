@@ -373,8 +373,6 @@ TEST(Frame, TriesTheMetadataOnlyOnce) {
     const auto blocks = BlocksOf(frame);
     ComPtr<IWICMetadataReader> reader;
     ComPtr<IEnumUnknown> enumerator;
-    Reinitialize(frame, &stream, nullptr);
-    EXPECT_EQ(blocks->GetEnumerator(enumerator.Put()), E_UNEXPECTED) << "no factory";
     Reinitialize(frame, &stream, factory.get());
     stream.failCall = stream.calls + 3;
     stream.failLater = true;
@@ -455,11 +453,7 @@ TEST(Documents, LeaveNothingBehind) {
             if (FAILED(decoder->GetFrame(0, frame.Put()))) continue;
             static_cast<void>(frame->GetThumbnail(thumbnail.Put()));
             static_cast<void>(frame->GetMetadataQueryReader(metadata.Put()));
-            UINT width = 0, height = 0;
-            frame->GetSize(&width, &height);
-            Bytes row(size_t{width} * 4);
-            const WICRect last = {0, static_cast<INT>(height - 1), static_cast<INT>(width), 1};
-            opened += frame->CopyPixels(&last, width * 4, width * 4, row.data()) == S_OK;
+            opened += !PixelsOf(frame).empty();
         }
         EXPECT_TRUE(CanUnload() && stream.references == 1) << entry.path();
     }
@@ -474,8 +468,6 @@ TEST(Module, MakesOnlyItsOwnClass) {
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(GetClassObject(dll, CLSID_Tessary, IID_IWICBitmapDecoder, &out), E_NOINTERFACE);
     const auto factory = DecoderFactory();
-    EXPECT_EQ(DecoderFactory().get(), factory.get());
-    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
     for (const IID& id : {IID_IUnknown, IID_IWICBitmapDecoder}) {
         out = &out;
         EXPECT_EQ(factory->CreateInstance(factory.get(), id, &out), CLASS_E_NOAGGREGATION);
