@@ -31,6 +31,8 @@ def main(work, documents):
     for path in [*work.glob("samples/**/*.psd"), *pathlib.Path(documents).glob("*.psd")]:
         data = path.read_bytes()
         if len(data) <= LARGEST:
+            write(first / "open", data)
+            write(first / "render", data)
             write(first / "com", data + bytes(32))
         for block in tagged_blocks(data):
             write(first / "descriptor", b"\3\0" + block)

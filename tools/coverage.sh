@@ -14,7 +14,7 @@ for program in "${programs[@]:0:5}"; do
     "$program" --gtest_brief=1
 done
 $build/hostile_check $build/small_samples 50
-for folder in build/fuzz/learnt/com ${INPUTS:-}; do
+for folder in build/fuzz/learnt/{open,render,com} ${INPUTS:-}; do
     # Each document once as it is.
     if [ -d "$folder" ]; then $build/hostile_check "$folder" 1000000000 || true; fi
 done

@@ -11,16 +11,16 @@ learnt=$build/learnt
 corpus=${TESSARY_CORPUS:-../shared/corpus}/files
 
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz --target make_samples {com,descriptor,script}_fuzzer
+cmake --build --preset fuzz --target make_samples {open,render,com,descriptor,script}_fuzzer
 mkdir -p "$learnt/samples" "$learnt/found"
 $build/make_samples "$learnt/samples"
 python3 fuzz/first_inputs.py "$learnt" "$corpus"
 
 export ASAN_OPTIONS=allocator_may_return_null=1:quarantine_size_mb=32:detect_stack_use_after_return=0
 status=0
-for target in ${TARGETS:-com descriptor script}; do
+for target in ${TARGETS:-open render com descriptor script}; do
     case $target in
-    com) max_length=65536 ;;
+    open | render | com) max_length=65536 ;;
     *) max_length=8192 ;;
     esac
     mkdir -p "$learnt/$target"
