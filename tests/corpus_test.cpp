@@ -18,25 +18,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-Bytes FileBytes(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(file), {});
-}
-
-// The rows of a table with a head line, by column name.
+// The lines of a table by column name, the head line too.
 std::vector<std::map<std::string, std::string>> TableRows(const fs::path& path) {
     std::ifstream file(path);
     std::vector<std::string> names;
     std::vector<std::map<std::string, std::string>> rows;
     for (std::string line, cell; std::getline(file, line);) {
-        std::vector<std::string> cells;
-        for (std::istringstream text(line); std::getline(text, cell, '\t');) cells.push_back(cell);
-        if (names.empty()) {
-            names = cells;
-            continue;
-        }
         rows.emplace_back();
-        for (size_t i = 0; i < std::min(names.size(), cells.size()); ++i) rows.back()[names[i]] = cells[i];
+        std::istringstream cells(line);
+        for (size_t i = 0; std::getline(cells, cell, '\t'); ++i) {
+            if (i == names.size()) names.push_back(cell);
+            rows.back()[names[i]] = cell;
+        }
     }
     return rows;
 }
@@ -47,8 +40,7 @@ std::string Sha256(const PsdDocument& document) {
         (fs::temp_directory_path() / ("tessary" + std::to_string(std::random_device{}()))).string();
     std::ofstream file(path, std::ios::binary);
     for (const uint32_t pixel : document.mergedPixels.span()) {
-        for (const uint32_t value : {Red(pixel), Green(pixel), Blue(pixel)})
-            file.put(static_cast<char>(value));
+        for (const int shift : {16, 8, 0}) file.put(static_cast<char>(pixel >> shift));
     }
     file.close();
     std::string digest;
@@ -67,7 +59,8 @@ protected:
         if (!fs::exists(m_folder / "expected.tsv")) GTEST_SKIP() << "no documents in " << m_folder;
     }
     Opened Open(const std::string& name, uint32_t mode) {
-        return OpenBytes(FileBytes(m_folder / "files" / name), mode);
+        std::ifstream file(m_folder / "files" / name, std::ios::binary);
+        return OpenBytes({std::istreambuf_iterator<char>(file), {}}, mode);
     }
     const char* const m_named = std::getenv("TESSARY_CORPUS");
     const fs::path m_folder =
@@ -84,17 +77,20 @@ TEST_F(Corpus, MergedImagesAreWhatOtherProgramsRead) {
         ASSERT_EQ(opened.result, PsdReadResult::kOk) << row["file"];
         EXPECT_EQ(Sha256(*opened.document), row["sha256_rgb"]) << row["file"];
     }
-    std::cout << agreed << " merged images compared\n";
     EXPECT_GT(agreed, 0u);
 }
 
-TEST_F(Corpus, DocumentsHaveTheLayersOfTheCatalogue) {
+TEST_F(Corpus, DocumentsHaveTheLayersOfTheCatalogueOrAreRefused) {
     // An odd layer info at the section's end; ranges without channels; a record that claims two bytes more
     // than it has; levels with an unknown tail; a gradient map of version 3.
     const std::set<std::string> refused = {
         "kif__rgb-gimp-2.8.10.psd", "agpsd__read-layer-offsets-read-src.psd", "rustpsd__luni.psd",
         "agpsd__read-write-adjustments-expected.psd", "psdtools__layers-gradient-map-v3-perceptual.psd"};
     for (auto& row : TableRows(m_folder / "catalog.tsv")) {
+        for (uint32_t mode = 0; mode <= 6; ++mode) {
+            const Opened opened = Open(row["file"], mode);
+            EXPECT_EQ(static_cast<bool>(opened.document), opened.result == PsdReadResult::kOk) << row["file"];
+        }
         const int layers = std::abs(std::atoi(row["layers"].c_str()));
         if (layers == 0 || row["kind"] == "damaged-or-refused") continue;
         const Opened opened = Open(row["file"], kReadEverything);
@@ -106,18 +102,6 @@ TEST_F(Corpus, DocumentsHaveTheLayersOfTheCatalogue) {
         const int count = opened.document ? opened.document->layerCount : 0;
         EXPECT_EQ(count, sound && row["lr_block"] != "Lr32" ? layers : 0) << row["file"];
     }
-}
-
-TEST_F(Corpus, EveryDocumentOpensOrIsRefused) {
-    size_t documents = 0;
-    for (const auto& entry : fs::directory_iterator(m_folder / "files")) {
-        const std::string name = entry.path().filename().string();
-        for (uint32_t mode = 0; mode <= 6; ++mode, ++documents) {
-            const Opened opened = Open(name, mode);
-            EXPECT_EQ(static_cast<bool>(opened.document), opened.result == PsdReadResult::kOk) << name;
-        }
-    }
-    EXPECT_GT(documents, 0u);
 }
 
 }  // namespace
