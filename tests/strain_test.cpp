@@ -30,6 +30,11 @@ TEST(Bombs, AreRefusedOrReadInLittleMemory) {
     for (int i = 0; i < 20; ++i) blocks.Block("lrFX", Bytes(4));
     for (int i = 0; i < 1500; ++i) effects.Layer(blocks);
     for (int16_t i = 0; i < 32766; ++i) channels.ChannelData(i, {}), repeating.Channel(0, {1, 2}, 2);
+    DocumentBuilder counts = Small();
+    for (const uint16_t id : std::initializer_list<uint16_t>{1006, 1026, 1032, 1038, 1045, 1050, 1053, 1054})
+        counts.Resource(id, ByteWriter().U32(6).Raw(Bytes(25, 255)));
+    Bytes header = Small().Build();
+    header.resize(26);
     const struct {
         const char* what;
         Bytes file;
@@ -42,6 +47,9 @@ TEST(Bombs, AreRefusedOrReadInLittleMemory) {
         {"no runs", Small().Layer(LayerBuilder({0, 0, 20000, 20000}).ChannelData(0, noRuns)).Build(),
          kRefused, UINT64_MAX},
         {"resources", resources.Build(), kRead, kLittle},
+        {"counts", counts.Build(), kRead, kLittle},
+        {"planes", DocumentBuilder(kColorRgb, 32, 65535, ~0u, ~0u).MergedData({}).Build(), kRefused, kLittle},
+        {"palette", ByteWriter().Raw(header).U32(0x7FFFFFFF), kRefused, 64u << 20},
         {"exclusions", Small().Layer(channels.Block("brst", Bytes(1000000))).Build(), kRead, kLittle},
         {"effects of nothing", effects.Build(), kRefused, kLittle},
         // Each decoded channel takes the inflater's memory.

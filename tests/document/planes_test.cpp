@@ -70,8 +70,6 @@ TEST(ChannelCodec, RefusesWhatCannotBeDecoded) {
 #if defined(TESSARY_FAULT_INJECTION)
     FailAllocationNumber(1);
     EXPECT_EQ(Decode(2, zipped, shape, 300), PsdReadResult::kInflateSetup) << "zlib allocates as we do";
-    FailAllocationNumber(2);
-    EXPECT_LT(static_cast<int>(Decode(2, Zip(Bytes(100000, 7)), {100, 100, 8, 1}, 10000)), 0);
     FailAllocationNumber(0);
 #endif
 }
@@ -92,19 +90,14 @@ TEST(MergedImage, EveryModeDepthAndCompression) {
         Bytes names, planes;  // names: resource 1006
         Pixels want;
     } cases[] = {
-        {"bitmap", 0, 1, 1, 9, {}, {0x40, 0x7F}, {~0u, 0xFF000000, ~0u, ~0u, ~0u, ~0u, ~0u, ~0u, ~0u}},
-        {"gray", 1, 8, 1, 2, {}, {10, 250}, {0xFF0A0A0A, 0xFFFAFAFA}},
         {"gray, alpha is named", 1, 8, 2, 2, {1, 'a'}, {10, 250, 128, 1}, {0xFF0A0A0A, 0xFFFAFAFA}},
         {"gray, second alpha is named", 8, 8, 3, 1, {0}, {10, 128, 77}, {0x800A0A0A}},
         {"indexed", 2, 8, 1, 3, {}, {1, 2, 200}, {0xFF112233, 0x00090909, 0xFF090909}},
         {"rgb and alpha", 3, 8, 4, 1, {}, {1, 2, 3, 4}, {0x04010203}},
         {"rgb and two", 3, 8, 5, 1, {}, {1, 2, 3, 4, 5}, {0xFF010203}},
         {"rgb and two, one named", 3, 8, 5, 1, {0}, {1, 2, 3, 4, 5}, {0x04010203}},
-        {"rgb without blue", 3, 8, 2, 1, {}, {1, 2}, {0xFF010200}},
         {"cmyk and alpha", 4, 8, 5, 1, {}, {0, 255, 128, 255, 7}, {0x0701FF81}},
         {"multichannel, names are colours", 7, 8, 4, 1, {0, 0}, {0, 255, 128, 255}, {0xFF01FF81}},
-        {"multichannel of three", 7, 8, 3, 1, {}, {0, 128, 255}, {0xFF0181FF}},
-        {"lab and alpha", 9, 8, 4, 1, {}, {0, 128, 128, 5}, {0x05000000}},
     };
     for (const auto& test : cases) {
         for (uint16_t compression = 0; compression < (test.depth % 31 == 1 ? 3 : 4); ++compression) {
@@ -145,8 +138,11 @@ TEST(MergedImage, IsTheSameWhileItArrives) {
         Bytes data = EncodePlanes(compression, planes, rowBytes, depth);
         data.resize(data.size() * part / 8);
         DocumentBuilder document(mode, depth, channels, kWidth, kHeight);
-        const Opened opened = OpenBytes(document.MergedData(data).Build(), kReadMerged);
-        ASSERT_TRUE(opened.document);
+        MemoryStream stream(document.MergedData(data).Build());
+        stream.hasSize = run % 5 == 0;  // without a size to go by the data is read into a buffer that grows
+        stream.size = uint64_t{1} << 63;
+        Owned<PsdDocument> opened;
+        ASSERT_EQ(OpenDocument(opened, &stream, kReadMerged), PsdReadResult::kOk);
 
         std::ranges::fill(planes, uint8_t{0});
         const PlaneShape shape = {kWidth, kHeight, depth, channels};
@@ -158,23 +154,7 @@ TEST(MergedImage, IsTheSameWhileItArrives) {
         block.alpha = planes.data() + (channels - 1) * planeBytes;
         Pixels want(kWidth * kHeight);
         ConvertPlanes(block, 0, kHeight, want.data());
-        EXPECT_TRUE(PixelsOf(opened.document) == want);
-    }
-}
-
-// Without a size to go by, the compressed bytes are read into a buffer that grows.
-TEST(MergedImage, StreamsOfUnknownSizeGiveTheSamePixels) {
-    Bytes noise(1100 * 1000 * 3);
-    uint32_t state = 1;
-    for (uint8_t& byte : noise) byte = static_cast<uint8_t>((state = state * 1664525 + 1013904223) >> 24);
-    for (const uint16_t compression : {uint16_t{0}, uint16_t{1}, uint16_t{3}}) {
-        const Bytes file = DocumentBuilder(kColorRgb, 8, 3, 1100, 1000).Merged(noise, compression).Build();
-        MemoryStream stream(file);
-        stream.hasSize = true;
-        stream.size = uint64_t{1} << 63;
-        Owned<PsdDocument> document;
-        ASSERT_EQ(OpenDocument(document, &stream, kReadMerged), PsdReadResult::kOk);
-        EXPECT_TRUE(PixelsOf(document) == PixelsOf(OpenBytes(file).document)) << compression;
+        EXPECT_TRUE(PixelsOf(opened) == want);
     }
 }
 
