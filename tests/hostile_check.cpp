@@ -128,15 +128,14 @@ private:
     }
 
     void Damage(const Sample& sample) {
-        std::vector<bool> isPixel(sample.bytes.size());
-        for (const Section& section : FindSections(sample.bytes)) {
-            if (section.kind != Section::kChannel && section.kind != Section::kRest) continue;
-            // The two bytes of the compression code are none.
-            for (size_t at = section.begin + 2; at < section.end; ++at) isPixel[at] = true;
-        }
+        const auto sections = FindSections(sample.bytes);
         std::vector<size_t> places;
-        for (size_t at = 0; at < isPixel.size(); ++at) {
-            if (!isPixel[at]) places.push_back(at);
+        for (size_t at = 0; at < sample.bytes.size(); ++at) {
+            // The two bytes of the compression code are no pixels.
+            const auto isPixel = [at](const Section& section) {
+                return section.kind >= Section::kChannel && at >= section.begin + 2 && at < section.end;
+            };
+            if (std::ranges::none_of(sections, isPixel)) places.push_back(at);
         }
         ForEach(5, places.size(), [&](uint64_t variant, uint64_t place) {
             Bytes file = sample.bytes;

@@ -109,7 +109,7 @@ Bytes LayerBuilder::Record(uint32_t depth) const {
         const uint32_t length = static_cast<uint32_t>(Encoded(channel, depth).size());
         record.I16(channel.id).U32(channel.claimedLength.value_or(length));
     }
-    record.Text(m_blendSignature).Text(m_modeKey).U8(m_opacity).U8(m_clipping).U8(m_flags).U8(m_filler);
+    record.Text("8BIM").Text(m_modeKey).U8(m_opacity).U8(m_clipping).U8(m_flags).U8(m_filler);
     record.U32(m_extraLength.value_or(static_cast<uint32_t>(extra.size()))).Raw(extra.bytes());
     return record;
 }

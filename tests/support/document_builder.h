@@ -124,7 +124,6 @@ public:
     LayerBuilder& Block(std::string_view key, const Bytes& data, std::string_view signature = "8BIM") {
         return m_blocks.Text(signature).Text(key).Counted(data).Zeros(data.size() % 2), *this;
     }
-    LayerBuilder& BlendSignature(std::string_view text) { return m_blendSignature = text, *this; }
     LayerBuilder& ExtraLength(uint32_t value) { return m_extraLength = value, *this; }
     LayerBuilder& ChannelCount(uint16_t value) { return m_channelCount = value, *this; }
 
@@ -140,7 +139,7 @@ private:
     Bytes Record(uint32_t depth) const;
 
     Rect m_bounds, m_maskRect, m_userMaskRect;
-    std::string m_modeKey = "norm", m_name = "layer", m_blendSignature = "8BIM";
+    std::string m_modeKey = "norm", m_name = "layer";
     uint8_t m_opacity = 255, m_clipping = 0, m_flags = 0, m_filler = 0;
     Bytes m_maskBytes, m_ranges;
     ByteWriter m_blocks;
