@@ -3,14 +3,22 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
 #include <limits>
 #include <numeric>
+#include <random>
+#include <tuple>
 #include <vector>
 
 #include "document/platform.h"
 #include "properties/draw_effects.h"
-#include "render/image_ops.h"
+#include "render/blend_rows.h"
+#include "render/color_convert.h"
+#include "tests/render/plain_rule.h"
 #include "tests/support/document_builder.h"
+#include "tools/sample_blocks.h"
 
 namespace tessary::test {
 namespace {
@@ -26,24 +34,11 @@ TEST(Render, AnswersForWhatItCannotDraw) {
     PsdDocument document;
     document.width = 4;
     document.height = 3;
-    const Rect outside[] = {{4, 0, 1, 1},
-                            {0, 3, 1, 1},
-                            {0, 0, 0, 1},
-                            {0, 0, 1, -1},
-                            {-5, 0, 5, 1},
-                            {0, -9, 1, 9},
-                            {kLowest, 0, 9, 9},
-                            {kHighest, 0, kHighest, 9},
-                            {0, kHighest, 9, kHighest}};
+    const Rect outside[] = {
+        {4, 0, 1, 1}, {0, 3, 1, 1}, {0, 0, 1, -1}, {-5, 0, 5, 1}, {kHighest, 0, kHighest, 9}};
     for (const auto& [x, y, width, height] : outside)
         EXPECT_EQ(Render(&document, x, y, width, height), PsdReadResult::kEmptyArea) << x << ", " << y;
     EXPECT_FALSE(document.canvas);
-#if defined(TESSARY_FAULT_INJECTION)
-    for (int i = 0; i < 3; ++i) {  // the noise map, then the canvas
-        FailAllocationNumber(i < 2);
-        EXPECT_EQ(Render(&document, 0, 0, 4, 3), i < 2 ? PsdReadResult::kOutOfMemory : PsdReadResult::kOk);
-    }
-#endif
 }
 
 TEST(Render, DrawsInsideTheClampedRectangleOnly) {
@@ -64,19 +59,14 @@ TEST(Render, DrawsInsideTheClampedRectangleOnly) {
     }
 }
 
-TEST(Render, NoiseIsSharedAndFixedByItsSeed) {
-    PsdDocument a, b, c;
-    for (PsdDocument* document : {&a, &b, &c}) {
-        document->width = 101;
-        document->height = 97;
-        ASSERT_EQ(Render(document, 0, 0, 1, 1, document == &c ? 2 : 1), PsdReadResult::kOk);
-    }
-    ASSERT_EQ(Render(&a, 0, 0, 101, 97, 9), PsdReadResult::kOk);  // the first pattern stays
-    const auto map = a.noiseMap.span();
-    EXPECT_TRUE(std::ranges::equal(map, b.noiseMap.span()));
-    EXPECT_FALSE(std::ranges::equal(map, c.noiseMap.span()));
+TEST(Render, NoiseIsFixedByItsSeed) {
+    PsdDocument a, b;
+    a.width = a.height = b.width = b.height = 99;
+    for (const uint64_t seed : {1u, 9u}) ASSERT_EQ(Render(&a, 0, 0, 1, 1, seed), PsdReadResult::kOk);
+    ASSERT_EQ(Render(&b, 0, 0, 1, 1, 1), PsdReadResult::kOk);
+    EXPECT_TRUE(std::ranges::equal(a.noiseMap.span(), b.noiseMap.span())) << "the first pattern stays";
     // Five standard deviations are 3.7.
-    EXPECT_NEAR(std::accumulate(map.begin(), map.end(), 0.0) / (101 * 97), 127.5, 4);
+    EXPECT_NEAR(std::accumulate(a.noiseMap.get(), a.noiseMap.get() + 99 * 99, 0.0) / (99 * 99), 127.5, 4);
 }
 
 // Records over a background of grey, read from a file.
@@ -85,31 +75,17 @@ TEST(Render, DrawsDocumentsAsTheirRecordsSay) {
     const auto masked = [&](uint8_t color, uint8_t flags, uint8_t byte) {
         return red().Mask({0, 0, 2, 1}, color, flags, Bytes{byte, byte});
     };
-    const auto ranged = [&](uint8_t layerBlack, uint8_t layerWhite, uint8_t canvasBlack) {
-        return red().Ranges({layerBlack, 9, layerWhite, 255, canvasBlack, 200, 255, 255,  //
-                             0, 0, 255, 255, 0, 0, 255, 255});
-    };
     constexpr uint32_t kGrey = 0xFF808080, kRed = 0xFFFF0000;
-    const struct {
-        std::vector<LayerBuilder> layers;
-        uint32_t first, last;  // pixels (0, 0) and (3, 2)
-    } cases[] = {
-        {{red().Block("iOpa", {0, 0, 0, 0})}, kGrey, kGrey},
+    const std::tuple<std::vector<LayerBuilder>, uint32_t, uint32_t> cases[] = {
+        // pixels (0, 0) and (3, 2)
         {{red().Opacity(128)}, 0xFFBF4040, 0xFFBF4040},
         // 255 by 128 is 127 and weighs 254; 0 stays 0 but for what 2 / 256 leave of 128.
         {{red().Mode("mul ")}, 0xFF7F0101, 0xFF7F0101},
-        {{GroupEnd(), red(), GroupHead("norm", "")}, kRed, kRed},
         {{GroupEnd(), red(), GroupHead("norm", "norm")}, 0xFFFE0101, 0xFFFE0101},
-        {{GroupEnd(), red(), GroupHead("mul ", "")}, 0xFF7F0101, 0xFF7F0101},
-        {{GroupEnd(), red(), GroupHead().Hidden()}, kGrey, kGrey},
         {{GroupEnd(), GroupEnd(), red(), GroupHead(), GroupHead().Hidden()}, kRed, kRed},
         {{masked(0, 0, 128)}, 0xFFBF4040, kGrey},
-        {{masked(255, 0, 0)}, kGrey, kRed},
         {{masked(0, 2, 0)}, kRed, kRed},
         {{red().Block("brst", {0, 0, 0, 0})}, 0xFF800000, 0xFF800000},
-        {{ranged(0, 255, 129)}, kGrey, kGrey},
-        {{ranged(85, 85, 128)}, kRed, kRed},  // the greys of both lie just inside
-        {{ranged(0, 84, 0)}, kGrey, kGrey},
     };
     for (const auto& test : cases) {
         const auto& [layers, first, last] = test;
@@ -124,48 +100,321 @@ TEST(Render, DrawsDocumentsAsTheirRecordsSay) {
 }
 
 TEST(Render, FreedEffectsAreDrawnAgain) {
-    ByteWriter effects;
-    effects.U16(0).U16(2).Text("8BIMcmnS").U32(7).U32(0).U8(1).Zeros(2);
-    effects.Text("8BIMsofi").U32(24).U32(2).Text("8BIMnorm").U16(0).U16(0x7777).Zeros(6).U8(255).U8(1);
-    const Opened opened =
-        OpenBytes(SmallDocument().Layer(LayerBuilder(kWhole).Solid(~0u).Block("lrFX", effects)).Build());
+    const Opened opened = OpenBytes(
+        SmallDocument().Layer(LayerBuilder(kWhole).Solid(~0u).Block("lfx2", tools::ColorOverlay())).Build());
     ASSERT_EQ(opened.result, PsdReadResult::kOk);
     PsdDocument& document = *opened.document;
     for (int i = 0; i < 2; ++i) {
         ASSERT_EQ(Render(&document, 0, 0, 4, 3), PsdReadResult::kOk);
-        EXPECT_EQ(document.canvas[5], 0xFF770000u);
+        EXPECT_NE(document.canvas[5], ~0u);
         EXPECT_EQ(KeepEffectBuffers(document.layers[0], 48), 48u);
         EXPECT_EQ(KeepEffectBuffers(document.layers[0], 47), 0u);
         EXPECT_EQ(KeepEffectBuffers(document.layers[0], 48), 0u);
     }
 }
 
-TEST(ImageOps, ShiftMovesByAnyDistance) {
-    for (const int64_t dx : {-5, -4, -3, -1, 0, 1, 3, 4, 5, kLowest, kHighest}) {
-        for (const int64_t dy : {-4, -3, -2, -1, 0, 1, 2, 3, 4, kLowest, kHighest}) {
-            std::vector<uint32_t> image, want;
-            for (int64_t i = 0; i < 4 * 3; ++i) {
-                const int64_t fromX = i % 4 - dx, fromY = i / 4 - dy;
-                const bool inside = fromX >= 0 && fromX < 4 && fromY >= 0 && fromY < 3;
-                image.push_back(static_cast<uint32_t>(100 + i));
-                want.push_back(inside ? static_cast<uint32_t>(100 + fromY * 4 + fromX) : 7);
-            }
-            ShiftImage(image.data(), 4, 3, static_cast<int32_t>(dx), static_cast<int32_t>(dy), 7);
-            EXPECT_EQ(image, want) << dx << ", " << dy;
+using Pixels = std::vector<uint32_t>;
+constexpr uint32_t kLeft = 0x12345678;  // not converted
+
+// One row of `width` pixels; the planes are given as they are handed over: colours, then transparency.
+struct RowOf {
+    uint32_t mode, depth, width;
+    std::vector<std::vector<uint8_t>> planes;
+    bool lastIsAlpha = false;
+    Pixels palette = {};
+    int32_t transparencyIndex = -1;
+
+    Pixels Convert() const {
+        PlaneBlock block = {.colorMode = mode, .depth = depth, .width = width, .height = 1};
+        block.planeCount = static_cast<uint32_t>(planes.size());
+        for (size_t i = 0; i < planes.size() - lastIsAlpha && i < 4; ++i) block.color[i] = planes[i].data();
+        if (lastIsAlpha) block.alpha = planes.back().data();
+        block.palette = palette;
+        block.transparencyIndex = transparencyIndex;
+        Pixels pixels(width, kLeft);
+        ConvertPlanes(block, 0, 1, pixels.data());
+        return pixels;
+    }
+};
+
+TEST(ConvertPlanes, HandComputedPixels) {
+    const std::vector<uint8_t> floats = {0x3F, 0x80, 0, 0, 0x3F, 0xC0, 0, 0, 0xBF, 0, 0, 0};  // 1, 1.5, -0.5
+    // NaN, -infinity, 2^24 * 1.0078125, 2^23 + 1
+    const std::vector<uint8_t> beyond = {0x7F, 0xC0, 0, 0, 0xFF, 0x80, 0, 0, 0x4B, 0x81, 0, 0, 0x4B, 0, 0, 1};
+    const std::vector<uint8_t> half = {0x3F, 0, 0, 0}, quarter = {0x3E, 0x80, 0, 0};
+    constexpr uint32_t kBlack = 0xFF000000, kWhite = 0xFFFFFFFF;
+    const std::pair<RowOf, Pixels> cases[] = {
+        {{0, 1, 9, {{0xA5, 0x7F}}}, {kBlack, ~0u, kBlack, ~0u, ~0u, kBlack, ~0u, kBlack, ~0u}},
+        {{1, 8, 1, {{5}, {6}, {7}}, true}, {0xFF050505}},  // three planes: the last is no transparency
+        {{1, 32, 3, {floats}}, {kWhite, 0xFF7E7E7E, 0xFF818181}},
+        {{8, 32, 4, {beyond}}, {kBlack, kBlack, kBlack, kWhite}},
+        {{3, 32, 1, {floats, {0, 0, 0, 0}, half, quarter}, true}, {0x3FFF007F}},
+        {{4, 8, 3, {{255, 0, 9}, {255, 255, 9}, {255, 255, 9}, {255, 255, 0}}}, {kWhite, 0xFF01FFFF, kBlack}},
+        {{4, 16, 1, {{255, 0}, {128, 255}, {0, 255}, {255, 1}}}, {0xFFFF8101}},
+        {{7, 8, 2, {{0, 255}, {1, 128}, {100, 254}}}, {0xFF010265, 0xFFFF81FF}},
+        {{2, 8, 3, {{1, 0, 2}}, false, {0xFF010203, 0xFF040506}, 1}, {0x00040506, 0xFF010203, 0xFFFEFEFE}},
+        {{2, 8, 2, {{1, 0}}, false, {}, 1}, {0, 0}},
+        {{9, 8, 2, {{2, 255}, {128, 128}, {128, 128}}}, {kBlack, 0xFFFCFCFC}},
+    };
+    for (const auto& [row, want] : cases) EXPECT_EQ(row.Convert(), want) << row.mode << ' ' << row.depth;
+}
+
+TEST(ConvertPlanes, LabBytesGiveWhatTheFormulaGives) {
+    std::vector<uint8_t> high(65536), low(high);
+    for (uint32_t i = 0; i < 65536; ++i) high[i] = static_cast<uint8_t>(i >> 8);
+    for (uint32_t i = 0; i < 65536; ++i) low[i] = static_cast<uint8_t>(i);
+    for (int32_t stored = 0; stored < 256; stored += 3) {
+        const std::vector<uint8_t> light(65536, static_cast<uint8_t>(stored));
+        const Pixels pixels = RowOf{9, 8, 65536, {light, high, low}}.Convert();
+        for (int32_t i = 0; i < 65536; ++i) {
+            const uint32_t want = LabToArgb(255, stored * 100 >> 8, (i >> 8) - 128, (i & 255) - 128);
+            ASSERT_EQ(pixels[size_t(i)], want) << stored << ' ' << i;
         }
     }
 }
 
-TEST(ImageOps, NoiseStaysInItsShareAndRepeats) {
-    std::vector<uint32_t> image(64 * 64, 0x80123456), again = image, other = image;
-    AddNoise(image.data(), 64, 64, 20, 3);
-    AddNoise(again.data(), 64, 64, 20, 3);
-    AddNoise(other.data(), 64, 64, 20, 4);
-    EXPECT_TRUE(image == again && image != other);
-    const auto [lowest, highest] = std::minmax_element(image.begin(), image.end());
-    EXPECT_EQ(*lowest, 0x80123456 - (51u << 24));  // 20 percent of 255 either way
-    EXPECT_EQ(*highest, 0x80123456 + (51u << 24));
-    EXPECT_TRUE(std::ranges::all_of(image, [](uint32_t pixel) { return (pixel & 0xFFFFFF) == 0x123456; }));
+TEST(ReduceMaskPlane, InPlaceAtEveryDepth) {
+    for (const uint32_t depth : {8u, 16u, 32u}) {
+        std::vector<uint8_t> samples;
+        for (uint32_t i = 0; i < 256; ++i) {
+            const float value = (static_cast<float>(i) + 0.5f) / 255;
+            const uint32_t word = depth == 32 ? std::bit_cast<uint32_t>(value) : i << 24 | 0xFFFFFF;
+            for (uint32_t bit = 0; bit < depth; bit += 8)
+                samples.push_back(static_cast<uint8_t>(word >> (24 - bit)));
+        }
+        ReduceMaskPlane(samples.data(), depth, 256, samples.data());
+        for (uint32_t i = 0; i < 256; ++i) ASSERT_EQ(samples[i], i) << depth;
+    }
+}
+
+TEST(SingleColors, AreCutBeforeTheyAreScaled) {
+    EXPECT_EQ(LabToArgb(255, 54, 81, 70), 0xFFFF0000u);
+    EXPECT_EQ(CmykToArgb(-1.28, -0.01, 1e300, 0), 0xFFFFFF00u);
+    EXPECT_EQ(CmykToArgb(std::nan(""), 0.01, 0, 0), 0xFF0000FFu);
+    EXPECT_EQ(HsbToArgb(255, 0, 0, 1.27), 0xFFFFFFFFu);
+    EXPECT_EQ(HsbToArgb(255, 30, 1, 0.5), 0xFFFF7F00u);
+    EXPECT_EQ(HsbToArgb(255, 90, 0.5, 0.75), 0xFFBFDF7Fu);
+    EXPECT_EQ(HsbToArgb(255, -128, 1, 0.5), 0xFF000000u);
+}
+
+// Coverage of the layer pixel at a canvas position, after the mask.
+int PlainCoverage(const PsdLayer& layer, uint32_t pixel, int64_t x, int64_t y) {
+    const PsdLayerMask& mask = layer.mask;
+    const int alpha = static_cast<int>(Alpha(pixel));
+    if (mask.disabled) return alpha;
+    const Rect& r = mask.bounds;
+    int m = mask.defaultColor;
+    if (mask.data && x >= r.left && x < r.right && y >= r.top && y < r.bottom) {
+        m = mask.data[static_cast<size_t>((y - r.top) * (int64_t{r.right} - r.left) + x - r.left)];
+    }
+    return m == 255 ? alpha : alpha * m / 256;
+}
+
+bool PlainPasses(const PsdLayer& layer, uint32_t source, uint32_t canvas) {
+    const auto holds = [](const PsdBlendRange& range, int value) {
+        return value >= range.black / 256 && value <= range.white / 256;
+    };
+    const PlainColor s = ColorOf(source), d = ColorOf(canvas);
+    bool passes = holds(layer.grayRanges.source, (s.c[0] + s.c[1] + s.c[2]) / 3) &&
+                  holds(layer.grayRanges.destination, (d.c[0] + d.c[1] + d.c[2]) / 3);
+    for (size_t i = 0; i < layer.channelRanges.count() && i < 3; ++i)
+        passes &=
+            holds(layer.channelRanges[i].source, s.c[i]) && holds(layer.channelRanges[i].destination, d.c[i]);
+    return passes;
+}
+
+PlainLayer PlainLayerOf(const PsdDocument& document, const PsdLayer& layer) {
+    PlainLayer rule{.mode = layer.blendMode, .fast = layer.blendMode == kBlendNormal};
+    rule.opacity = layer.opacity * layer.fillOpacity / 255;
+    if (const PsdLayer* group = layer.parent) {
+        rule.opacity = group->opacity * rule.opacity / 255;
+        PsdBlendMode mode = group->hasSectionBlendMode ? group->sectionBlendMode : group->blendMode;
+        if (!group->hasSectionBlendMode && mode == kBlendNormal) mode = kBlendPassThrough;
+        if (mode != kBlendPassThrough) rule = {mode, false, false, rule.opacity};
+    }
+    if (document.colorMode != kColorRgb) return rule;
+    const auto narrow = [](const PsdBlendRanges& r) { return !r.source.IsFull() || !r.destination.IsFull(); };
+    rule.ranges = layer.advancedBlending || narrow(layer.grayRanges) ||
+                  std::ranges::any_of(layer.channelRanges.span(), narrow);
+    for (const PsdChannelInfo& channel : layer.channels.span()) {
+        if (!channel.excluded) continue;
+        rule.ranges = true;
+        if (channel.id >= 0 && channel.id < 3) rule.keep |= 0xFF0000u >> (8 * channel.id);
+    }
+    return rule;
+}
+
+uint32_t PlainRender(const PsdDocument& document, int64_t x, int64_t y) {
+    uint32_t canvas = kBackground;
+    for (const PsdLayer& layer : document.layers.span()) {
+        const PsdLayer* group = layer.parent;
+        if (!layer.visible || layer.opacity == 0 || layer.fillOpacity == 0 || !layer.image) continue;
+        if (group && (!group->visible || group->opacity == 0)) continue;
+        const Rect& r = layer.bounds;
+        if (x < r.left || x >= r.right || y < r.top || y >= r.bottom) continue;
+        const uint32_t pixel = layer.image[static_cast<size_t>((y - r.top) * layer.width + x - r.left)];
+        const PlainLayer rule = PlainLayerOf(document, layer);
+        const PsdBlendRange& gray = layer.grayRanges.source;
+        if (rule.ranges && (rule.keep == 0xFFFFFF || gray.black == gray.white)) continue;
+        const int noise = document.noiseMap[static_cast<size_t>(y * document.width + x)];
+        canvas = PlainPixel(rule, pixel, PlainCoverage(layer, pixel, x, y), canvas,
+                            !rule.ranges || PlainPasses(layer, pixel, canvas), noise);
+    }
+    return canvas;
+}
+
+// A document whose layers have some of everything, extreme rectangles included.
+class RandomDocument {
+public:
+    RandomDocument(uint32_t seed, uint32_t width, uint32_t height) : m_random(seed) {
+        document.width = width;
+        document.height = height;
+        document.colorMode = Below(5) == 0 ? kColorCmyk : kColorRgb;
+        document.layers = AllocateZeroed<PsdLayer>({2 + Below(6)});
+        for (PsdLayer& layer : document.layers.span()) FillLayer(layer);
+    }
+    PsdDocument document;
+
+private:
+    uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(m_random()) % limit; }
+    bool Sometimes() { return Below(4) == 0; }
+    uint8_t Byte() { return Below(3) ? 255 : static_cast<uint8_t>(Below(2) * Below(256)); }
+    int32_t Near(uint32_t size) { return static_cast<int32_t>(Below(size + 8)) - 4; }
+    Rect Bounds() {
+        const int32_t left = Near(document.width), top = Near(document.height);
+        return {left, top, left + Near(document.width), top + Near(document.height)};
+    }
+    PsdBlendRange Range() {
+        const uint32_t black = Below(2) * Below(0x3000), white = 0xFFFF - Below(2) * Below(0x3000);
+        return {static_cast<uint16_t>(black), static_cast<uint16_t>(white)};
+    }
+    template <class T>
+    Owned<T> Allocate(const Rect& rect) {
+        if (rect.IsEmpty()) return {};
+        return AllocateZeroed<T>({static_cast<uint64_t>(rect.Width()), static_cast<uint64_t>(rect.Height())});
+    }
+
+    void FillLayer(PsdLayer& layer) {
+        layer.bounds = Sometimes() ? Rect{-1, 0, 2000, 20} : Bounds();
+        layer.width = WrapSubtract(layer.bounds.right, layer.bounds.left);
+        layer.height = WrapSubtract(layer.bounds.bottom, layer.bounds.top);
+        layer.image = Allocate<uint32_t>(layer.bounds);
+        for (uint32_t& pixel : layer.image.span())
+            pixel = PackPixel(Byte(), Below(256), Below(256), Below(256));
+        layer.blendMode = Sometimes() ? kBlendNormal : static_cast<PsdBlendMode>(Below(24));
+        layer.visible = Below(10) != 0;
+        layer.opacity = Byte();
+        layer.fillOpacity = Byte();
+        layer.clipping = Sometimes();
+        layer.hasSectionBlendMode = Sometimes();
+        layer.sectionBlendMode = static_cast<PsdBlendMode>(Sometimes() ? kBlendPassThrough : Below(23));
+        if (Sometimes())
+            layer.parent = &document.layers[Below(static_cast<uint32_t>(document.layers.count()))];
+        const Rect everywhere = {kLowest, kLowest, kHighest, kHighest},
+                   distant = {kHighest - 2, 0, kHighest, 2};
+        const uint32_t which = Below(4);
+        layer.mask.bounds = which == 0 ? everywhere : which == 1 ? distant : Bounds();
+        layer.mask.disabled = Below(2) == 0;
+        layer.mask.defaultColor = Below(2) ? 0 : 255;
+        if (which != 0) layer.mask.data = Allocate<uint8_t>(layer.mask.bounds);  // nothing can fill the first
+        for (uint8_t& byte : layer.mask.data.span()) byte = Byte();
+        if (!Sometimes()) return;
+        if (Below(2)) layer.grayRanges = {Range(), Range()};
+        if (Below(20) == 0) layer.grayRanges.source = {0x8040, 0x8040};
+        layer.channelRanges = AllocateZeroed<PsdBlendRanges>({1 + Below(5)});
+        for (PsdBlendRanges& range : layer.channelRanges.span()) range = {Range(), Range()};
+        layer.advancedBlending = Sometimes();
+        layer.channels = AllocateZeroed<PsdChannelInfo>({4});
+        int16_t id = -1;
+        for (PsdChannelInfo& channel : layer.channels.span()) {
+            channel.id = id++;
+            channel.excluded = Below(3) == 0;
+        }
+    }
+
+    std::mt19937 m_random;
+};
+
+TEST(Composite, RandomDocumentsFollowThePlainRule) {
+    for (uint32_t seed = 1; seed <= 600; ++seed) {
+        // The last few are wider than a run of the blend rows.
+        RandomDocument random(seed, seed > 590 ? 1100 : 23, seed > 590 ? 3 : 9);
+        PsdDocument& document = random.document;
+        const int32_t width = static_cast<int32_t>(document.width),
+                      height = static_cast<int32_t>(document.height);
+        ASSERT_EQ(Render(&document, 0, 0, width, height, seed), PsdReadResult::kOk);
+        int wrong = 0;
+        for (int32_t i = 0; i < width * height; ++i)
+            wrong += document.canvas[static_cast<size_t>(i)] != PlainRender(document, i % width, i / width);
+        ASSERT_EQ(wrong, 0) << "document " << seed;
+    }
+}
+
+// Draws `layer` over `canvas` both ways and counts the pixels that differ.
+int Differences(const PlainLayer& rule, const std::vector<uint32_t>& layer,
+                const std::vector<uint8_t>& coverage, const std::vector<uint32_t>& canvas,
+                const std::vector<uint8_t>& noise) {
+    int wrong = 0;
+    for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
+        std::vector<uint32_t> drawn = canvas;
+        SelectBlendRow(static_cast<PsdBlendMode>(rule.mode), rule.fast, rule.ranges,
+                       path)({drawn.data(), layer.data(), coverage.data(), noise.data(), drawn.size()},
+                             {static_cast<uint32_t>(rule.opacity), rule.keep});
+        for (size_t i = 0; i < drawn.size(); ++i) {
+            wrong += drawn[i] != PlainPixel(rule, layer[i], coverage[i], canvas[i], true, noise[i]);
+        }
+    }
+    return wrong;
+}
+
+// Over a canvas alpha of 1 the layer weighs 256, and what is stored is the mode's own result.
+TEST(BlendModes, EveryPairOfChannelsFollowsTheFormula) {
+    for (uint32_t mode = 0; mode <= kBlendPassThrough; ++mode) {
+        if (mode == kBlendDissolve) continue;
+        int wrong = 0;
+        for (uint32_t s = 0; s < 256; ++s) {
+            std::vector<uint32_t> layer, canvas;
+            for (uint32_t d = 0; d < 256; ++d) {
+                layer.push_back(PackPixel(255, s, d, 255 - s));
+                canvas.push_back(PackPixel(1, d, s, d));
+            }
+            const std::vector<uint8_t> full(256, 255);
+            wrong += Differences({.mode = mode}, layer, full, canvas, full);
+        }
+        EXPECT_EQ(wrong, 0) << "mode " << mode;
+    }
+}
+
+TEST(BlendModes, EveryWeightFollowsTheRule) {
+    std::mt19937 random(5);
+    for (PlainLayer rule : {PlainLayer{kBlendNormal, true},
+                            {kBlendNormal, true, true},
+                            {kBlendDissolve},
+                            {kBlendDissolve, false, true},
+                            {kBlendColorDodge},
+                            {kBlendLuminosity, false, true}}) {
+        for (size_t variant = 0; variant < 8; ++variant) {
+            rule.opacity = std::array{255, 254, 100, 0}[variant / 2];
+            rule.keep = rule.ranges && variant % 2 ? 0xFF00FF : 0;
+            int wrong = 0;
+            // Once with one canvas alpha in all the row, once with one coverage.
+            for (uint32_t row = 0; row < 512; ++row) {
+                std::vector<uint32_t> layer, canvas;
+                std::vector<uint8_t> coverage, noise;
+                for (uint32_t i = 0; i < 256; ++i) {
+                    const uint32_t covered = row < 256 ? i : row - 256, under = row < 256 ? row : i;
+                    // Where a mask lowered the coverage the pixel's own alpha is higher.
+                    const uint32_t alpha = covered == 0 ? 9 : std::max<uint32_t>(covered, random() & 255);
+                    layer.push_back(alpha << 24 | (random() & 0xFFFFFF));
+                    canvas.push_back(under << 24 | (random() & 0xFFFFFF));
+                    coverage.push_back(static_cast<uint8_t>(covered));
+                    noise.push_back(static_cast<uint8_t>(random()));
+                }
+                wrong += Differences(rule, layer, coverage, canvas, noise);
+            }
+            EXPECT_EQ(wrong, 0) << rule.mode << rule.fast << rule.ranges << ' ' << variant;
+        }
+    }
 }
 
 }  // namespace

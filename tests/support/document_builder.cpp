@@ -91,27 +91,25 @@ LayerBuilder& LayerBuilder::RealMask(const Rect& rect, uint8_t defaultColor, uin
                                      const Rect& realRect, uint8_t realColor, uint8_t realFlags) {
     m_userMaskRect = rect;
     m_maskRect = realRect;
-    ByteWriter bytes;
-    bytes.RectTlbr(rect).U8(defaultColor).U8(maskFlags).U8(realFlags).U8(realColor).RectTlbr(realRect);
-    return MaskBytes(bytes);
+    ByteWriter bytes = ByteWriter().RectTlbr(rect).U8(defaultColor).U8(maskFlags).U8(realFlags).U8(realColor);
+    return MaskBytes(bytes.RectTlbr(realRect));
 }
 
 Bytes LayerBuilder::Encoded(const ChannelEntry& channel, uint32_t depth) const {
-    if (channel.encoded) return channel.data;
+    if (!channel.compression) return channel.data;
     const Rect& rect = channel.id == -3 ? m_maskRect : channel.id == -2 ? m_userMaskRect : m_bounds;
-    return EncodePlanes(channel.compression, channel.data, RowBytes(rect.Width(), depth), depth);
+    return EncodePlanes(*channel.compression, channel.data, RowBytes(rect.Width(), depth), depth);
 }
 
 Bytes LayerBuilder::Record(uint32_t depth) const {
-    ByteWriter extra;
+    ByteWriter extra, record;
     extra.Counted(m_maskBytes).Counted(m_ranges).Pascal(m_name, 4).Raw(m_blocks);
-    ByteWriter record;
     record.RectTlbr(m_bounds).U16(m_channelCount.value_or(static_cast<uint16_t>(m_channels.size())));
     for (const ChannelEntry& channel : m_channels) {
         const uint32_t length = static_cast<uint32_t>(Encoded(channel, depth).size());
         record.I16(channel.id).U32(channel.claimedLength.value_or(length));
     }
-    record.Text(m_blendSignature).Text(m_modeKey).U8(m_opacity).U8(m_clipping).U8(m_flags).U8(m_filler);
+    record.Text("8BIM").Text(m_modeKey).U8(m_opacity).U8(m_clipping).U8(m_flags).U8(m_filler);
     record.U32(m_extraLength.value_or(static_cast<uint32_t>(extra.size()))).Raw(extra.bytes());
     return record;
 }
@@ -122,15 +120,13 @@ LayerBuilder GroupEnd() {
 }
 
 LayerBuilder GroupHead(std::string_view recordKey, std::string_view dividerKey) {
-    ByteWriter divider;
-    divider.U32(1);
+    ByteWriter divider = ByteWriter().U32(1);
     if (!dividerKey.empty()) divider.Text("8BIM").Text(dividerKey);
     return LayerBuilder({}).Solid(0).Name("group").Mode(recordKey).Block("lsct", divider);
 }
 
 Bytes DocumentBuilder::LayerInfo() const {
-    ByteWriter info;
-    info.I16(m_layerCount.value_or(static_cast<int16_t>(m_layers.size())));
+    ByteWriter info = ByteWriter().I16(m_layerCount.value_or(static_cast<int16_t>(m_layers.size())));
     for (const LayerBuilder& layer : m_layers) info.Raw(layer.Record(m_depth));
     for (const LayerBuilder& layer : m_layers) {
         for (const auto& channel : layer.m_channels) info.Raw(layer.Encoded(channel, m_depth));
@@ -139,12 +135,11 @@ Bytes DocumentBuilder::LayerInfo() const {
 }
 
 Bytes DocumentBuilder::Build() const {
-    ByteWriter file;
+    ByteWriter file, section;
     file.Text(m_signature).U16(m_version).Zeros(6).U16(m_channels).U32(m_height).U32(m_width);
     file.U16(m_depth).U16(m_colorMode);
     file.Counted(m_colorModeData).Counted(m_resources.bytes());
 
-    ByteWriter section;
     const bool hasLayers = !m_layers.empty() || m_layerCount;
     const bool inBlock = hasLayers && !m_layerBlock.empty();
     if (hasLayers || m_documentBlocks.size() || !m_globalMask.empty())
@@ -153,11 +148,8 @@ Bytes DocumentBuilder::Build() const {
     if (inBlock) section.Text("8BIM").Text(m_layerBlock).Counted(LayerInfo());
     file.Counted(section.Raw(m_documentBlocks));
 
-    const uint64_t planeBytes = uint64_t{RowBytes(m_width, m_depth)} * m_height;
-    if (m_hasMergedData) return file.Raw(m_mergedData);
-    if (planeBytes * m_channels > 1u << 28)
-        throw std::length_error("give a document of this size its merged data");
-    return file.U16(0).Zeros(static_cast<size_t>(planeBytes * m_channels));
+    if (m_mergedData) return file.Raw(*m_mergedData);
+    return file.U16(0).Zeros(RowBytes(m_width, m_depth) * m_height * m_channels);
 }
 
 Opened OpenBytes(const Bytes& file, uint32_t mode) {

@@ -22,15 +22,12 @@ public:
     ByteWriter& U32(uint32_t value) { return Number(value, 4); }
     ByteWriter& I16(int32_t value) { return U16(static_cast<uint32_t>(value)); }
     ByteWriter& I32(int32_t value) { return U32(static_cast<uint32_t>(value)); }
-    ByteWriter& Fixed(double value) {
-        return I32(static_cast<int32_t>(std::lround(value * 65536)));
-    }  // 16.16
+    // 16.16
+    ByteWriter& Fixed(double value) { return I32(static_cast<int32_t>(std::lround(value * 65536))); }
     ByteWriter& F32(float value) { return U32(std::bit_cast<uint32_t>(value)); }
     ByteWriter& F64(double value) { return Number(std::bit_cast<uint64_t>(value), 8); }
     // A key or signature: the characters as they are.
-    ByteWriter& Text(std::string_view text) {
-        return m_bytes.insert(m_bytes.end(), text.begin(), text.end()), *this;
-    }
+    ByteWriter& Text(std::string_view text) { return Raw(Bytes(text.begin(), text.end())); }
     ByteWriter& Raw(const Bytes& bytes) {
         return m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end()), *this;
     }
@@ -97,11 +94,11 @@ public:
 
     // A channel whose plane is `samples`, rows of the layer's (or mask's) width at the document's depth.
     LayerBuilder& Channel(int16_t id, Bytes samples, uint16_t compression = 0) {
-        return m_channels.push_back({id, std::move(samples), false, compression, {}}), *this;
+        return m_channels.push_back({id, std::move(samples), compression, {}}), *this;
     }
     // A channel whose data, compression code included, is `data` whatever it means.
     LayerBuilder& ChannelData(int16_t id, Bytes data, std::optional<uint32_t> claimedLength = {}) {
-        return m_channels.push_back({id, std::move(data), true, 0, claimedLength}), *this;
+        return m_channels.push_back({id, std::move(data), {}, claimedLength}), *this;
     }
     // Channels 0, 1, 2 and -1 of one colour everywhere, 8 bits.
     LayerBuilder& Solid(uint32_t argb);
@@ -127,7 +124,6 @@ public:
     LayerBuilder& Block(std::string_view key, const Bytes& data, std::string_view signature = "8BIM") {
         return m_blocks.Text(signature).Text(key).Counted(data).Zeros(data.size() % 2), *this;
     }
-    LayerBuilder& BlendSignature(std::string_view text) { return m_blendSignature = text, *this; }
     LayerBuilder& ExtraLength(uint32_t value) { return m_extraLength = value, *this; }
     LayerBuilder& ChannelCount(uint16_t value) { return m_channelCount = value, *this; }
 
@@ -136,15 +132,14 @@ private:
     struct ChannelEntry {
         int16_t id;
         Bytes data;
-        bool encoded;
-        uint16_t compression;
+        std::optional<uint16_t> compression;  // none: the data is encoded
         std::optional<uint32_t> claimedLength;
     };
     Bytes Encoded(const ChannelEntry& channel, uint32_t depth) const;
     Bytes Record(uint32_t depth) const;
 
     Rect m_bounds, m_maskRect, m_userMaskRect;
-    std::string m_modeKey = "norm", m_name = "layer", m_blendSignature = "8BIM";
+    std::string m_modeKey = "norm", m_name = "layer";
     uint8_t m_opacity = 255, m_clipping = 0, m_flags = 0, m_filler = 0;
     Bytes m_maskBytes, m_ranges;
     ByteWriter m_blocks;
@@ -193,9 +188,7 @@ public:
         return MergedData(EncodePlanes(compression, planes, (size_t{m_width} * m_depth + 7) / 8, m_depth));
     }
     // The merged section as it is, compression code included; empty for none.
-    DocumentBuilder& MergedData(Bytes bytes) {
-        return m_hasMergedData = true, m_mergedData = std::move(bytes), *this;
-    }
+    DocumentBuilder& MergedData(Bytes bytes) { return m_mergedData = std::move(bytes), *this; }
 
     Bytes LayerInfo() const;  // without its length
     Bytes Build() const;
@@ -208,8 +201,7 @@ private:
     ByteWriter m_resources, m_documentBlocks;
     std::vector<LayerBuilder> m_layers;
     std::optional<int16_t> m_layerCount;
-    bool m_hasMergedData = false;  // else zeros stand for it
-    Bytes m_mergedData;
+    std::optional<Bytes> m_mergedData;  // none: zeros, raw
 };
 
 // Opens `file` from a memory stream. `result` tells how it went; the document is null on failure.

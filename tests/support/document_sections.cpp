@@ -8,9 +8,10 @@
 namespace tessary::test {
 namespace {
 
-class Parser {
-public:
-    explicit Parser(std::span<const uint8_t> document) : m_data(document.data()), m_size(document.size()) {}
+struct Parser {
+    const uint8_t* m_data;
+    size_t m_size;
+    std::vector<Section> m_sections = {};
 
     std::vector<Section> Parse() {
         if (m_size < 38) return {};
@@ -30,9 +31,7 @@ public:
         return m_sections;
     }
 
-private:
     uint32_t U32(size_t at) const { return at + 4 <= m_size ? LoadU32(m_data + at) : 0; }
-    uint32_t U16(size_t at) const { return at + 2 <= m_size ? LoadU16(m_data + at) : 0; }
 
     // A length and what it counts; moves behind it and returns that place.
     size_t Counted(size_t& at, Section::Kind kind, size_t head = 0, size_t padding = 1) {
@@ -45,8 +44,8 @@ private:
 
     void Resources(size_t at, size_t end) {
         while (at + 12 <= end) {
-            const size_t head = at, name = m_data[at + 6] | 1u;
-            at += 7 + name;
+            const size_t head = at;
+            at += 7 + (m_data[at + 6] | 1u);
             Counted(at, Section::kResource, head, 2);
         }
     }
@@ -54,19 +53,18 @@ private:
     void Blocks(size_t at, size_t end) {
         while (at + 12 <= end && U32(at) == FourCC("8BIM")) {
             const size_t head = at;
-            const bool layers = U32(at + 4) == FourCC("Lr16");
             at += 8;
-            const size_t begin = at + 4, blockEnd = Counted(at, Section::kBlock, head, 2);
-            if (layers) LayerInfo(begin, blockEnd);
+            const size_t blockEnd = Counted(at, Section::kBlock, head, 2);
+            if (U32(head + 4) == FourCC("Lr16")) LayerInfo(head + 12, blockEnd);
         }
     }
 
     void LayerInfo(size_t at, size_t end) {
-        const int count = static_cast<int16_t>(U16(at));
+        const int count = static_cast<int16_t>(U32(at) >> 16);
         std::vector<size_t> channels;
         at += 2;
         for (int i = 0; i < std::abs(count) && at + 34 <= end; ++i) {
-            const uint32_t channelCount = U16(at + 16);
+            const uint32_t channelCount = U32(at + 16) >> 16;
             at += 18;
             for (uint32_t k = 0; k < channelCount && at + 6 <= end; ++k, at += 6) channels.push_back(at + 2);
             at += 12;
@@ -82,14 +80,12 @@ private:
             at += length;
         }
     }
-
-    const uint8_t* m_data;
-    size_t m_size;
-    std::vector<Section> m_sections;
 };
 
 }  // namespace
 
-std::vector<Section> FindSections(std::span<const uint8_t> document) { return Parser(document).Parse(); }
+std::vector<Section> FindSections(std::span<const uint8_t> document) {
+    return Parser{document.data(), document.size()}.Parse();
+}
 
 }  // namespace tessary::test
