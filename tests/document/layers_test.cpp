@@ -143,6 +143,7 @@ TEST(LayerPixels, ChannelsArePlacedById) {
     const std::tuple<uint32_t, uint32_t, LayerBuilder, Pixels> cases[] = {
         {3, 8, Raw({{2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}, {-1, {9, 10}}}), want},
         {3, 16, Raw(wide), want},
+        {3, 8, Raw({{0, {1, 2}}, {0, {3, 4}}}), opaque},
         {3, 8, Raw({{3, {7}}, {-1, {9}}, {0, {1, 2}}, {1, {}}, {2, {}}}), opaque},  // five channels
         {4, 8, Raw(inks), {0x09FFFFFF, 0x0A010101}},
         {0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
@@ -346,6 +347,7 @@ TEST(MergedImage, IsTheSameWhileItArrives) {
         std::ranges::fill(planes, uint8_t{0});
         const PlaneShape shape = {kWidth, kHeight, depth, channels};
         ASSERT_EQ(DecodePlanes(compression, std::span(data).subspan(2), shape, planes), kOk);
+        EXPECT_TRUE(part != 8 || std::ranges::equal(planes, std::span(picture).first(planes.size())));
         PlaneBlock block = {mode, depth, kWidth, kHeight};
         block.planeCount = channels;
         for (uint32_t i = 0; i < std::min(channels, ColorPlanesUsed(mode, channels)); ++i)

@@ -33,7 +33,7 @@ TEST(ByteReader, GivesTheBytesHoweverTheyAreDelivered) {
     StreamReader cut({1, 2}), stuck(Bytes(10));
     EXPECT_TRUE(ReadU32(cut.document) == 0 && Position(cut.document) == 2);
     stuck.stream.canSeek = false;
-    EXPECT_EQ(Skip(stuck.document, 65537), 65537) << "long skips count in full";
+    EXPECT_TRUE(Skip(stuck.document, 65537) == 65537 && Position(stuck.document) == 65537) << "in full";
     EXPECT_EQ(Skip(stuck.document, 65536), 10) << "the stream never moved";
     EXPECT_EQ(Skip(stuck.document, -5), 0);
 }
