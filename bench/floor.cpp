@@ -186,7 +186,10 @@ Memory Compose(Plane* const planes[4], size_t width, size_t height, size_t depth
         for (size_t p = 0; p < 4; ++p) {
             uint8_t* buffer = buffers.data() + p * (width * 2 + 256);
             rows[p] = planes[p] ? planes[p]->Row(width * depth / 8, buffer) : buffer;
-            if (planes[p] && depth == 16) Halve(buffer, width);
+            if (!planes[p] || depth != 16) continue;
+            if (rows[p] != buffer) std::memcpy(buffer, rows[p], 2 * width);
+            Halve(buffer, width);
+            rows[p] = buffer;
         }
         Interleave(rows, pixels.get() + 4 * width * y, width);
     }

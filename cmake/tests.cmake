@@ -40,6 +40,8 @@ endif()
 if(WIN32)
   add_test(NAME windows.wine_prefix COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} cmd /c ver)
   set_tests_properties(windows.wine_prefix PROPERTIES FIXTURES_SETUP wine TIMEOUT 300)
+  add_test(NAME windows.dll
+           COMMAND ${PROJECT_SOURCE_DIR}/cmake/check_dll.sh ${CMAKE_OBJDUMP} $<TARGET_FILE:Tessary>)
   # The DLL is tested from outside, through its exports.
   file(GLOB sources CONFIGURE_DEPENDS tests/windows/*_test.cpp)
   foreach(source ${sources})

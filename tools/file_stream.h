@@ -24,7 +24,6 @@ public:
     }
 
     bool IsOpen() const { return m_file != nullptr; }
-    uint64_t Size() const { return m_size; }
 
     HRESULT STDMETHODCALLTYPE Read(void* buffer, ULONG count, ULONG* read) override {
         if (read) *read = 0;
