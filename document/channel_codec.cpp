@@ -1,5 +1,7 @@
 #include "document/channel_codec.h"
 
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -7,11 +9,6 @@
 #include "document/inflater.h"
 #include "document/platform.h"
 #include "render/color_convert.h"
-
-#if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#define TESSARY_SSE2 1
-#endif
 
 namespace tessary {
 namespace {
@@ -84,7 +81,6 @@ size_t UnpackBitsWithSlack(const uint8_t* in, size_t inputBytes, uint8_t* const 
 }
 
 // How far a row can be summed up in steps of one register; the caller goes on behind that.
-#if defined(TESSARY_SSE2)
 size_t SumBytes(uint8_t* row, size_t count) {
     __m128i carry = _mm_setzero_si128();
     size_t i = 0;
@@ -125,10 +121,37 @@ size_t SumBigEndian16(uint8_t* row, size_t bytes) {
     }
     return i;
 }
-#else
-size_t SumBytes(uint8_t*, size_t) { return 0; }
-size_t SumBigEndian16(uint8_t*, size_t) { return 0; }
-#endif
+
+void SumRow(uint8_t* row, uint32_t width, uint32_t depth) {
+    const size_t rowBytes = static_cast<size_t>(PlaneRowBytes(width, depth));
+    switch (depth) {
+    case 8: {
+        const size_t done = SumBytes(row, width);
+        for (size_t i = std::max<size_t>(done, 1); i < width; ++i)
+            row[i] = static_cast<uint8_t>(row[i] + row[i - 1]);
+        break;
+    }
+    case 16: {
+        const size_t done = std::max<size_t>(SumBigEndian16(row, rowBytes), 2);
+        for (size_t i = done; i < rowBytes; i += 2) {
+            const uint32_t sum = uint32_t{LoadU16(row + i)} + LoadU16(row + i - 2);
+            row[i] = static_cast<uint8_t>(sum >> 8);
+            row[i + 1] = static_cast<uint8_t>(sum);
+        }
+        break;
+    }
+    case 32:
+        // Nothing is carried from one sample to the next: each gets its own high half added to its low half,
+        // and the row's last sample stays as it is.
+        for (size_t i = 0; i + 4 < rowBytes; i += 4) {
+            const uint32_t sum = uint32_t{LoadU16(row + i)} + LoadU16(row + i + 2);
+            row[i + 2] = static_cast<uint8_t>(sum >> 8);
+            row[i + 3] = static_cast<uint8_t>(sum);
+        }
+        break;
+    default: break;
+    }
+}
 
 }  // namespace
 
@@ -149,40 +172,33 @@ uint32_t CompressionExpansion(uint16_t compression) {
 }
 
 PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input, const PlaneShape& shape,
-                           std::span<uint8_t> planes, uint64_t* filled) {
+                           std::span<uint8_t> planes, uint64_t& filled) {
+    filled = 0;
     const uint64_t rowBytes = PlaneRowBytes(shape.width, shape.depth);
     const uint64_t rows = uint64_t{shape.height} * shape.planeCount;
     const auto total = CheckedProduct({rowBytes, rows});
     if (!total || *total > planes.size()) return PsdReadResult::kOutOfMemory;
     planes = planes.first(*total);
 
-    uint64_t written = 0;
     size_t produced = 0;
     PsdReadResult result = PsdReadResult::kOk;
     switch (compression) {
     case kCompressionRaw:
-        written = std::min(input.size(), planes.size());
-        if (written != 0) std::memcpy(planes.data(), input.data(), static_cast<size_t>(written));
+        filled = std::min(input.size(), planes.size());
+        if (filled != 0) std::memcpy(planes.data(), input.data(), static_cast<size_t>(filled));
         break;
     case kCompressionPackBits:
-        written = UnpackRows(input, rows, static_cast<size_t>(rowBytes), planes.data());
+        filled = UnpackRows(input, rows, static_cast<size_t>(rowBytes), planes.data());
         break;
     case kCompressionZip:
     case kCompressionZipPrediction:
         result = InflateAll(input, planes, produced);
-        written = produced;
-        if (result == PsdReadResult::kOk && compression == kCompressionZipPrediction && produced != 0) {
-            const uint64_t reached = (produced + rowBytes - 1) / rowBytes;
-            const std::span<uint8_t> unreached = planes.first(reached * rowBytes).subspan(produced);
-            std::ranges::fill(unreached, uint8_t{0});  // half a sample may be there
-            UndoPrediction(planes.data(), shape.width, reached, shape.depth);
-            // Sums run on behind an early end; what the input did not reach stays zero.
-            std::ranges::fill(unreached, uint8_t{0});
-        }
+        filled = produced;
+        if (result == PsdReadResult::kOk && compression == kCompressionZipPrediction)
+            UndoPrediction(planes, produced, shape.width, shape.depth);
         break;
     default: return PsdReadResult::kBadCompression;
     }
-    if (filled) *filled = written;
     return result;
 }
 
@@ -236,38 +252,14 @@ const uint8_t* TakeRows(PlaneRows& plane, size_t rows, uint8_t* buffer) {
     return buffer;
 }
 
-void UndoPrediction(uint8_t* planes, uint32_t width, uint64_t rows, uint32_t depth) {
+void UndoPrediction(std::span<uint8_t> rows, size_t produced, uint32_t width, uint32_t depth) {
     const size_t rowBytes = static_cast<size_t>(PlaneRowBytes(width, depth));
-    if (width < 2) return;
-    for (uint64_t row = 0; row < rows; ++row, planes += rowBytes) {
-        switch (depth) {
-        case 8: {
-            const size_t done = SumBytes(planes, width);
-            for (size_t i = std::max<size_t>(done, 1); i < width; ++i)
-                planes[i] = static_cast<uint8_t>(planes[i] + planes[i - 1]);
-            break;
-        }
-        case 16: {
-            const size_t done = std::max<size_t>(SumBigEndian16(planes, rowBytes), 2);
-            for (size_t i = done; i < rowBytes; i += 2) {
-                const uint32_t sum = uint32_t{LoadU16(planes + i)} + LoadU16(planes + i - 2);
-                planes[i] = static_cast<uint8_t>(sum >> 8);
-                planes[i + 1] = static_cast<uint8_t>(sum);
-            }
-            break;
-        }
-        case 32:
-            // Nothing is carried from one sample to the next: each gets its own high half added to its low
-            // half, and the row's last sample stays as it is.
-            for (size_t i = 0; i + 4 < rowBytes; i += 4) {
-                const uint32_t sum = uint32_t{LoadU16(planes + i)} + LoadU16(planes + i + 2);
-                planes[i + 2] = static_cast<uint8_t>(sum >> 8);
-                planes[i + 3] = static_cast<uint8_t>(sum);
-            }
-            break;
-        default: return;
-        }
-    }
+    if (width < 2 || produced == 0) return;
+    const size_t reached = (produced + rowBytes - 1) / rowBytes;
+    uint8_t* row = rows.data();
+    for (size_t i = 0; i < reached; ++i, row += rowBytes) SumRow(row, width, depth);
+    // Sums run on behind an early end; what the input did not reach stays zero.
+    std::ranges::fill(rows.first(reached * rowBytes).subspan(produced), uint8_t{0});
 }
 
 }  // namespace tessary

@@ -33,12 +33,13 @@ inline constexpr uint32_t kZipExpansion = 1032;
 uint32_t CompressionExpansion(uint16_t compression);
 
 // Decodes `input` (behind the compression code) into `planes`, planeCount x height rows. Bytes that the input
-// does not reach are 0 afterwards. kBadCompression, kInflateSetup, kInflateFailed.
+// does not reach are 0 afterwards. kBadCompression, kInflateSetup, kInflateFailed, and kOutOfMemory, also
+// when `planes` are too small.
 //   input   PackBits: the row count table first, planeCount x height 16-bit counts
 //   planes  at least planeCount x height x PlaneRowBytes bytes, zero-filled by the caller
-//   filled  unless null: on success the number of bytes that came out of the input
+//   filled  the number of bytes that came out of the input
 PsdReadResult DecodePlanes(uint16_t compression, std::span<const uint8_t> input, const PlaneShape& shape,
-                           std::span<uint8_t> planes, uint64_t* filled = nullptr);
+                           std::span<uint8_t> planes, uint64_t& filled);
 
 // Unpacks one PackBits row.
 //   input    the compressed bytes of this row only
@@ -52,8 +53,8 @@ inline constexpr size_t kUnpackSlack = 128;
 // The rows of one plane that are still to come, from data in memory.
 struct PlaneRows {
     size_t rowBytes = 0;
-    const uint8_t* counts =
-        nullptr;  // PackBits: the 16-bit row counts; null: the data is the rows themselves
+    // PackBits: the 16-bit counts of the rows; null: the data is the rows themselves.
+    const uint8_t* counts = nullptr;
     const uint8_t* data = nullptr;
     size_t left = 0;      // bytes of data
     uint64_t filled = 0;  // bytes of the rows so far that came out of the data
@@ -63,8 +64,9 @@ struct PlaneRows {
 // Both the buffer and the data of packed rows have kUnpackSlack bytes behind them.
 const uint8_t* TakeRows(PlaneRows& plane, size_t rows, uint8_t* buffer);
 
-// Adds up the differences of each row in place. 32-bit samples are treated one by one, as this format's
-// readers do.
-void UndoPrediction(uint8_t* planes, uint32_t width, uint64_t rows, uint32_t depth);
+// Adds up the differences in whole rows of big-endian samples, in place, as far as `produced` bytes of them
+// reach; what lies behind those bytes is 0 before and afterwards. 32-bit samples are treated one by one, as
+// this format's readers do, and 1-bit ones stay as they are.
+void UndoPrediction(std::span<uint8_t> rows, size_t produced, uint32_t width, uint32_t depth);
 
 }  // namespace tessary

@@ -23,12 +23,15 @@ public:
     }
     bool IsCreated() const { return m_created; }
 
+    // Behind the stream's end nothing comes any more, and nothing can fail.
+    bool HasEnded() const { return m_ended; }
+
     // Fills `output` as far as the stream goes; `produced` tells how far, also on failure. An end before that
     // is no error. kInflateFailed for corrupt data, and for input that ends before the output is full and the
-    // stream's end has come.
-    //   refill  gives the next piece of the input, empty when there is none; called when the last one is used
-    //   up.
-    //           A piece is kept between calls and must live until the next one is asked for.
+    // stream's end has come; kOutOfMemory.
+    //   refill  gives the next piece of the input, below 4 GiB, empty when there is none; called when the
+    //           last one is used up. A piece is kept between calls and must live until the next one is asked
+    //           for.
     template <class Refill>
     PsdReadResult Inflate(std::span<uint8_t> output, Refill refill, size_t& produced) {
         produced = 0;
@@ -60,7 +63,7 @@ public:
         return PsdReadResult::kOk;
     }
 
-    static constexpr size_t kMostBytes = 1u << 30;  // of a piece of input or output: zlib counts in 32 bits
+    static constexpr size_t kMostBytes = 1u << 30;  // that are asked of zlib at once: it counts in 32 bits
 
 private:
     z_stream m_stream = {};

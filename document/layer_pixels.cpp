@@ -14,7 +14,7 @@ constexpr uint64_t kLeastPlaneBytes = 12288;
 constexpr uint64_t kLeastInputBytes = 4096;
 constexpr size_t kStepBytes = 1u << 14;         // of the rows that are converted at once
 constexpr size_t kLongRow = 1u << 17;           // longer rows are not worked on in steps
-constexpr uint64_t kUnfilledBytes = 64u << 20;  // that layers may claim without data
+constexpr uint64_t kUnfilledBytes = 64u << 20;  // of planes that are not asked what can fill them
 
 struct Plane {
     const PsdChannelInfo* channel = nullptr;  // null: the layer has no such plane
@@ -140,12 +140,12 @@ uint64_t FilledBytes(const LayerPlanes& planes, uint32_t depth, uint8_t* buffer)
 // Claims what the layer keeps. A small file must not make much of nothing: beyond a fixed share all layers
 // up to this one may take twice what they have filled, for there are sound layers without data. What this
 // layer fills is only counted here when the others have not filled enough.
-bool Claim(LayerPixelState& state, const LayerPlanes& planes, uint32_t depth) {
-    state.claimedBytes += planes.keptBytes;
+bool Claim(PsdDocument& document, const LayerPlanes& planes, uint8_t* steps) {
+    document.claimedBytes += planes.keptBytes;
     const auto allowed = [&](uint64_t filled) {
-        return state.claimedBytes <= kUnfilledBytes + 2 * (state.filledBytes + filled);
+        return document.claimedBytes <= UnbackedBytes(document) + 2 * (document.filledBytes + filled);
     };
-    return allowed(0) || allowed(FilledBytes(planes, depth, state.steps.get()));
+    return allowed(0) || allowed(FilledBytes(planes, document.depth, steps));
 }
 
 // Makes room for `need` bytes. Grows by doubling, for layers that grow little by little; what the buffer held
@@ -204,7 +204,7 @@ PsdReadResult ReadPlane(PsdDocument& document, uint16_t compression, uint32_t le
     const PsdReadResult result =
         DecodePlanes(compression, {input.get(), length},
                      {.width = plane.width, .height = plane.height, .depth = document.depth},
-                     {slot.get(), plane.bytes}, &plane.filled);
+                     {slot.get(), plane.bytes}, plane.filled);
     plane.isCounted = true;
     plane.rows.data = slot.get();
     plane.rows.left = isLong ? plane.bytes : static_cast<size_t>(plane.filled);
@@ -261,7 +261,7 @@ PsdReadResult ConvertLayer(const PsdDocument& document, PsdLayer& layer, LayerPl
         }
         block.alpha = samples[kSlotAlpha];
         for (uint32_t i = 0; i < 4; ++i) block.color[i] = samples[kSlotColor + i];
-        ConvertPlanes(block, 0, block.height, layer.image.get() + size_t{row} * block.width);
+        ConvertPlanes(block, layer.image.get() + size_t{row} * block.width);
     }
     for (uint32_t slot = 0; slot < kSlotMask; ++slot) planes.slots[slot].used = true;
     return PsdReadResult::kOk;
@@ -319,13 +319,13 @@ PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, LayerPixel
         alpha.isCounted = true;
         if (!TakeZeros(alpha, state.slots[kSlotAlpha])) return PsdReadResult::kOutOfMemory;
     }
-    if (!Claim(state, planes, document.depth)) return PsdReadResult::kOutOfMemory;
-
     uint8_t* const steps = state.steps.get();
+    if (!Claim(document, planes, steps)) return PsdReadResult::kOutOfMemory;
+
     PsdReadResult result = ConvertLayer(document, layer, planes, steps);
     if (result != PsdReadResult::kOk) return result;
     result = ConvertMask(document, layer.mask, planes.slots[kSlotMask], steps);
-    state.filledBytes += FilledBytes(planes, document.depth, steps);
+    document.filledBytes += FilledBytes(planes, document.depth, steps);
     return result;
 }
 

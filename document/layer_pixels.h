@@ -14,14 +14,11 @@ enum PlaneSlot : uint32_t {
     kSlotCount,
 };
 
-// What one layer's reading leaves to the next: the scratch buffers, and what all layers together have claimed
-// and how much of it their data has really filled so far.
+// Buffers that the reading of one layer leaves to that of the next.
 struct LayerPixelState {
     Owned<uint8_t> slots[kSlotCount];  // packed and raw planes as they came, others inflated
     Owned<uint8_t> zipped;
     Owned<uint8_t> steps;
-    uint64_t claimedBytes = 0;
-    uint64_t filledBytes = 0;
 };
 
 // Reads the data of all the layer's channels at the reader's position and fills layer.image and

@@ -84,7 +84,7 @@ PsdReadResult ReadBlendRanges(PsdDocument& document, PsdLayer& layer) {
     const int32_t count = (length - 8) / static_cast<int32_t>(kRangesBytes);
     if (count < 1) return PsdReadResult::kEmptyBlendRanges;
 
-    // Only what arrives becomes ranges; a record that ends here is refused behind them.
+    // Only what arrives becomes ranges; how many there are is a claim of the file.
     const uint32_t size = static_cast<uint32_t>(count) * kRangesBytes;
     if (!MayAllocate(size, InputLeft(document), kRawExpansion)) return PsdReadResult::kOutOfMemory;
     Owned<uint8_t> bytes;

@@ -66,7 +66,8 @@ PlaneBlock MergedPlanes(const PsdDocument& document, std::span<const uint8_t* co
 size_t PlanesUsed(const PsdDocument& document) {
     const PlaneBlock block = MergedPlanes(document, {});
     if (!ConvertsPlanes(block)) return 0;
-    const bool transparent = block.planeCount == PlanesWithTransparency(block.colorMode);
+    const uint32_t withTransparency = PlanesWithTransparency(block.colorMode);
+    const bool transparent = withTransparency != 0 && block.planeCount == withTransparency;
     const uint32_t used = ColorPlanesUsed(block.colorMode, block.planeCount) + (transparent ? 1 : 0);
     return std::min<size_t>(used, document.channels);
 }
@@ -170,7 +171,7 @@ PsdReadResult DecodeWhole(PsdDocument& document, const MergedShape& shape, Merge
     uint64_t filled = 0;
     const PsdReadResult result = DecodePlanes(
         shape.compression, {input.bytes.get(), static_cast<size_t>(size)},
-        {document.width, document.height, document.depth, document.channels}, planes.span(), &filled);
+        {document.width, document.height, document.depth, document.channels}, planes.span(), filled);
     if (result != PsdReadResult::kOk) return result;
     // Planes that nothing was decoded to are no memory yet, the pixels will be.
     if (!IsPlausible(shape, filled, 1) || !IsBacked(shape, size, filled)) return PsdReadResult::kOutOfMemory;
@@ -181,7 +182,7 @@ PsdReadResult DecodeWhole(PsdDocument& document, const MergedShape& shape, Merge
     const uint8_t* first[kMostPlanes] = {};
     const size_t count = std::min<size_t>(document.channels, kMostPlanes);
     for (size_t i = 0; i < count; ++i) first[i] = planes.get() + i * (shape.totalBytes / document.channels);
-    ConvertPlanes(MergedPlanes(document, {first, count}), 0, document.height, document.mergedPixels.get());
+    ConvertPlanes(MergedPlanes(document, {first, count}), document.mergedPixels.get());
     return PsdReadResult::kOk;
 }
 
@@ -212,13 +213,9 @@ PsdReadResult InflatePiece(RowSource& source, size_t rows) {
     if (result != PsdReadResult::kOk) return result;
     source.filled += produced;
     source.inflated = source.pieceRows = rows;
-    // Sums run on behind an early end; what the input did not reach stays zero.
     std::memset(output.data() + produced, 0, output.size() - produced);
-    if (shape.compression == kCompressionZipPrediction && produced != 0) {
-        const size_t reached = (produced + shape.rowBytes - 1) / shape.rowBytes;
-        UndoPrediction(output.data(), source.document.width, reached, source.document.depth);
-        std::memset(output.data() + produced, 0, reached * shape.rowBytes - produced);
-    }
+    if (shape.compression == kCompressionZipPrediction)
+        UndoPrediction(output, produced, source.document.width, source.document.depth);
     return PsdReadResult::kOk;
 }
 
@@ -430,7 +427,7 @@ PsdReadResult ConvertWithLastPlane(Assembly& assembly) {
         PlaneBlock block = MergedPlanes(document, {planes, assembly.planeCount});
         block.height = static_cast<uint32_t>(count);
         block.depth = std::min(block.depth, 8u);
-        ConvertPlanes(block, 0, block.height, pixels);
+        ConvertPlanes(block, pixels);
     }
     // Rows that were decoded before they were reduced are counted already.
     if (document.depth == 8 && !source.inflater) {
@@ -449,7 +446,7 @@ PsdReadResult AssemblePixels(RowSource& source, size_t planeCount, Owned<uint32_
     if (planeCount != 0 && result == PsdReadResult::kOk) result = ConvertWithLastPlane(assembly);
     if (result != PsdReadResult::kOk) return result;
     // Without planes there are pixels all the same.
-    if (planeCount == 0) ConvertPlanes(MergedPlanes(document, {}), 0, document.height, assembly.pixels.get());
+    if (planeCount == 0) ConvertPlanes(MergedPlanes(document, {}), assembly.pixels.get());
     pixels = std::move(assembly.pixels);
     return PsdReadResult::kOk;
 }
@@ -487,7 +484,11 @@ PsdReadResult DecodeArriving(PsdDocument& document, const MergedShape& shape, Me
     // Of the planes behind only the data's soundness matters, and how much there is of it when that is in
     // doubt.
     for (; plane < document.channels && shape.totalBytes != 0; ++plane) {
-        if (!zipped && (!source.counts || IsPlausible(shape, source.filled, 1))) break;
+        // Behind the end of the data there is nothing left to check or to count.
+        const bool isDone =
+            zipped ? inflater->HasEnded()
+                   : !source.counts || IsPlausible(shape, source.filled, 1) || Need(document, input, 1) == 0;
+        if (isDone) break;
         for (uint64_t row = 0; row < document.height; row += source.stepRows) {
             const uint8_t* rows = nullptr;
             const PsdReadResult result = NextRows(source, document.height - row, rows);

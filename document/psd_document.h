@@ -41,7 +41,7 @@ enum PsdMergedUse : uint32_t {
     kMergedChecked,
 };
 
-// In the order of the file format's own list of keys; render/blend_rows.cpp indexes its table with it.
+// In the order of the file format's own list of keys; render/blend_loops.h indexes its table with it.
 enum PsdBlendMode : uint32_t {
     kBlendNormal = 0,
     kBlendDissolve,
@@ -422,6 +422,8 @@ struct PsdDocument {
     Owned<PsdLayer> layers;        // bottom layer first
     uint32_t globalMaskColor = 0;  // ARGB
     uint64_t recordBytes = 0;      // of all property lists
+    uint64_t claimedBytes = 0;     // that the layers' pixels and masks take,
+    uint64_t filledBytes = 0;      // and of them that the layers' data has filled
     uint16_t globalMaskOpacity = 0;
     uint8_t globalMaskKind = 0;
 
@@ -430,6 +432,8 @@ struct PsdDocument {
     Owned<uint32_t> canvas;             // width x height, made by Render
     Owned<uint8_t> noiseMap;            // width x height, made by the first Render
     uint64_t drawingLeft = UINT64_MAX;  // steps, see SpendDrawing
+    uint64_t effectRoom = UINT64_MAX;   // bytes that the buffer of an effect may take
+    uint64_t keptEffectBytes = 0;       // of buffers that are kept for the next Render
 };
 
 // Takes `steps` from what Render may still spend on pixels that no data of the file stands behind; false, and
@@ -439,6 +443,9 @@ inline bool SpendDrawing(PsdDocument& document, uint64_t steps) {
     document.drawingLeft -= steps;
     return true;
 }
+
+// Bytes that the layers and effects of a document may take together besides what the layers' data fills.
+uint64_t UnbackedBytes(const PsdDocument& document);
 
 // Reads a document from the start of `stream`, which is rewound and borrowed for the call only.
 // Gives null and a code on failure.

@@ -15,7 +15,6 @@ struct BlurJob {
     const uint16_t* weights;
     size_t reach;
     uint64_t sum;     // of all weights on both sides
-    uint8_t* plane;   // width x height
     uint16_t* strip;  // 2 * reach + max(width, height) rows of kBlurStripColumns
 };
 
@@ -55,7 +54,7 @@ void BlurRow(const uint16_t* center, const BlurJob& job, uint32_t* sums) {
 }
 
 // Blurs `columns` columns of `rows` rows, some columns at a time: fetch(x, y) gives a byte, put(x, y, value)
-// takes the blurred one.
+// takes the blurred one, when all bytes of its columns have been fetched.
 template <class Fetch, class Put>
 void BlurColumns(const BlurJob& job, size_t columns, size_t rows, const Fetch& fetch, const Put& put) {
     const Divider divide(job.sum);
@@ -87,19 +86,17 @@ void BlurColumns(const BlurJob& job, size_t columns, size_t rows, const Fetch& f
 }  // namespace
 
 void BlurAlpha(const BlurJob& job) {
-    uint32_t* const pixels = job.pixels;
-    uint8_t* const plane = job.plane;
-    const size_t width = job.width;
+    const auto get = [&job](size_t x, size_t y) {
+        return static_cast<uint8_t>(job.pixels[y * job.width + x] >> 24);
+    };
+    const auto put = [&job](size_t x, size_t y, uint8_t alpha) {
+        uint32_t& pixel = job.pixels[y * job.width + x];
+        pixel = (pixel & 0x00FFFFFF) | uint32_t{alpha} << 24;
+    };
     BlurColumns(
-        job, job.height, width,
-        [=](size_t y, size_t x) { return static_cast<uint8_t>(pixels[y * width + x] >> 24); },
-        [=](size_t y, size_t x, uint8_t alpha) { plane[y * width + x] = alpha; });
-    BlurColumns(
-        job, width, job.height, [=](size_t x, size_t y) { return plane[y * width + x]; },
-        [=](size_t x, size_t y, uint8_t alpha) {
-            uint32_t& pixel = pixels[y * width + x];
-            pixel = (pixel & 0x00FFFFFF) | uint32_t{alpha} << 24;
-        });
+        job, job.height, job.width, [&get](size_t y, size_t x) { return get(x, y); },
+        [&put](size_t y, size_t x, uint8_t alpha) { put(x, y, alpha); });
+    BlurColumns(job, job.width, job.height, get, put);
 }
 
 }  // namespace TESSARY_VECTORS

@@ -11,19 +11,14 @@
 namespace tessary {
 namespace {
 
-constexpr uint8_t kBevelBelow[] = {9, 11};
-constexpr uint8_t kBevelAbove[] = {10, 12, 13};
-constexpr uint8_t kBufferOfSlot[] = {0, 1, 2, 3, 4, 5, 6, 7, 8};
-
-// One slot: how it is switched on, who draws it, and which buffers each pass puts onto the canvas.
+// One slot: how it is switched on, and who draws it.
 struct SlotRow {
     bool (*isEnabled)(const EffectsRecord& effects);
-    PsdReadResult (*render)(const PsdDocument& document, const PsdLayer& layer,
-                            EffectsRecord& effects);                                  // null: none yet
-    EffectPlace (*place)(const PsdDocument& document, const EffectsRecord& effects);  // of what it renders
-    bool isRenderedBelow;
-    std::span<const uint8_t> below;
-    std::span<const uint8_t> above;
+    // Null: not drawn.
+    EffectPlace (*place)(const PsdDocument& document, const EffectsRecord& effects) = nullptr;
+    PsdReadResult (*render)(const PsdLayer& layer, const EffectPlace& place,
+                            EffectsRecord& effects) = nullptr;
+    uint64_t steps = 0;  // nanoseconds a pixel, without its blur
 };
 
 template <auto member>
@@ -31,60 +26,64 @@ bool IsEnabled(const EffectsRecord& effects) {
     return (effects.*member).enabled;
 }
 
-constexpr std::span<const uint8_t> BufferOf(EffectSlot slot) { return {&kBufferOfSlot[slot], 1}; }
-
 // By slot number.
 constexpr SlotRow kSlots[kEffectSlotCount] = {
-    {IsEnabled<&EffectsRecord::dropShadow>,
-     RenderDropShadow,
-     PlaceOfDropShadow,
-     true,
-     BufferOf(kSlotDropShadow),
-     {}},
-    {IsEnabled<&EffectsRecord::innerShadow>, nullptr, nullptr, false, {}, BufferOf(kSlotInnerShadow)},
-    {IsEnabled<&EffectsRecord::outerGlow>,
-     RenderOuterGlow,
-     PlaceOfOuterGlow,
-     false,
-     {},
-     BufferOf(kSlotOuterGlow)},
-    {IsEnabled<&EffectsRecord::innerGlow>, nullptr, nullptr, false, {}, BufferOf(kSlotInnerGlow)},
-    {IsEnabled<&EffectsRecord::satin>, nullptr, nullptr, false, {}, BufferOf(kSlotSatin)},
-    {IsEnabled<&EffectsRecord::colorOverlay>,
-     RenderColorOverlay,
-     PlaceOfColorOverlay,
-     false,
-     {},
-     BufferOf(kSlotColorOverlay)},
-    {IsEnabled<&EffectsRecord::gradientOverlay>, nullptr, nullptr, false, {}, BufferOf(kSlotGradientOverlay)},
-    {IsEnabled<&EffectsRecord::patternOverlay>, nullptr, nullptr, false, {}, BufferOf(kSlotPatternOverlay)},
-    {IsEnabled<&EffectsRecord::stroke>, nullptr, nullptr, false, {}, BufferOf(kSlotStroke)},
-    {IsEnabled<&EffectsRecord::bevel>, nullptr, nullptr, false, kBevelBelow, kBevelAbove},
+    {IsEnabled<&EffectsRecord::dropShadow>, PlaceOfDropShadow, RenderDropShadow, 20},
+    {IsEnabled<&EffectsRecord::innerShadow>},
+    {IsEnabled<&EffectsRecord::outerGlow>, PlaceOfOuterGlow, RenderOuterGlow, 20},
+    {IsEnabled<&EffectsRecord::innerGlow>},
+    {IsEnabled<&EffectsRecord::satin>},
+    {IsEnabled<&EffectsRecord::colorOverlay>, PlaceOfColorOverlay, RenderColorOverlay, 6},
+    {IsEnabled<&EffectsRecord::gradientOverlay>},
+    {IsEnabled<&EffectsRecord::patternOverlay>},
+    {IsEnabled<&EffectsRecord::stroke>},
+    {IsEnabled<&EffectsRecord::bevel>},
 };
 
-// Whether an effect shows inside the area and may take the time it does. What it costs is about as many
-// nanoseconds as its blur reaches over eighths of pixels, and some more.
-bool MayRender(PsdDocument& document, const PsdLayer& layer, const EffectPlace& place, const Rect& area) {
+// The buffers that a slot puts onto the canvas in one pass.
+constexpr uint8_t kBufferOfSlot[] = {0, 1, 2, 3, 4, 5, 6, 7, 8};
+constexpr uint8_t kBevelBelow[] = {9, 11};
+constexpr uint8_t kBevelAbove[] = {10, 12, 13};
+std::span<const uint8_t> BuffersOf(uint32_t slot, bool isBelow) {
+    if (slot == kSlotBevel) return isBelow ? std::span<const uint8_t>(kBevelBelow) : kBevelAbove;
+    const bool drawsNow = (slot == kSlotDropShadow) == isBelow;
+    return drawsNow ? std::span(&kBufferOfSlot[slot], 1) : std::span<const uint8_t>();
+}
+
+// Whether an effect shows inside the area and may take the memory and the time it does. Its blur takes about
+// as many nanoseconds as it reaches over eighths of pixels.
+bool MayRender(PsdDocument& document, const PsdLayer& layer, const EffectPlace& place, uint64_t steps,
+               const Rect& area) {
     const int64_t width = int64_t{layer.width} + 2 * place.margin;
     const int64_t height = int64_t{layer.height} + 2 * place.margin;
     const int64_t left = int64_t{layer.bounds.left} + place.dx - place.margin;
     const int64_t top = int64_t{layer.bounds.top} + place.dy - place.margin;
     if (left >= area.right || left + width <= area.left || top >= area.bottom || top + height <= area.top)
         return false;
-    constexpr uint64_t kSteps = 20;
-    const auto cost = CheckedProduct({static_cast<uint64_t>(width), static_cast<uint64_t>(height),
-                                      kSteps + static_cast<uint64_t>(place.margin) / 8});
-    return cost && SpendDrawing(document, *cost);
+    const uint64_t columns = static_cast<uint64_t>(width), rows = static_cast<uint64_t>(height);
+    const auto bytes = CheckedProduct({columns, rows, sizeof(uint32_t)});
+    const auto cost = CheckedProduct({columns, rows, steps + static_cast<uint64_t>(place.margin) / 8});
+    return bytes && *bytes <= document.effectRoom && cost && SpendDrawing(document, *cost);
 }
 
-// The newer encoding wins where a layer has both.
-EffectsRecord* FindEffects(PsdLayer& layer) {
-    EffectsRecord* effects = FindProperty<EffectsRecord>(layer, kPropertyEffects);
-    return effects ? effects : FindProperty<EffectsRecord>(layer, kPropertyOldEffects);
+// Keeps a buffer for the next render unless there are too many: a layer of one pixel can have a shadow of a
+// megabyte, and a small file thousands of such layers. The others are drawn again.
+void KeepOrFree(PsdDocument& document, EffectsRecord& effects, uint32_t slot) {
+    constexpr uint64_t kMostBytes = 8u << 20;
+    Owned<uint32_t>& pixels = effects.buffers[slot].pixels;
+    const uint64_t bytes = pixels.count() * sizeof(uint32_t);
+    if (document.keptEffectBytes + bytes <= kMostBytes) {
+        document.keptEffectBytes += bytes;
+        return;
+    }
+    pixels.Reset();
+    effects.renderPending[slot] = true;
 }
 
+// Null unless they are switched on. The newer encoding wins where a layer has both.
 EffectsRecord* EnabledEffects(PsdLayer& layer) {
-    EffectsRecord* effects = FindEffects(layer);
+    EffectsRecord* effects = FindProperty<EffectsRecord>(layer, kPropertyEffects);
+    if (!effects) effects = FindProperty<EffectsRecord>(layer, kPropertyOldEffects);
     return effects && effects->effectCount != 0 && effects->masterSwitch != 0 ? effects : nullptr;
 }
 
@@ -125,21 +124,30 @@ void DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area, bool isB
     for (uint32_t left = kEffectSlotCount; left > 0; --left) {
         const uint32_t slot = left - 1;
         const SlotRow& row = kSlots[slot];
-        if (!effects->present[slot] || !row.isEnabled(*effects)) continue;
-        if (effects->renderPending[slot] && row.render && row.isRenderedBelow == isBelow &&
-            MayRender(document, layer, row.place(document, *effects), area)) {
+        const std::span<const uint8_t> buffers = BuffersOf(slot, isBelow);
+        if (buffers.empty() || !effects->present[slot] || !row.isEnabled(*effects)) continue;
+        const bool isNew = effects->renderPending[slot] && row.render;
+        if (isNew) {
+            const EffectPlace place = row.place(document, *effects);
             // Without memory its buffer stays empty and nothing is drawn.
-            static_cast<void>(row.render(document, layer, *effects));
+            if (MayRender(document, layer, place, row.steps, area))
+                static_cast<void>(row.render(layer, place, *effects));
         }
-        for (const uint8_t buffer : isBelow ? row.below : row.above) {
-            CompositeBuffer(document, layer, effects->buffers[buffer], area);
-        }
+        for (const uint8_t buffer : buffers) CompositeBuffer(document, layer, effects->buffers[buffer], area);
+        if (isNew) KeepOrFree(document, *effects, slot);
     }
 }
 
 }  // namespace
 
-bool HasEffects(PsdLayer& layer) { return EnabledEffects(layer) != nullptr; }
+bool HasEffects(PsdLayer& layer) {
+    const EffectsRecord* effects = EnabledEffects(layer);
+    if (!effects) return false;
+    for (uint32_t slot = 0; slot < kEffectSlotCount; ++slot) {
+        if (effects->present[slot] && kSlots[slot].render && kSlots[slot].isEnabled(*effects)) return true;
+    }
+    return false;
+}
 
 void DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     DrawPass(document, layer, area, true);
@@ -147,17 +155,6 @@ void DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area) 
 
 void DrawEffectsAbove(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     DrawPass(document, layer, area, false);
-}
-
-uint64_t KeepEffectBuffers(PsdLayer& layer, uint64_t room) {
-    EffectsRecord* effects = FindEffects(layer);
-    if (!effects) return 0;
-    uint64_t bytes = 0;
-    for (const EffectBuffer& buffer : effects->buffers) bytes += buffer.pixels.count() * sizeof(uint32_t);
-    if (bytes <= room) return bytes;
-    for (EffectBuffer& buffer : effects->buffers) buffer.pixels.Reset();
-    std::ranges::copy(effects->present, effects->renderPending);
-    return 0;
 }
 
 }  // namespace tessary

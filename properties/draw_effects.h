@@ -5,16 +5,12 @@
 
 namespace tessary {
 
-// Both draw inside `area` (canvas coordinates, clipped to the canvas). An effect that finds no memory is not
-// drawn.
+// Both draw inside `area` (canvas coordinates, clipped to the canvas). An effect that finds no memory, or
+// takes more of it or of time than Render may still spend, is not drawn.
 void DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area);
 void DrawEffectsAbove(PsdDocument& document, PsdLayer& layer, const Rect& area);
 
-// Whether the layer has effects that are switched on and that pixels could show.
+// Whether the layer has effects that are switched on and are drawn where it has pixels.
 bool HasEffects(PsdLayer& layer);
-
-// Keeps the buffers of the layer's effects for the next render when they take no more than `room` bytes, and
-// returns how many they take. Otherwise frees them, to be drawn again, and returns 0.
-uint64_t KeepEffectBuffers(PsdLayer& layer, uint64_t room);
 
 }  // namespace tessary

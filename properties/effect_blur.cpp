@@ -42,10 +42,9 @@ PsdReadResult BlurAlpha(uint32_t* pixels, size_t width, size_t height, int32_t r
     if (!MakeKernel(radius, kernel)) return PsdReadResult::kOutOfMemory;
     const Owned<uint16_t> strip =
         AllocateZeroed<uint16_t>({std::max(width, height) + 2 * kernel.reach, kBlurStripColumns});
-    const Owned<uint8_t> plane = AllocateZeroed<uint8_t>({width, height});
-    if (!strip || !plane) return PsdReadResult::kOutOfMemory;
+    if (!strip) return PsdReadResult::kOutOfMemory;
     (path == VectorPath::kAvx2 ? avx2::BlurAlpha : sse2::BlurAlpha)(
-        {pixels, width, height, kernel.weights.get(), kernel.reach, kernel.sum, plane.get(), strip.get()});
+        {pixels, width, height, kernel.weights.get(), kernel.reach, kernel.sum, strip.get()});
     return PsdReadResult::kOk;
 }
 

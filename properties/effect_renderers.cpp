@@ -1,16 +1,16 @@
 #include "properties/effect_renderers.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "properties/effect_blur.h"
 #include "properties/effect_steps.h"
+#include "render/blend_rows.h"
+#include "render/coverage.h"
 #include "render/image_ops.h"
 
 namespace tessary {
 namespace {
-
-size_t LayerWidth(const PsdLayer& layer) { return static_cast<size_t>(layer.width); }
-size_t LayerHeight(const PsdLayer& layer) { return static_cast<size_t>(layer.height); }
 
 // Gives the buffer pixels and bounds for its place. Pixels of the right number are used again.
 PsdReadResult PrepareBuffer(EffectBuffer& buffer, const PsdLayer& layer, const EffectPlace& place) {
@@ -33,26 +33,49 @@ PsdReadResult PrepareBuffer(EffectBuffer& buffer, const PsdLayer& layer, const E
     return buffer.pixels ? PsdReadResult::kOk : PsdReadResult::kOutOfMemory;
 }
 
-// The layer's alpha in one colour, alpha 0 in the margin, less what the mask hides.
-void DrawCoverage(EffectBuffer& buffer, const PsdLayer& layer, int32_t margin, uint32_t color) {
-    const size_t rowPixels = static_cast<size_t>(buffer.bounds.Width());
-    const size_t inset = static_cast<size_t>(margin);
+// The layer's alpha less what its mask hides, for `count` pixels from (x, y) on, relative to the layer; 0
+// beside it.
+void CoverageAt(const PsdLayer& layer, int64_t x, int64_t y, size_t count, uint8_t* coverage) {
+    std::fill_n(coverage, count, uint8_t{0});
+    const int64_t begin = std::clamp<int64_t>(x, 0, layer.width);
+    const int64_t end = std::clamp<int64_t>(x + static_cast<int64_t>(count), begin, layer.width);
+    if (y < 0 || y >= layer.height || begin == end) return;
+    const uint32_t* const pixels =
+        layer.image.get() + static_cast<size_t>(y) * static_cast<size_t>(layer.width) + begin;
+    CoverageRow(pixels, static_cast<size_t>(end - begin), layer.mask.disabled ? nullptr : &layer.mask,
+                static_cast<int32_t>(layer.bounds.left + begin), static_cast<int32_t>(layer.bounds.top + y),
+                coverage + (begin - x));
+}
+
+// Calls use(pixel, coverage) for all pixels of the buffer, the first of which is at (left, top) of the layer.
+template <class Use>
+void ForEachCovered(EffectBuffer& buffer, const PsdLayer& layer, int32_t left, int32_t top, Use use) {
+    const size_t width = static_cast<size_t>(buffer.bounds.Width());
+    const size_t height = static_cast<size_t>(buffer.bounds.Height());
+    uint8_t coverage[kBlendRunPixels];
     uint32_t* pixels = buffer.pixels.get();
-    FillRect(pixels, rowPixels,
-             {0, 0, static_cast<int32_t>(rowPixels), static_cast<int32_t>(buffer.bounds.Height())}, 0);
-    CopyRect(pixels + inset * rowPixels + inset, rowPixels, layer.image.get(), LayerWidth(layer),
-             LayerWidth(layer), LayerHeight(layer));
-    SetColorKeepAlpha(pixels, buffer.pixels.count(), color);
-    if (HasEffectiveMask(layer)) {
-        ApplyMask(pixels, rowPixels, static_cast<size_t>(buffer.bounds.Height()), layer.mask,
-                  int64_t{layer.bounds.left} - margin, int64_t{layer.bounds.top} - margin);
+    for (size_t y = 0; y < height; ++y) {
+        for (size_t x = 0; x < width; x += kBlendRunPixels) {
+            const size_t count = std::min(kBlendRunPixels, width - x);
+            CoverageAt(layer, left + static_cast<int64_t>(x), top + static_cast<int64_t>(y), count, coverage);
+            for (size_t i = 0; i < count; ++i) use(*pixels++, uint32_t{coverage[i]});
+        }
     }
 }
 
-Owned<uint32_t> CopyOf(const EffectBuffer& buffer) {
-    Owned<uint32_t> copy = AllocateZeroed<uint32_t>({buffer.pixels.count()});
-    if (copy) CopyRect(copy.get(), copy.count(), buffer.pixels.get(), copy.count(), copy.count(), 1);
-    return copy;
+// The layer's coverage in one colour, wherever the buffer itself lies.
+void DrawCoverage(EffectBuffer& buffer, const PsdLayer& layer, int32_t margin, uint32_t color) {
+    ForEachCovered(buffer, layer, -margin, -margin, [color](uint32_t& pixel, uint32_t coverage) {
+        pixel = (color & 0x00FFFFFF) | coverage << 24;
+    });
+}
+
+// Takes out what the layer covers.
+void KnockOut(EffectBuffer& buffer, const PsdLayer& layer) {
+    ForEachCovered(buffer, layer, buffer.bounds.left, buffer.bounds.top,
+                   [](uint32_t& pixel, uint32_t coverage) {
+                       pixel = (pixel & 0x00FFFFFF) | ((255 - coverage) * Alpha(pixel) >> 8) << 24;
+                   });
 }
 
 // Thickens by the share of the size that the spread takes, then softens by what is left of it.
@@ -80,43 +103,26 @@ uint64_t NoiseSeed(const PsdLayer& layer, const EffectBuffer& buffer) {
 
 void ApplyNoise(EffectBuffer& buffer, const PsdLayer& layer, int32_t percent) {
     if (percent <= 0) return;
-    AddNoise(buffer.pixels.get(), static_cast<size_t>(buffer.bounds.Width()),
-             static_cast<size_t>(buffer.bounds.Height()), static_cast<uint32_t>(percent),
+    AddNoise(buffer.pixels.get(), buffer.pixels.count(), static_cast<uint32_t>(percent),
              NoiseSeed(layer, buffer));
 }
 
-PsdReadResult DrawDropShadow(const PsdLayer& layer, const ShadowSettings& shadow, const EffectPlace& place,
-                             EffectBuffer& buffer) {
-    if (const auto result = PrepareBuffer(buffer, layer, place); result != PsdReadResult::kOk) return result;
+PsdReadResult DrawDropShadow(const PsdLayer& layer, const ShadowSettings& shadow, EffectBuffer& buffer) {
     DrawCoverage(buffer, layer, shadow.size, shadow.color);
-
-    Owned<uint32_t> covered;
-    if (shadow.layerConceals) {
-        covered = CopyOf(buffer);
-        if (!covered) return PsdReadResult::kOutOfMemory;
-        // The buffer lies at (dx, dy); within it the layer's own place is as far the other way.
-        ShiftImage(covered.get(), static_cast<size_t>(buffer.bounds.Width()),
-                   static_cast<size_t>(buffer.bounds.Height()), -place.dx, -place.dy, kBackground);
-    }
     if (const auto result = SpreadAndSoften(buffer, shadow.spreadPercent, shadow.size);
         result != PsdReadResult::kOk) {
         return result;
     }
     ApplyContour(buffer.pixels.get(), buffer.pixels.count(), shadow.contour, shadow.contourAntiAlias);
     ApplyNoise(buffer, layer, shadow.noisePercent);
-    if (covered) KnockOut(buffer.pixels.get(), covered.get(), buffer.pixels.count());
+    if (shadow.layerConceals) KnockOut(buffer, layer);
     return PsdReadResult::kOk;
 }
 
 PsdReadResult DrawOuterGlow(const PsdLayer& layer, const GlowSettings& glow, EffectBuffer& buffer) {
-    if (const auto result = PrepareBuffer(buffer, layer, {glow.size, 0, 0}); result != PsdReadResult::kOk)
-        return result;
-    DrawCoverage(buffer, layer, glow.size, glow.color);
-    uint32_t* pixels = buffer.pixels.get();
+    uint32_t* const pixels = buffer.pixels.get();
     const size_t count = buffer.pixels.count();
-    const Owned<uint32_t> covered = CopyOf(buffer);
-    if (!covered) return PsdReadResult::kOutOfMemory;
-
+    DrawCoverage(buffer, layer, glow.size, glow.color);
     if (glow.technique == GlowSettings::kPrecise) BoostAlpha(pixels, count);
     if (const auto result = SpreadAndSoften(buffer, glow.spreadPercent, glow.size);
         result != PsdReadResult::kOk) {
@@ -128,23 +134,24 @@ PsdReadResult DrawOuterGlow(const PsdLayer& layer, const GlowSettings& glow, Eff
     if (glow.useGradient) {
         MapThroughGradient(pixels, count, glow.gradient, glow.jitterPercent, NoiseSeed(layer, buffer));
     }
-    KnockOut(pixels, covered.get(), count);
+    KnockOut(buffer, layer);
     return PsdReadResult::kOk;
 }
 
 PsdReadResult DrawColorOverlay(const PsdLayer& layer, const ColorOverlaySettings& overlay,
                                EffectBuffer& buffer) {
-    if (const auto result = PrepareBuffer(buffer, layer, {0, 0, 0}); result != PsdReadResult::kOk)
-        return result;
     DrawCoverage(buffer, layer, 0, overlay.color);
     return PsdReadResult::kOk;
 }
 
-// What all effects end with. A buffer that was not finished is not kept.
+// What all effects begin and end with. A buffer that was not finished is not kept.
 template <class Settings>
-PsdReadResult Finish(EffectsRecord& effects, EffectSlot slot, const Settings& settings,
-                     PsdReadResult result) {
+PsdReadResult Render(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects, EffectSlot slot,
+                     const Settings& settings,
+                     PsdReadResult (*draw)(const PsdLayer&, const Settings&, EffectBuffer&)) {
     EffectBuffer& buffer = effects.buffers[slot];
+    PsdReadResult result = PrepareBuffer(buffer, layer, place);
+    if (result == PsdReadResult::kOk) result = draw(layer, settings, buffer);
     if (result != PsdReadResult::kOk) {
         buffer.pixels.Reset();
         return result;
@@ -172,20 +179,16 @@ EffectPlace PlaceOfOuterGlow(const PsdDocument&, const EffectsRecord& effects) {
 
 EffectPlace PlaceOfColorOverlay(const PsdDocument&, const EffectsRecord&) { return {0, 0, 0}; }
 
-PsdReadResult RenderDropShadow(const PsdDocument& document, const PsdLayer& layer, EffectsRecord& effects) {
-    const auto result = DrawDropShadow(layer, effects.dropShadow, PlaceOfDropShadow(document, effects),
-                                       effects.buffers[kSlotDropShadow]);
-    return Finish(effects, kSlotDropShadow, effects.dropShadow, result);
+PsdReadResult RenderDropShadow(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects) {
+    return Render(layer, place, effects, kSlotDropShadow, effects.dropShadow, DrawDropShadow);
 }
 
-PsdReadResult RenderOuterGlow(const PsdDocument&, const PsdLayer& layer, EffectsRecord& effects) {
-    const auto result = DrawOuterGlow(layer, effects.outerGlow, effects.buffers[kSlotOuterGlow]);
-    return Finish(effects, kSlotOuterGlow, effects.outerGlow, result);
+PsdReadResult RenderOuterGlow(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects) {
+    return Render(layer, place, effects, kSlotOuterGlow, effects.outerGlow, DrawOuterGlow);
 }
 
-PsdReadResult RenderColorOverlay(const PsdDocument&, const PsdLayer& layer, EffectsRecord& effects) {
-    const auto result = DrawColorOverlay(layer, effects.colorOverlay, effects.buffers[kSlotColorOverlay]);
-    return Finish(effects, kSlotColorOverlay, effects.colorOverlay, result);
+PsdReadResult RenderColorOverlay(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects) {
+    return Render(layer, place, effects, kSlotColorOverlay, effects.colorOverlay, DrawColorOverlay);
 }
 
 }  // namespace tessary

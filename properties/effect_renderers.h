@@ -7,7 +7,8 @@
 
 namespace tessary {
 
-// Where an effect's buffer lies: as the layer with so many pixels more on all sides, moved by (dx, dy).
+// Where an effect's buffer lies: as the layer with so many pixels more on all sides, 0..250, moved by (dx,
+// dy) pixels.
 struct EffectPlace {
     int32_t margin, dx, dy;
 };
@@ -15,9 +16,10 @@ EffectPlace PlaceOfDropShadow(const PsdDocument& document, const EffectsRecord& 
 EffectPlace PlaceOfOuterGlow(const PsdDocument& document, const EffectsRecord& effects);
 EffectPlace PlaceOfColorOverlay(const PsdDocument& document, const EffectsRecord& effects);
 
-// All: the layer has pixels. kOutOfMemory leaves the slot pending and its buffer empty.
-PsdReadResult RenderDropShadow(const PsdDocument& document, const PsdLayer& layer, EffectsRecord& effects);
-PsdReadResult RenderOuterGlow(const PsdDocument& document, const PsdLayer& layer, EffectsRecord& effects);
-PsdReadResult RenderColorOverlay(const PsdDocument& document, const PsdLayer& layer, EffectsRecord& effects);
+// All: the layer has pixels, the place is the effect's. kOutOfMemory leaves the slot pending and its buffer
+// empty.
+PsdReadResult RenderDropShadow(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects);
+PsdReadResult RenderOuterGlow(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects);
+PsdReadResult RenderColorOverlay(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects);
 
 }  // namespace tessary

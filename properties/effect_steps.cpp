@@ -61,40 +61,9 @@ void ApplyContour(uint32_t* pixels, size_t count, const ContourSettings& contour
     MapAlpha(pixels, count, [&table](uint32_t alpha) { return uint32_t{table[alpha]}; });
 }
 
-void KnockOut(uint32_t* pixels, const uint32_t* covered, size_t count) {
-    for (size_t i = 0; i < count; ++i) {
-        const uint32_t alpha = (255 - Alpha(covered[i])) * Alpha(pixels[i]) >> 8;
-        pixels[i] = (pixels[i] & 0x00FFFFFF) | alpha << 24;
-    }
-}
-
-bool HasEffectiveMask(const PsdLayer& layer) {
-    return !layer.mask.disabled && (layer.mask.data || layer.mask.defaultColor < 255);
-}
-
-void ApplyMask(uint32_t* pixels, size_t width, size_t height, const PsdLayerMask& mask, int64_t originX,
-               int64_t originY) {
-    const int64_t maskX = originX - mask.bounds.left;  // of the first pixel, in the mask
-    const int64_t maskY = originY - mask.bounds.top;
-    for (size_t y = 0; y < height; ++y) {
-        const int64_t row = maskY + static_cast<int64_t>(y);
-        const bool rowInside = mask.data && row >= 0 && row < mask.height;
-        for (size_t x = 0; x < width; ++x) {
-            const int64_t column = maskX + static_cast<int64_t>(x);
-            uint32_t share = mask.defaultColor;
-            if (rowInside && column >= 0 && column < mask.width) {
-                share = mask.data[static_cast<size_t>(row) * static_cast<size_t>(mask.width) +
-                                  static_cast<size_t>(column)];
-            }
-            uint32_t& pixel = pixels[y * width + x];
-            const uint32_t alpha = share == 255 ? Alpha(pixel) : Alpha(pixel) * share >> 8;
-            pixel = (pixel & 0x00FFFFFF) | alpha << 24;
-        }
-    }
-}
-
 void MapThroughGradient(uint32_t* pixels, size_t count, const GradientSettings& gradient,
                         int32_t jitterPercent, uint64_t seed) {
+    if (gradient.colorStops.count == 0) return;
     uint32_t colors[256];
     BuildStopTable(colors, gradient.colorStops.span(), 0, [](const GradientColorStop& stop) {
         return TableStop{static_cast<int32_t>(stop.location / 16), static_cast<int32_t>(stop.midpoint),

@@ -1,5 +1,7 @@
 #include "render/color_convert.h"
 
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -10,11 +12,6 @@
 #include "document/big_endian.h"
 #include "document/checked_math.h"
 #include "render/pixel.h"
-
-#if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
-#define TESSARY_SSE2 1
-#endif
 
 namespace tessary {
 namespace {
@@ -62,7 +59,6 @@ constexpr uint32_t InkToByte(uint32_t x, uint32_t k) { return (255 + k * (x + 1)
 
 // The first pixels of a chunk, sixteen at a time; tells how many. The compiler's own way to bytes in words
 // takes several times as long.
-#if defined(TESSARY_SSE2)
 __m128i Load16(const uint8_t* bytes) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes)); }
 
 void Store16(uint32_t* pixels, __m128i alpha, __m128i red, __m128i green, __m128i blue) {
@@ -102,12 +98,6 @@ size_t InkSteps(const Chunk& in, uint32_t* pixels, size_t count) {
     }
     return i;
 }
-#else
-size_t PackSteps(const uint8_t*, const uint8_t*, const uint8_t*, const uint8_t*, uint32_t*, size_t) {
-    return 0;
-}
-size_t InkSteps(const Chunk&, uint32_t*, size_t) { return 0; }
-#endif
 
 void PackPixels(const uint8_t* alpha, const uint8_t* red, const uint8_t* green, const uint8_t* blue,
                 uint32_t* pixels, size_t count) {
@@ -301,10 +291,10 @@ const ModeRow* FindMode(uint32_t colorMode, uint32_t planeCount) {
     return nullptr;
 }
 
-void BitmapRows(const PlaneBlock& block, uint32_t firstRow, uint32_t endRow, uint32_t* pixels) {
+void ConvertBitmap(const PlaneBlock& block, uint32_t* pixels) {
     const size_t width = block.width;
     const size_t rowBytes = static_cast<size_t>(PlaneRowBytes(width, 1));
-    for (size_t y = firstRow; y < endRow; ++y) {
+    for (size_t y = 0; y < block.height; ++y) {
         uint32_t* out = pixels + y * width;
         if (!block.color[0]) {
             std::fill_n(out, width, 0xFFFFFFFFu);
@@ -359,14 +349,10 @@ bool ConvertsPlanes(const PlaneBlock& block) {
     return mode && (block.depth == 8 || (mode->allDepths && (block.depth == 16 || block.depth == 32)));
 }
 
-void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount, uint32_t* pixels) {
+void ConvertPlanes(const PlaneBlock& block, uint32_t* pixels) {
     // Without a width there may be four billion rows of nothing.
-    if (firstRow >= block.height || block.width == 0) return;
-    const uint32_t rows = std::min(rowCount, block.height - firstRow);
-    if (block.colorMode == kBitmap && block.depth == 1) {
-        BitmapRows(block, firstRow, firstRow + rows, pixels);
-        return;
-    }
+    if (block.width == 0) return;
+    if (block.colorMode == kBitmap && block.depth == 1) return ConvertBitmap(block, pixels);
     if (!ConvertsPlanes(block)) return;
     const ModeRow* mode = FindMode(block.colorMode, block.planeCount);
     const bool transparent = block.alpha && block.planeCount == mode->planesWithTransparency;
@@ -374,8 +360,8 @@ void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount
     const size_t sampleBytes = block.depth / 8;
     uint8_t reduced[5][kChunk];
     // Rows of whole bytes leave no gaps, so the rows are one run of samples.
-    const size_t end = size_t{firstRow + rows} * block.width;
-    for (size_t at = size_t{firstRow} * block.width; at < end; at += kChunk) {
+    const size_t end = size_t{block.height} * block.width;
+    for (size_t at = 0; at < end; at += kChunk) {
         const size_t count = std::min(kChunk, end - at);
         const auto bytesOf = [&](const uint8_t* plane, uint8_t* storage, const uint8_t* absent) {
             if (!plane) return absent;

@@ -35,12 +35,11 @@ uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount);
 // Whether ConvertPlanes does anything with planes of this mode and depth.
 bool ConvertsPlanes(const PlaneBlock& block);
 
-// Converts rows [firstRow, firstRow + rowCount) of the block, cut at its height. `pixels` is the whole image,
-// width x height words. 1 bit exists for bitmaps, 8 bits for all other modes, 16 and 32 bits for grayscale,
-// duotone, RGB, CMYK and Lab; any other combination leaves the pixels as they are. Samples of 16 bits are cut
-// to their high byte; floats are scaled by 255 and cut, those beyond 0..1 wrap in 8 bits, and those that no
-// 32-bit integer can hold are 0.
-void ConvertPlanes(const PlaneBlock& block, uint32_t firstRow, uint32_t rowCount, uint32_t* pixels);
+// Converts the block to `pixels`, width x height words. 1 bit exists for bitmaps, 8 bits for all other modes,
+// 16 and 32 bits for grayscale, duotone, RGB, CMYK and Lab; any other combination leaves the pixels as they
+// are. Samples of 16 bits are cut to their high byte; floats are scaled by 255 and cut, those beyond 0..1
+// wrap in 8 bits, and those that no 32-bit integer can hold are 0.
+void ConvertPlanes(const PlaneBlock& block, uint32_t* pixels);
 
 // Reduces a mask plane of `count` samples of 8, 16 or 32 bits to one byte a sample; other depths leave `mask`
 // as it is. `mask` may be the memory of `samples`.

@@ -1,9 +1,8 @@
-// Hue, saturation and lightness in integers, as four blend modes and some adjustments use them. Without
-// branches, for loops that vectorise and for numbers that are registers of many.
+// Hue, saturation and lightness in whole numbers, as four blend modes and some adjustments use them. Without
+// branches, for registers of many numbers: `Number` is one of floats, which hold whole numbers of these sizes
+// exactly. Vector units compare, select and multiply floats in one step each, and 32-bit integers in many. A
+// choice between a value and 0 costs half of a choice between two values, hence the form of some sums.
 #pragma once
-
-#include <cmath>
-#include <cstdint>
 
 namespace tessary {
 
@@ -18,27 +17,6 @@ struct Rgb {
     Number red, green, blue;
 };
 
-using IntegerHsl = Hsl<int32_t>;
-using IntegerRgb = Rgb<int32_t>;
-
-// numerator / denominator toward zero, by a float division that vectorises. Exact while |numerator| is at
-// most 65535 and the denominator lies in 1..511: a quotient of such numbers that is no whole number lies
-// farther from the next one than a float's rounding reaches.
-constexpr int32_t SmallQuotient(int32_t numerator, int32_t denominator) {
-    return static_cast<int32_t>(static_cast<float>(numerator) / static_cast<float>(denominator));
-}
-
-// Whole numbers are kept in floats, which hold them exactly at these sizes: vector units compare, select and
-// multiply floats in one step each, and 32-bit integers in many. `Number` is a float, or a register of floats
-// with the same functions and operators. A choice between a value and 0 costs half of a choice between two
-// values, hence the form of some sums.
-inline float LowerOf(float a, float b) { return b < a ? b : a; }
-inline float HigherOf(float a, float b) { return b > a ? b : a; }
-inline float AbsoluteOf(float value) { return std::abs(value); }
-inline float WholePart(float value) { return static_cast<float>(static_cast<int32_t>(value)); }
-inline float Choose(bool condition, float a, float b) { return condition ? a : b; }
-inline float Where(bool condition, float a) { return condition ? a : 0.0f; }
-
 // Channels 0..255. A grey has hue and saturation 0.
 template <class Number>
 Hsl<Number> RgbToHsl(const Rgb<Number>& color) {
@@ -48,7 +26,9 @@ Hsl<Number> RgbToHsl(const Rgb<Number>& color) {
     const Number span = highest - lowest;
     const Number sum = highest + lowest;
     const Number lightness = WholePart((sum + 1.0f) * 0.5f);
-    // Both numerators are 0 where a divisor would be; 1 stands in for it there.
+    // Quotients of numbers below 65536 by numbers below 512, cut to whole ones: one that is not whole lies
+    // farther from the next whole number than a float's rounding reaches. Both numerators are 0 where a
+    // divisor would be; 1 stands in for it there.
     const Number reach = sum + Where(sum >= 255.0f, 511.0f - 2.0f * sum);  // from a lightness of 128 on
     const Number saturation = WholePart(span * 255.0f / (reach + Where(reach == 0.0f, 1.0f)));
     // Red goes before green where both are highest.
@@ -81,20 +61,6 @@ Rgb<Number> HslToRgb(const Hsl<Number>& color) {
     return {HslChannel<Number>(low, span, AbsoluteOf(hue - 180.0f) - 60.0f),
             HslChannel<Number>(low, span, 120.0f - AbsoluteOf(hue - 120.0f)),
             HslChannel<Number>(low, span, 120.0f - AbsoluteOf(hue - 240.0f))};
-}
-
-inline IntegerHsl RgbToHsl(int32_t red, int32_t green, int32_t blue) {
-    const Hsl<float> hsl =
-        RgbToHsl<float>({static_cast<float>(red), static_cast<float>(green), static_cast<float>(blue)});
-    return {static_cast<int32_t>(hsl.hue), static_cast<int32_t>(hsl.saturation),
-            static_cast<int32_t>(hsl.lightness)};
-}
-
-inline IntegerRgb HslToRgb(const IntegerHsl& color) {
-    const Rgb<float> rgb =
-        HslToRgb<float>({static_cast<float>(color.hue), static_cast<float>(color.saturation),
-                         static_cast<float>(color.lightness)});
-    return {static_cast<int32_t>(rgb.red), static_cast<int32_t>(rgb.green), static_cast<int32_t>(rgb.blue)};
 }
 
 }  // namespace tessary

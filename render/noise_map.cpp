@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "document/platform.h"
+#include "render/image_ops.h"
 
 namespace tessary {
 
@@ -16,10 +17,7 @@ TESSARY_WRAPS PsdReadResult EnsureNoiseMap(PsdDocument& document, uint64_t seed)
     for (size_t i = 0; i < count; i += 8) {
         // A counter whose bits are mixed: the clock's neighbouring values must give unlike patterns.
         state += 0x9E3779B97F4A7C15u;
-        uint64_t bits = state;
-        bits = (bits ^ bits >> 30) * 0xBF58476D1CE4E5B9u;
-        bits = (bits ^ bits >> 27) * 0x94D049BB133111EBu;
-        bits ^= bits >> 31;
+        const uint64_t bits = MixBits(state);
         std::memcpy(document.noiseMap.get() + i, &bits, std::min<size_t>(count - i, 8));
     }
     return PsdReadResult::kOk;

@@ -41,19 +41,24 @@ uint64_t DrawingAllowance(const PsdDocument& document) {
            kDrawingPerByte * std::min<uint64_t>(document.reader.position, streamSize);
 }
 
-// A layer takes some time wherever it lies.
+// A layer takes some time wherever it lies, and curves take as much as their splines have points.
 constexpr uint64_t kAdjustmentSteps = 10000;
+constexpr uint64_t kCurveSteps = 1500000;
 
 bool MayAdjust(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
     const uint64_t pixels =
         area.IsEmpty() ? 0 : static_cast<uint64_t>(area.Width()) * static_cast<uint64_t>(area.Height());
     const uint64_t blending = EffectiveMode(layer.blendMode, layer.parent) < kBlendHue ? 2 : 5;
-    return SpendDrawing(document, kAdjustmentSteps + pixels * (AdjustmentStepsPerPixel(layer) + blending));
+    const uint64_t building = layer.rebuildTables && layer.layerKind == kLayerCurves ? kCurveSteps : 0;
+    return SpendDrawing(document,
+                        kAdjustmentSteps + building + pixels * (AdjustmentStepsPerPixel(layer) + blending));
 }
 
-// What the effects of all layers may keep for the next render. A layer of one pixel can have a shadow of a
-// megabyte, and a small file thousands of such layers.
-constexpr uint64_t kKeptEffectBytes = 64u << 20;
+// What the buffers of layers and effects may take at a time.
+uint64_t RoomForBuffers(const PsdDocument& document) {
+    const uint64_t room = UnbackedBytes(document) + 2 * document.filledBytes;
+    return room - std::min(room, document.claimedBytes);
+}
 
 bool Shows(const PsdLayer& layer) { return layer.visible && layer.opacity != 0; }
 
@@ -82,6 +87,7 @@ bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) 
 // buffer of document size, as effects would need it, costs more than the adjustment.
 void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     CoverDocument(document, layer);
+    if (AdjustmentStepsPerPixel(layer) == 0) return;
     const Rect part = UnmaskedPart(layer, area);
     if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjust(document, layer, part)) return;
     constexpr int64_t kStripPixels = 1 << 16;
@@ -100,21 +106,31 @@ void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     }
 }
 
-void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
-    // Of the groups around it a layer heeds its own only.
-    if (!Shows(layer) || (layer.parent && !Shows(*layer.parent))) return;
-    const bool hasOwnPixels = static_cast<bool>(layer.image);
-    if (layer.layerKind >= kLayerLevels) {
-        if (!hasOwnPixels && !HasEffects(layer)) return DrawAdjustment(document, layer, area);
-        if (!hasOwnPixels && !MayAdjust(document, layer, area)) return;
-        ApplyAdjustment(document, layer, area);
-    }
+void DrawWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     if (!layer.image) return;
     DrawEffectsBelow(document, layer, area);
     if (DrawPixels(document, layer, area)) DrawEffectsAbove(document, layer, area);
-    // A buffer of document size that was made for an adjustment is not kept: a file of a few kilobytes can
-    // hold thousands of adjustments. The next render makes it again.
-    if (!hasOwnPixels) layer.image.Reset();
+}
+
+void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+    // Of the groups around it a layer heeds its own only.
+    if (!Shows(layer) || (layer.parent && !Shows(*layer.parent))) return;
+    const bool isAdjustment = layer.layerKind >= kLayerLevels;
+    if (isAdjustment && !layer.image) {
+        const uint64_t bytes = document.canvas.count() * sizeof(uint32_t);
+        if (bytes > document.effectRoom || !HasEffects(layer)) return DrawAdjustment(document, layer, area);
+        if (!MayAdjust(document, layer, area)) return;
+        document.effectRoom -= bytes;
+        ApplyAdjustment(document, layer, area);
+        DrawWithEffects(document, layer, area);
+        // The buffer is not kept: a file of a few kilobytes can hold thousands of adjustments. The next
+        // render makes it again.
+        layer.image.Reset();
+        document.effectRoom += bytes;
+        return;
+    }
+    if (isAdjustment) ApplyAdjustment(document, layer, area);
+    DrawWithEffects(document, layer, area);
 }
 
 }  // namespace
@@ -138,11 +154,8 @@ PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width,
     }
     FillRect(document->canvas.get(), document->width, area, kBackground);
     document->drawingLeft = DrawingAllowance(*document);
-    uint64_t room = kKeptEffectBytes;
-    for (PsdLayer& layer : document->layers.span()) {
-        DrawLayer(*document, layer, area);
-        room -= KeepEffectBuffers(layer, room);
-    }
+    document->effectRoom = RoomForBuffers(*document);
+    for (PsdLayer& layer : document->layers.span()) DrawLayer(*document, layer, area);
     return PsdReadResult::kOk;
 }
 

@@ -432,6 +432,8 @@ void WriteBombs(const Writer& write) {
           DocumentBuilder(kColorGrayscale, 8, 1, 30000, 30000).MergedData({0, 0}).Build());
     write("mebibyte-of-nothing", DocumentBuilder(kColorRgb, 8, 3, 18000, 18000).MergedData(noRuns).Build());
     write("zip-that-ends", small(18000).MergedData(earlyEnd).Build());
+    write("zip-of-many-planes",
+          DocumentBuilder(kColorRgb, 8, 65535, 1280, 1280).MergedData(earlyEnd).Build());
     write("zip-of-zeros", small(10000).Merged(Bytes(300000000), kCompressionZip).Build());
     write("one-bit", DocumentBuilder(kColorBitmap, 1, 1, 30000, 30000)
                          .MergedData(ByteWriter().U16(1).Raw(Bytes(kBytes, 0x81)))
@@ -453,11 +455,20 @@ void WriteBombs(const Writer& write) {
     LayerBuilder crowded = thin(0);
     for (int i = 0; i < 20; ++i) crowded.Block("lrFX", Bytes(4));
     write("effect-blocks", layered(8, 2200, crowded));
-    write("curves", layered(1000, 8000, thin(0).Block("curv", ByteWriter().U8(0).U16(1).U32(0).Zeros(1))));
+    ByteWriter curves = ByteWriter().U8(0).U16(1).U32(0xF);
+    for (int i = 0; i < 4; ++i) {
+        curves.U16(19);
+        for (uint16_t x = 0; x < 19; ++x) curves.U16(x % 2 ? 0 : 255).U16(13 * x);
+    }
+    write("curves", layered(1000, 2500, thin(0).Block("curv", curves)));
     write("adjustments", layered(4000, 8000, thin(0).Block("mixr", ByteWriter().U16(1).Zeros(42))));
     write("adjustments-hue", layered(4000, 4000, thin(0).Block("hue2", Hue(40, 20, 90))));
     write("thin-shadows", layered(1000, 1000, thin(1000).Block("lfx2", DropShadow(75, 0, 0, 250))));
-    write("one-blur", layered(4000, 1, thin(4000).Block("lfx2", DropShadow(75, 0, 0, 250))));
+    const Bytes blur = DropShadow(75, 0, 0, 250);
+    write("one-blur", layered(8, 1, thin(2300).Block("lfx2", blur)));
+    write("canvas-and-blur", layered(4000, 1, thin(800).Block("lfx2", blur)));
+    write("canvas-and-layer", layered(4000, 1, thin(4000)));
+    write("adjustment-and-blur", layered(4000, 1, thin(0).Block("nvrt", {}).Block("lfx2", blur)));
     write("true-blurs", layered(1000, 10, full(1000).Block("lfx2", DropShadow(75, 0, 0, 250))));
     write("true-glows", layered(1000, 10, full(1000).Block("lfx2", OuterGlow())));
     write("true-layers", layered(1000, 14, full(1000).Mode("sLit")));

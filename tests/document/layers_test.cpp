@@ -227,7 +227,8 @@ PsdReadResult Decode(uint16_t compression, const Bytes& input, const PlaneShape&
                      Bytes* decoded = nullptr) {
     Bytes planes(size);
     planes.insert(planes.end(), 8, 0xEE);
-    const PsdReadResult result = DecodePlanes(compression, input, shape, {planes.data(), planes.size()});
+    uint64_t filled = 0;
+    const PsdReadResult result = DecodePlanes(compression, input, shape, planes, filled);
     EXPECT_EQ(Bytes(planes.end() - 8, planes.end()), Bytes(8, 0xEE));
     planes.resize(size);
     if (decoded) *decoded = planes;
@@ -346,7 +347,8 @@ TEST(MergedImage, IsTheSameWhileItArrives) {
 
         std::ranges::fill(planes, uint8_t{0});
         const PlaneShape shape = {kWidth, kHeight, depth, channels};
-        ASSERT_EQ(DecodePlanes(compression, std::span(data).subspan(2), shape, planes), kOk);
+        uint64_t filled = 0;
+        ASSERT_EQ(DecodePlanes(compression, std::span(data).subspan(2), shape, planes, filled), kOk);
         EXPECT_TRUE(part != 8 || std::ranges::equal(planes, std::span(picture).first(planes.size())));
         PlaneBlock block = {mode, depth, kWidth, kHeight};
         block.planeCount = channels;
@@ -354,7 +356,7 @@ TEST(MergedImage, IsTheSameWhileItArrives) {
             block.color[i] = planes.data() + i * planeBytes;
         block.alpha = planes.data() + (channels - 1) * planeBytes;
         Pixels want(kWidth * kHeight);
-        ConvertPlanes(block, 0, kHeight, want.data());
+        ConvertPlanes(block, want.data());
         EXPECT_TRUE(Values(opened->mergedPixels) == want);
     }
 }

@@ -13,9 +13,10 @@
 #include <vector>
 
 #include "document/platform.h"
-#include "properties/draw_effects.h"
+#include "properties/effect_records.h"
 #include "render/blend_rows.h"
 #include "render/color_convert.h"
+#include "render/pixel_vectors.h"
 #include "tests/render/plain_rule.h"
 #include "tests/support/document_builder.h"
 #include "tools/sample_blocks.h"
@@ -25,6 +26,7 @@ namespace {
 
 constexpr int32_t kLowest = std::numeric_limits<int32_t>::min(),
                   kHighest = std::numeric_limits<int32_t>::max();
+using Pixels = std::vector<uint32_t>;
 constexpr Rect kWhole = {0, 0, 4, 3};
 
 DocumentBuilder SmallDocument() { return DocumentBuilder(kColorRgb, 8, 3, 4, 3).HasRealMergedData(false); }
@@ -97,21 +99,32 @@ TEST(Render, DrawsDocumentsAsTheirRecordsSay) {
     }
 }
 
-TEST(Render, FreedEffectsAreDrawnAgain) {
-    const Opened opened = OpenBytes(
-        SmallDocument().Layer(LayerBuilder(kWhole).Solid(~0u).Block("lfx2", tools::ColorOverlay())).Build());
+// Of the buffers of three layers one is kept, one takes too much to be kept, and one, of a layer that its
+// data does not fill, is not drawn.
+TEST(Render, EffectsTakeLittleMemory) {
+    DocumentBuilder builder = SmallDocument();
+    builder.Layer(LayerBuilder(kWhole).Solid(~0u).Block("lfx2", tools::ColorOverlay()));
+    builder.Layer(LayerBuilder({-1500, 0, 1500, 1000})
+                      .Pixels(Pixels(3000000, ~0u), 1)
+                      .Block("lfx2", tools::ColorOverlay()));
+    builder.Layer(LayerBuilder({0, 0, 2800, 2800})
+                      .ChannelData(-1, {0, 0})
+                      .Block("lfx2", tools::DropShadow(75, 0, 0, 250)));
+    const Opened opened = OpenBytes(builder.Build());
     ASSERT_EQ(opened.result, PsdReadResult::kOk);
     PsdDocument& document = *opened.document;
     for (int i = 0; i < 2; ++i) {
         ASSERT_EQ(Render(&document, 0, 0, 4, 3), PsdReadResult::kOk);
         EXPECT_NE(document.canvas[5], ~0u);
-        EXPECT_EQ(KeepEffectBuffers(document.layers[0], 48), 48u);
-        EXPECT_EQ(KeepEffectBuffers(document.layers[0], 47), 0u);
-        EXPECT_EQ(KeepEffectBuffers(document.layers[0], 48), 0u);
+        EXPECT_EQ(document.keptEffectBytes, 48u);
+        for (size_t k = 0; k < 3; ++k) {
+            const auto* effects = FindProperty<EffectsRecord>(document.layers[k], kPropertyEffects);
+            EXPECT_EQ(effects->renderPending[k == 2 ? kSlotDropShadow : kSlotColorOverlay], k != 0) << k;
+        }
+        EXPECT_GT(document.drawingLeft, 1000u * 1000 * 1000 / 20);
     }
 }
 
-using Pixels = std::vector<uint32_t>;
 constexpr uint32_t kLeft = 0x12345678;  // not converted
 
 // One row of `width` pixels; the planes are given as they are handed over: colours, then transparency.
@@ -130,7 +143,7 @@ struct RowOf {
         block.palette = palette;
         block.transparencyIndex = transparencyIndex;
         Pixels pixels(width, kLeft);
-        ConvertPlanes(block, 0, 1, pixels.data());
+        ConvertPlanes(block, pixels.data());
         return pixels;
     }
 };
@@ -381,6 +394,30 @@ TEST(BlendModes, EveryPairOfChannelsFollowsTheFormula) {
         }
         EXPECT_EQ(wrong, 0) << "mode " << mode;
     }
+}
+
+TEST(WholeHsl, EveryColorAndEveryHueFollowThePlainRule) {
+    using namespace sse2;
+    const auto compare = [](const auto& numbers, uint32_t first, auto plain) {
+        const auto& [a, b, c] = numbers;
+        uint32_t got[3][kPixels];
+        Store(got[0], Truncate(a)), Store(got[1], Truncate(b)), Store(got[2], Truncate(c));
+        bool differs = false;
+        for (uint32_t i = 0; i < kPixels; ++i) {
+            const PlainColor want =
+                plain({{int(first + i) >> 16, int(first + i) >> 8 & 255, int(first + i) & 255}});
+            for (size_t k = 0; k < 3; ++k) differs |= static_cast<int>(got[k][i]) != want.c[k];
+        }
+        return differs;
+    };
+    int wrong = 0;
+    for (uint32_t i = 0; i < 360 << 16; i += kPixels) {
+        const uint32_t all[] = {i, i + 1, i + 2, i + 3};
+        const Rgb<Floats> bytes = ChannelsOf(Load(all));
+        wrong += compare(HslToRgb<Floats>({float(i >> 16), bytes.green, bytes.blue}), i, PlainToRgb);
+        if (i >> 24 == 0) wrong += compare(RgbToHsl(bytes), i, PlainToHsl);
+    }
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST(BlendModes, EveryWeightFollowsTheRule) {

@@ -148,7 +148,7 @@ Bytes DocumentBuilder::Build() const {
     if (inBlock) section.Text("8BIM").Text(m_layerBlock).Counted(LayerInfo());
     file.Counted(section.Raw(m_documentBlocks));
 
-    if (m_mergedData) return file.Raw(*m_mergedData);
+    if (m_hasMergedData) return file.Raw(m_mergedData);
     return file.U16(0).Zeros(RowBytes(m_width, m_depth) * m_height * m_channels);
 }
 

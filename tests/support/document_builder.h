@@ -188,7 +188,9 @@ public:
         return MergedData(EncodePlanes(compression, planes, (size_t{m_width} * m_depth + 7) / 8, m_depth));
     }
     // The merged section as it is, compression code included; empty for none.
-    DocumentBuilder& MergedData(Bytes bytes) { return m_mergedData = std::move(bytes), *this; }
+    DocumentBuilder& MergedData(Bytes bytes) {
+        return m_hasMergedData = true, m_mergedData = std::move(bytes), *this;
+    }
 
     Bytes LayerInfo() const;  // without its length
     Bytes Build() const;
@@ -201,7 +203,8 @@ private:
     ByteWriter m_resources, m_documentBlocks;
     std::vector<LayerBuilder> m_layers;
     std::optional<int16_t> m_layerCount;
-    std::optional<Bytes> m_mergedData;  // none: zeros, raw
+    bool m_hasMergedData = false;  // else zeros, raw
+    Bytes m_mergedData;
 };
 
 // Opens `file` from a memory stream. `result` tells how it went; the document is null on failure.
