@@ -20,7 +20,7 @@ PsdReadResult ReadChoice(PsdDocument& document, uint32_t type, Enumeration& choi
     PsdItemKey key;
     if (!ReadEnumValue(document, type, key)) return PsdReadResult::kOk;
     choice = Enumeration{};
-    for (uint8_t i = 0; i < std::size(values); ++i) {
+    for (size_t i = 0; i < std::size(values); ++i) {
         if (key == values[i]) choice = static_cast<Enumeration>(i);
     }
     return PsdReadResult::kOk;

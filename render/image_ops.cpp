@@ -22,7 +22,7 @@ void FillRect(uint32_t* pixels, size_t rowPixels, const Rect& rect, uint32_t col
 }
 
 TESSARY_WRAPS int32_t NoiseAt(uint64_t seed, uint64_t index, int32_t reach) {
-    const uint64_t steps = static_cast<uint64_t>(2 * reach + 1);
+    const uint64_t steps = 2 * static_cast<uint64_t>(reach) + 1;
     const uint64_t random = MixBits(MixBits(seed) + index * 0x9E3779B97F4A7C15u) >> 32;
     return static_cast<int32_t>(random * steps >> 32) - reach;
 }

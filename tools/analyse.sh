@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install_packages.sh clang clang-tidy cppcheck
 cmake --preset coverage >/dev/null
-mapfile -t sources < <(git ls-files 'document/*.cpp' 'render/*.cpp' 'properties/*.cpp' 'tools/*.cpp'
+mapfile -t sources < <(git ls-files 'document/*.cpp' 'render/*.cpp' 'properties/*.cpp' 'tools/*.cpp' ':!tools/wicview.cpp'
     python3 -c 'import json; [print(entry["file"]) for entry in json.load(open("build/coverage/compile_commands.json"))]' |
         sed "s|^$PWD/||" | grep '^frontend/')
 printf '%s\n' "${sources[@]}" | sort -u | xargs -P "$(nproc)" -n 1 clang-tidy --quiet -p build/coverage

@@ -176,6 +176,7 @@ void WriteLayeredSamples(const Writer& write, Scale px) {
     }
     const std::pair<const char*, Bytes> effects[] = {{"effect-shadow", DropShadow(75, 120, 8, 9)},
                                                      {"effect-glow", OuterGlow()},
+                                                     {"effect-gradient-glow", GradientGlow()},
                                                      {"effect-overlay", ColorOverlay()}};
     for (const auto& [name, block] : effects) {
         DocumentBuilder document = Layered(px(160), px(120));
@@ -476,7 +477,7 @@ void WriteBombs(const Writer& write) {
 }
 
 int Run(const std::filesystem::path& folder, std::string_view what) {
-    const auto writerTo = [](std::filesystem::path place) -> Writer {
+    const auto writerTo = [](const std::filesystem::path& place) -> Writer {
         std::filesystem::create_directories(place);
         return [place](const std::string& name, const Bytes& bytes) {
             std::ofstream file(place / (name + ".psd"), std::ios::binary);

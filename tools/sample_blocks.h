@@ -71,7 +71,7 @@ inline Bytes Levels() {
     return levels;
 }
 
-inline Bytes Curve(std::vector<std::pair<int, int>> inputToOutput) {
+inline Bytes Curve(const std::vector<std::pair<int, int>>& inputToOutput) {
     ByteWriter curve;
     curve.U8(0).U16(1).U32(1).U16(static_cast<uint32_t>(inputToOutput.size()));
     for (const auto& [input, output] : inputToOutput) curve.I16(output).I16(input);
@@ -170,6 +170,31 @@ inline Bytes OuterGlow() {
         .Unit("blur", "#Pxl", 14)
         .Unit("Nose", "#Prc", 0);
     return Effect("OrGl", items.Unit("ShdN", "#Prc", 0).Bool("AntA", false).Unit("Inpr", "#Prc", 50), 11);
+}
+
+// A glow from orange to blue, fading out, in waves, with grains.
+inline Bytes GradientGlow() {
+    ByteWriter items;
+    items.Bool("enab", true).Enum("Md  ", "BlnM", "Nrml").Unit("Opct", "#Prc", 100);
+    items.ItemHead("Grad", "Objc").ClassName("Grdn").U32(3).Enum("GrdF", "GrdF", "CstS");
+    items.ItemHead("Clrs", "VlLs").U32(2);
+    for (const int32_t end : {0, 1}) {
+        items.Text("Objc").ClassName("Clrt").U32(4).ColorItem("Clr ", 255 * (1 - end), 130, 60 + 190 * end);
+        items.Enum("Type", "Clry", "UsrS").Long("Lctn", 4096 * end).Long("Mdpn", 50);
+    }
+    items.ItemHead("Trns", "VlLs").U32(2);
+    for (const int32_t end : {0, 1}) {
+        items.Text("Objc").ClassName("TrnS").U32(3).Unit("Opct", "#Prc", 100 * (1 - end));
+        items.Long("Lctn", 4096 * end).Long("Mdpn", 50);
+    }
+    items.ItemHead("TrnS", "Objc").ClassName("ShpC").U32(1).ItemHead("Crv ", "VlLs").U32(4);
+    for (const int32_t i : {0, 1, 2, 3}) {
+        items.Text("Objc").ClassName("CrPt").U32(2);
+        items.Double("Hrzn", 85 * i).Double("Vrtc", i == 0 ? 0 : i == 2 ? 120 : 255);
+    }
+    items.Enum("GlwT", "BETE", "PrBL").Unit("Ckmt", "#Pxl", 20).Unit("blur", "#Pxl", 20);
+    items.Unit("Nose", "#Prc", 12).Unit("ShdN", "#Prc", 10).Bool("AntA", true).Unit("Inpr", "#Prc", 50);
+    return Effect("OrGl", items, 12);
 }
 
 inline Bytes ColorOverlay() {

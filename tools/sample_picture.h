@@ -31,7 +31,7 @@ inline uint32_t Mix(uint32_t from, uint32_t to, double share) {
 inline Paint Flat(uint32_t color) {
     return [=](Point) { return color; };
 }
-inline Paint Down(std::vector<uint32_t> stops, double height) {
+inline Paint Down(const std::vector<uint32_t>& stops, double height) {
     return [=](Point p) {
         const double at = std::clamp(p.y / height, 0.0, 0.9999) * static_cast<double>(stops.size() - 1);
         const size_t i = static_cast<size_t>(at);
@@ -62,7 +62,7 @@ inline Shape Box(double left, double top, double right, double bottom, double co
     };
 }
 // Convex, corners clockwise on the screen.
-inline Shape Polygon(std::vector<Point> corners) {
+inline Shape Polygon(const std::vector<Point>& corners) {
     return [=](Point p) {
         double distance = -1e9;
         for (size_t i = 0; i < corners.size(); ++i) {
