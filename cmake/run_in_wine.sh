@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs a Windows program in the Wine prefix of the cross build: run_in_wine.sh PROGRAM.exe [ARGUMENT]...
-# WINEPREFIX, when set, names another prefix. Makes the prefix when there is none.
+# WINEPREFIX, when set, names another prefix. Makes the prefix when there is none. TESSARY_ADDRESS_SPACE, when set, is
+# how many KiB the program may reserve.
 set -eu
 here=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX=${WINEPREFIX:-$here/build/windows/wine-prefix}
@@ -15,4 +16,5 @@ if [ ! -e "$WINEPREFIX/system.reg" ]; then
     }
     wineserver -w
 fi
+ulimit -v "${TESSARY_ADDRESS_SPACE:-unlimited}"
 exec "$wine" "$@"
