@@ -25,15 +25,15 @@ bool EnsureBuffer(PsdByteReader& reader) {
 // signed, so a document ends before this.
 constexpr uint64_t kMostDelivered = uint64_t{1} << 31;
 
-// One call to the stream. Its result code says nothing that the count does not; the count is not believed
-// beyond what was asked for.
+// One call to the stream. Its result code says nothing that the count does not. A count beyond what was asked
+// for is taken for 0: such a stream would seem to have all that a file can claim.
 uint32_t ReadStream(PsdByteReader& reader, void* destination, uint32_t count) {
     ULONG delivered = 0;
     if (reader.stream && reader.delivered < kMostDelivered)
         reader.stream->Read(destination, count, &delivered);
-    const uint32_t taken = std::min<uint32_t>(static_cast<uint32_t>(delivered), count);
-    reader.delivered += taken;
-    return taken;
+    if (delivered > count) return 0;
+    reader.delivered += delivered;
+    return static_cast<uint32_t>(delivered);
 }
 
 void Refill(PsdByteReader& reader) {

@@ -29,11 +29,11 @@ HRESULT SeekSource(ReadAhead& stream) {
     return result;
 }
 
-// Reads from where the source stands. The count is not believed beyond what was asked for.
+// Reads from where the source stands. A count beyond what was asked for is taken for 0.
 HRESULT ReadSource(ReadAhead& stream, void* destination, uint32_t count, uint32_t& delivered) {
     ULONG claimed = 0;
     const HRESULT result = stream.source->Read(destination, count, &claimed);
-    delivered = std::min<uint32_t>(static_cast<uint32_t>(claimed), count);
+    delivered = claimed <= count ? static_cast<uint32_t>(claimed) : 0;
     return result;
 }
 

@@ -6,12 +6,13 @@ namespace tessary {
 namespace {
 
 constexpr uint32_t kBytesPerPixel = 3;
+constexpr int16_t kBitsPerPixel = 24;
 constexpr uint64_t kMaxPixelBytes = 64u << 20;
 
 }  // namespace
 
 bool IsThumbnailFormat(const PsdThumbnail& thumbnail) {
-    return thumbnail.bitsPerPixel == kBytesPerPixel * 8 && thumbnail.planes == 1 &&
+    return thumbnail.bitsPerPixel == kBitsPerPixel && thumbnail.planes == 1 &&
            thumbnail.format == kThumbnailJpeg;
 }
 
@@ -30,7 +31,7 @@ bool IsUsableThumbnail(const PsdThumbnail& thumbnail) {
 
 void CopyThumbnail(const ThumbnailRecord& record, const CopyArea& area, int32_t originX, int32_t originY,
                    uint32_t stride, uint8_t* buffer) {
-    if (record.stored.bitsPerPixel / 8 != kBytesPerPixel) return;
+    if (record.stored.bitsPerPixel / 8 != kBitsPerPixel / 8) return;
     const bool moved = originX >= 0 && originY >= 0;
     const uint64_t x = static_cast<uint64_t>(area.x) + static_cast<uint64_t>(moved ? originX : 0);
     const uint64_t y = static_cast<uint64_t>(area.y) + static_cast<uint64_t>(moved ? originY : 0);

@@ -30,7 +30,9 @@ TEST(ByteReader, GivesTheBytesHoweverTheyAreDelivered) {
             EXPECT_EQ(Position(over.document), 7 + count);
         }
     }
-    StreamReader cut({1, 2}), stuck(Bytes(10));
+    StreamReader cut({1, 2}), stuck(Bytes(10)), boasting(Bytes(10));
+    boasting.stream.claimsMore = true;
+    EXPECT_TRUE(Read(boasting.document, got.data(), 4) == 0 && boasting.document.reader.delivered == 0);
     EXPECT_TRUE(ReadU32(cut.document) == 0 && Position(cut.document) == 2);
     stuck.stream.canSeek = false;
     EXPECT_TRUE(Skip(stuck.document, 65537) == 65537 && Position(stuck.document) == 65537) << "in full";

@@ -226,8 +226,7 @@ TEST(ReadAhead, RefillsWhereTheBufferEndsAndBelievesNoSource) {
         Buffered boasting;
         boasting.source.claimsMore = true;
         boasting.Read(count);
-        EXPECT_EQ(boasting.got, count);
-        EXPECT_EQ(boasting.state.position, count);
+        EXPECT_TRUE(boasting.got == 0 && boasting.state.position == 0);
     }
 }
 
