@@ -13,7 +13,7 @@ programs=($build/{document,render,properties,frontend,whole}_tests $build/hostil
 for program in "${programs[@]:0:5}"; do
     "$program" --gtest_brief=1
 done
-$build/hostile_check $build/small_samples 50
+$build/hostile_check $build/small_samples 10
 for folder in build/fuzz/learnt/{open,render,com} ${INPUTS:-}; do
     # Each document once as it is.
     if [ -d "$folder" ]; then $build/hostile_check "$folder" 1000000000 || true; fi

@@ -254,6 +254,7 @@ TEST(ReadDriver, StagesAdvanceOnSuccessOnlyAndLetGoOfTheStream) {
         EXPECT_EQ(OpenDocument(document, &stream, 0), fits ? kOk : kShortRead);
         EXPECT_EQ(stream.bytesRead != 0, fits) << std::hex << size;
     }
+    EXPECT_TRUE(CloseDocument(document) == kOk && !document);
 }
 
 }  // namespace
