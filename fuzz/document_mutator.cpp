@@ -1,6 +1,6 @@
 // Changes documents without breaking their lengths: the bytes that a length field counts are mutated,
-// repeated, taken away or exchanged for those of another document, and all lengths around them follow. Plain
-// mutations come between, for lengths that lie are worth trying, too.
+// repeated or taken away, and all lengths around them follow. Plain mutations come between, for lengths that
+// lie are worth trying, too.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -66,26 +66,4 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max
     }
     const size_t newSize = Replace(data, size, maxSize, sections, section, begin, end, bytes);
     return newSize ? newSize : LLVMFuzzerMutate(data, size, maxSize);
-}
-
-extern "C" size_t LLVMFuzzerCustomCrossOver(const uint8_t* data, size_t size, const uint8_t* other,
-                                            size_t otherSize, uint8_t* out, size_t maxSize,
-                                            unsigned int seed) {
-    std::minstd_rand random(seed);
-    if (size > maxSize) return 0;
-    std::copy(data, data + size, out);
-    const std::vector<Section> sections = FindSections({out, size});
-    const std::vector<Section> donors = FindSections({other, otherSize});
-    for (int attempt = 0; attempt < 8 && !sections.empty() && !donors.empty(); ++attempt) {
-        const Section& section = sections[random() % sections.size()];
-        const Section& donor = donors[random() % donors.size()];
-        if (section.kind != donor.kind) continue;
-        // A whole resource or block comes with its key and its own length, in front of one or in its place.
-        const size_t begin = section.head ? section.head : section.begin;
-        const size_t end = section.head && random() % 2 ? begin : PaddedEnd(section, size);
-        const size_t from = donor.head ? donor.head : donor.begin;
-        const std::vector<uint8_t> bytes(other + from, other + PaddedEnd(donor, otherSize));
-        return Replace(out, size, maxSize, sections, section, begin, end, bytes);
-    }
-    return 0;
 }

@@ -1,5 +1,4 @@
-// Reads a document whole and in one other mode, through the probe, through streams of several kinds and
-// without memory.
+// Reads a document whole and in one other mode and through the probe, over streams of several kinds.
 #include <cstddef>
 #include <cstdint>
 
@@ -24,16 +23,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const PsdImageResources& resources = document->resources;
         static_cast<void>(GraftXmp(resources.exif.bytes.span(), resources.xmp.bytes.span(), grafted));
     }
-#if defined(TESSARY_FAULT_INJECTION)
-    {
-        test::MemoryStream stream(file);
-        stream.failCall = size % 11;
-        Owned<PsdDocument> document;
-        FailAllocationNumber(1 + size % 61, size % 2 != 0);
-        static_cast<void>(OpenDocument(document, &stream, size % (kReadProfile + 1)));
-        FailAllocationNumber(0);
-    }
-#endif
     test::MemoryStream stream(file);
     HeaderInfo info;
     static_cast<void>(ProbeHeader(&stream, info));
