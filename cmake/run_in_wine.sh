@@ -16,5 +16,5 @@ if [ ! -e "$WINEPREFIX/system.reg" ]; then
     }
     wineserver -w
 fi
-ulimit -v "${TESSARY_ADDRESS_SPACE:-unlimited}"
+if [ -n "${TESSARY_ADDRESS_SPACE:-}" ]; then ulimit -v "$TESSARY_ADDRESS_SPACE"; fi
 exec "$wine" "$@"

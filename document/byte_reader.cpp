@@ -122,6 +122,7 @@ PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& by
     size_t arrived = 0;
     const PsdReadResult result = ReadHead(document, size, head, arrived);
     if (result != PsdReadResult::kOk) return result;
+    if (arrived < HeadBytes(size)) return PsdReadResult::kOutOfMemory;
     bytes = AllocateZeroed<uint8_t>({size});
     if (!bytes) return PsdReadResult::kOutOfMemory;
     if (arrived) std::memcpy(bytes.get(), head.get(), arrived);
@@ -129,11 +130,12 @@ PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& by
     return PsdReadResult::kOk;
 }
 
+uint64_t HeadBytes(uint64_t size) { return size <= kAlwaysAllowedBytes ? 0 : size / 100; }
+
 PsdReadResult ReadHead(PsdDocument& document, uint64_t size, Owned<uint8_t>& head, size_t& arrived) {
     arrived = 0;
-    if (size <= kAlwaysAllowedBytes) return PsdReadResult::kOk;
-    const PsdReadResult result = ReadUpTo(document, size / 100, head, arrived);
-    return result == PsdReadResult::kOk && arrived < size / 100 ? PsdReadResult::kOutOfMemory : result;
+    const uint64_t wanted = HeadBytes(size);
+    return wanted == 0 ? PsdReadResult::kOk : ReadUpTo(document, wanted, head, arrived);
 }
 
 PsdReadResult ReadUpTo(PsdDocument& document, uint64_t limit, Owned<uint8_t>& bytes, size_t& delivered) {

@@ -40,9 +40,9 @@ bool MayAllocate(uint64_t wanted, uint64_t inputBytes, uint32_t expansion);
 // hundredth of them has really arrived.
 PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes);
 
-// For buffers of more than 64 MiB, which wait for the stream to show that it has something to put into them:
-// reads the first hundredth of `size` bytes into `head`, `arrived` of them. kOutOfMemory when less comes.
-// Below nothing is read.
+// Buffers of more than 64 MiB wait for the stream to show that it has something to put into them: the first
+// hundredth of `size` bytes, HeadBytes, is read into `head`, `arrived` bytes of it. 0 of smaller ones.
+uint64_t HeadBytes(uint64_t size);
 PsdReadResult ReadHead(PsdDocument& document, uint64_t size, Owned<uint8_t>& head, size_t& arrived);
 
 // Reads up to `limit` bytes, as many as the stream delivers, into a buffer that grows with what arrives once

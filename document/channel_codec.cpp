@@ -256,10 +256,12 @@ void UndoPrediction(std::span<uint8_t> rows, size_t produced, uint32_t width, ui
     const size_t rowBytes = static_cast<size_t>(PlaneRowBytes(width, depth));
     if (width < 2 || produced == 0) return;
     const size_t reached = (produced + rowBytes - 1) / rowBytes;
+    const std::span<uint8_t> unreached = rows.first(reached * rowBytes).subspan(produced);
+    std::ranges::fill(unreached, uint8_t{0});  // half a sample may be there
     uint8_t* row = rows.data();
     for (size_t i = 0; i < reached; ++i, row += rowBytes) SumRow(row, width, depth);
     // Sums run on behind an early end; what the input did not reach stays zero.
-    std::ranges::fill(rows.first(reached * rowBytes).subspan(produced), uint8_t{0});
+    std::ranges::fill(unreached, uint8_t{0});
 }
 
 }  // namespace tessary

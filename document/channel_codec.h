@@ -65,8 +65,8 @@ struct PlaneRows {
 const uint8_t* TakeRows(PlaneRows& plane, size_t rows, uint8_t* buffer);
 
 // Adds up the differences in whole rows of big-endian samples, in place, as far as `produced` bytes of them
-// reach; what lies behind those bytes is 0 before and afterwards. 32-bit samples are treated one by one, as
-// this format's readers do, and 1-bit ones stay as they are.
+// reach; what lies behind those bytes in their last row is 0 afterwards. 32-bit samples are treated one by
+// one, as this format's readers do, and 1-bit ones stay as they are.
 void UndoPrediction(std::span<uint8_t> rows, size_t produced, uint32_t width, uint32_t depth);
 
 }  // namespace tessary

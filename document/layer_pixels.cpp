@@ -177,6 +177,7 @@ PsdReadResult ReadPlane(PsdDocument& document, uint16_t compression, uint32_t le
     size_t arrived = 0;
     if (const auto result = ReadHead(document, length, head, arrived); result != PsdReadResult::kOk)
         return result;
+    if (arrived < HeadBytes(length)) return PsdReadResult::kShortRead;
     if (!Grow(input, uint64_t{length} + kUnpackSlack, kLeastInputBytes)) return PsdReadResult::kOutOfMemory;
     if (arrived) std::memcpy(input.get(), head.get(), arrived);
     arrived += Read(document, input.get() + arrived, length - arrived);

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "document/checked_math.h"
-#include "document/platform.h"
 
 namespace tessary {
 

@@ -5,8 +5,8 @@
 namespace tessary {
 namespace {
 
-constexpr uint32_t kBytesPerPixel = 3;
 constexpr int16_t kBitsPerPixel = 24;
+constexpr uint32_t kBytesPerPixel = kBitsPerPixel / 8;
 constexpr uint64_t kMaxPixelBytes = 64u << 20;
 
 }  // namespace

@@ -16,9 +16,8 @@ namespace {
 
 using namespace tessary::test;
 
-// Puts `bytes` in place of [begin, end), which is the content of the chosen section, all of it, or the place
-// in front of it. What that changes is added to the lengths around it. Returns the new size, 0 when it does
-// not fit.
+// Puts `bytes` in place of [begin, end), which is the content of the chosen section or all of it. What that
+// changes is added to the lengths around it. Returns the new size, 0 when it does not fit.
 size_t Replace(uint8_t* data, size_t size, size_t maxSize, const std::vector<Section>& sections,
                const Section& chosen, size_t begin, size_t end, const std::vector<uint8_t>& bytes) {
     const size_t newSize = size - (end - begin) + bytes.size();

@@ -61,18 +61,23 @@ bool MayRender(PsdDocument& document, const PsdLayer& layer, const EffectPlace& 
     if (left >= area.right || left + width <= area.left || top >= area.bottom || top + height <= area.top)
         return false;
     const uint64_t columns = static_cast<uint64_t>(width), rows = static_cast<uint64_t>(height);
+    // A blur works on strips of sixteen 16-bit columns that reach beyond the longer side.
+    const uint64_t margin = static_cast<uint64_t>(place.margin);
+    const uint64_t strip = margin == 0 ? 0 : 32 * (std::max(columns, rows) + 3 * margin);
     const auto bytes = CheckedProduct({columns, rows, sizeof(uint32_t)});
-    const auto cost = CheckedProduct({columns, rows, steps + static_cast<uint64_t>(place.margin) / 8});
-    return bytes && *bytes <= document.effectRoom && cost && SpendDrawing(document, *cost);
+    const auto cost = CheckedProduct({columns, rows, steps + margin / 8});
+    return bytes && strip <= document.effectRoom && *bytes <= document.effectRoom - strip && cost &&
+           SpendDrawing(document, *cost);
 }
 
 // Keeps a buffer for the next render unless there are too many: a layer of one pixel can have a shadow of a
-// megabyte, and a small file thousands of such layers. The others are drawn again.
-void KeepOrFree(PsdDocument& document, EffectsRecord& effects, uint32_t slot) {
+// megabyte, and a small file thousands of such layers. The others are drawn again, and so are those of
+// adjustments, whose pixels change.
+void KeepOrFree(PsdDocument& document, const PsdLayer& layer, EffectsRecord& effects, uint32_t slot) {
     constexpr uint64_t kMostBytes = 8u << 20;
     Owned<uint32_t>& pixels = effects.buffers[slot].pixels;
     const uint64_t bytes = pixels.count() * sizeof(uint32_t);
-    if (document.keptEffectBytes + bytes <= kMostBytes) {
+    if (layer.layerKind < kLayerLevels && document.keptEffectBytes + bytes <= kMostBytes) {
         document.keptEffectBytes += bytes;
         return;
     }
@@ -134,7 +139,7 @@ void DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area, bool isB
                 static_cast<void>(row.render(layer, place, *effects));
         }
         for (const uint8_t buffer : buffers) CompositeBuffer(document, layer, effects->buffers[buffer], area);
-        if (isNew) KeepOrFree(document, *effects, slot);
+        if (isNew) KeepOrFree(document, layer, *effects, slot);
     }
 }
 

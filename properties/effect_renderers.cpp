@@ -42,7 +42,7 @@ void CoverageAt(const PsdLayer& layer, int64_t x, int64_t y, size_t count, uint8
     if (y < 0 || y >= layer.height || begin == end) return;
     const uint32_t* const pixels =
         layer.image.get() + static_cast<size_t>(y) * static_cast<size_t>(layer.width) + begin;
-    CoverageRow(pixels, static_cast<size_t>(end - begin), layer.mask.disabled ? nullptr : &layer.mask,
+    CoverageRow(pixels, static_cast<size_t>(end - begin), layer.mask,
                 static_cast<int32_t>(layer.bounds.left + begin), static_cast<int32_t>(layer.bounds.top + y),
                 coverage + (begin - x));
 }

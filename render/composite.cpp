@@ -46,7 +46,7 @@ void CompositeLayer(PsdDocument& document, const CompositeSource& source, const 
                                   .noise = noise ? noise + canvasRow + x : nullptr,
                                   .count = std::min(kBlendRunPixels, width - x)};
             if (hasCoverage) {
-                CoverageRow(run.layer, run.count, source.mask, area.left + static_cast<int32_t>(x), y,
+                CoverageRow(run.layer, run.count, *source.mask, area.left + static_cast<int32_t>(x), y,
                             coverage);
             }
             blendRow(run, settings);

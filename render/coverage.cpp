@@ -58,12 +58,12 @@ PsdBlendMode EffectiveMode(PsdBlendMode mode, const PsdLayer* group) {
     return GroupPassesThrough(group) ? mode : GroupBlendMode(*group);
 }
 
-void CoverageRow(const uint32_t* layer, size_t count, const PsdLayerMask* mask, int32_t x, int32_t y,
+void CoverageRow(const uint32_t* layer, size_t count, const PsdLayerMask& mask, int32_t x, int32_t y,
                  uint8_t* coverage) {
-    if (!mask || mask->disabled) return CoverByColor(layer, count, 255, coverage);
-    const Rect& bounds = mask->bounds;
-    if (!HasUsableData(*mask) || y < bounds.top || y >= bounds.bottom) {
-        return CoverByColor(layer, count, mask->defaultColor, coverage);
+    if (mask.disabled) return CoverByColor(layer, count, 255, coverage);
+    const Rect& bounds = mask.bounds;
+    if (!HasUsableData(mask) || y < bounds.top || y >= bounds.bottom) {
+        return CoverByColor(layer, count, mask.defaultColor, coverage);
     }
     // The row falls into pixels left of the mask, under it, and right of it. The mask's sides can be
     // anywhere.
@@ -71,14 +71,14 @@ void CoverageRow(const uint32_t* layer, size_t count, const PsdLayerMask* mask, 
     const int64_t begin = std::clamp<int64_t>(int64_t{bounds.left} - x, 0, length);
     const int64_t end = std::clamp<int64_t>(int64_t{bounds.right} - x, begin, length);
     const size_t first = static_cast<size_t>(begin), last = static_cast<size_t>(end);
-    CoverByColor(layer, first, mask->defaultColor, coverage);
+    CoverByColor(layer, first, mask.defaultColor, coverage);
     if (first < last) {
         const size_t row = static_cast<size_t>(int64_t{y} - bounds.top);
         const size_t column = static_cast<size_t>(x + begin - bounds.left);
-        const uint8_t* data = mask->data.get() + row * static_cast<size_t>(bounds.Width()) + column;
+        const uint8_t* data = mask.data.get() + row * static_cast<size_t>(bounds.Width()) + column;
         CoverByMask(layer + first, last - first, data, coverage + first);
     }
-    CoverByColor(layer + last, count - last, mask->defaultColor, coverage + last);
+    CoverByColor(layer + last, count - last, mask.defaultColor, coverage + last);
 }
 
 bool NeedsBlendGate(const PsdLayer& layer) {

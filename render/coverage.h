@@ -18,9 +18,9 @@ PsdBlendMode EffectiveMode(PsdBlendMode mode, const PsdLayer* group);
 // Whether the layer's group, if any, lets its members blend on their own.
 bool GroupPassesThrough(const PsdLayer* group);
 
-// The alpha of `count` layer pixels, lowered by the mask, for the canvas positions (x + i, y).
-//   mask   null or disabled: the layer is not masked
-void CoverageRow(const uint32_t* layer, size_t count, const PsdLayerMask* mask, int32_t x, int32_t y,
+// The alpha of `count` layer pixels, lowered by the mask unless that is disabled, for the canvas positions
+// (x + i, y).
+void CoverageRow(const uint32_t* layer, size_t count, const PsdLayerMask& mask, int32_t x, int32_t y,
                  uint8_t* coverage);
 
 // Values low..high of a channel or of the grey of a pixel, both inclusive; low above high lets nothing

@@ -467,6 +467,13 @@ void WriteBombs(const Writer& write) {
     write("thin-shadows", layered(1000, 1000, thin(1000).Block("lfx2", DropShadow(75, 0, 0, 250))));
     const Bytes blur = DropShadow(75, 0, 0, 250);
     write("one-blur", layered(8, 1, thin(2300).Block("lfx2", blur)));
+    const Bytes slight = DropShadow(75, 0, 0, 1);
+    for (const auto& [name, width, height] : {std::tuple{"tall-blur", 1, 3000000}, {"wide-blur", 3000000, 1}})
+        write(
+            name,
+            layered(
+                8, 1,
+                LayerBuilder({0, 0, width, height}).ChannelData(-1, {0, 0}).Name("").Block("lfx2", slight)));
     write("canvas-and-blur", layered(4000, 1, thin(800).Block("lfx2", blur)));
     write("canvas-and-layer", layered(4000, 1, thin(4000)));
     write("adjustment-and-blur", layered(4000, 1, thin(0).Block("nvrt", {}).Block("lfx2", blur)));

@@ -240,8 +240,11 @@ int Time(const wchar_t* input) {
         return frame->CopyPixels(nullptr, 4 * width, static_cast<UINT>(bytes), pixels.data());
     };
     last = std::chrono::steady_clock::now();
-    print(L"pixels", copy());
-    print(L"pixels again", copy());
+    const HRESULT first = copy();
+    print(L"pixels", first);
+    const HRESULT second = copy();
+    print(L"pixels again", second);
+    if (FAILED(first) || FAILED(second)) return 1;
     std::vector<BYTE> plain(pixels.size(), 1);
     last = std::chrono::steady_clock::now();
     std::memcpy(plain.data(), pixels.data(), pixels.size());

@@ -149,10 +149,16 @@ TEST(LayerPixels, ChannelsArePlacedById) {
         {0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
         {3, 8, Raw({{2, {5, 6}}, {1, {}}}).ChannelData(-1, {}).ChannelData(0, {1}), {5, 6}},
         {3, 8, LayerBuilder({-9, -9, -7, -8}).Pixels(want, 3), want},
+        // Half a sample, behind which nothing of the layer before it is left.
+        {3,
+         16,
+         LayerBuilder(kTwo).ChannelData(0, ByteWriter().U16(3).Raw(Zip({0, 255, 16}))),
+         {0xFF000000, 0xFF100000}},
     };
     for (const auto& [mode, depth, layer, pixels] : cases) {
-        const Opened opened = OpenBytes(DocumentBuilder(mode, depth, 1, 2, 1).Layer(layer).Build());
-        EXPECT_EQ(Values(opened.document->layers[0].image), pixels) << mode << ' ' << depth;
+        DocumentBuilder document(mode, depth, 1, 2, 1);
+        const Opened opened = OpenBytes(document.Layer(Raw({{0, Bytes(4, 255)}})).Layer(layer).Build());
+        EXPECT_EQ(Values(opened.document->layers[1].image), pixels) << mode << ' ' << depth;
     }
 }
 

@@ -99,8 +99,8 @@ TEST(Render, DrawsDocumentsAsTheirRecordsSay) {
     }
 }
 
-// Of the buffers of three layers one is kept, one takes too much to be kept, and one, of a layer that its
-// data does not fill, is not drawn.
+// Of the buffers of four layers one is kept, one takes too much to be kept, and two, of layers that their
+// data does not fill, are not drawn.
 TEST(Render, EffectsTakeLittleMemory) {
     DocumentBuilder builder = SmallDocument();
     builder.Layer(LayerBuilder(kWhole).Solid(~0u).Block("lfx2", tools::ColorOverlay()));
@@ -110,6 +110,9 @@ TEST(Render, EffectsTakeLittleMemory) {
     builder.Layer(LayerBuilder({0, 0, 2800, 2800})
                       .ChannelData(-1, {0, 0})
                       .Block("lfx2", tools::DropShadow(75, 0, 0, 250)));
+    builder.Layer(LayerBuilder({0, 0, 1500000, 1})
+                      .ChannelData(-1, {0, 0})
+                      .Block("lfx2", tools::DropShadow(75, 0, 0, 1)));
     const Opened opened = OpenBytes(builder.Build());
     ASSERT_EQ(opened.result, PsdReadResult::kOk);
     PsdDocument& document = *opened.document;
@@ -117,9 +120,9 @@ TEST(Render, EffectsTakeLittleMemory) {
         ASSERT_EQ(Render(&document, 0, 0, 4, 3), PsdReadResult::kOk);
         EXPECT_NE(document.canvas[5], ~0u);
         EXPECT_EQ(document.keptEffectBytes, 48u);
-        for (size_t k = 0; k < 3; ++k) {
+        for (size_t k = 0; k < 4; ++k) {
             const auto* effects = FindProperty<EffectsRecord>(document.layers[k], kPropertyEffects);
-            EXPECT_EQ(effects->renderPending[k == 2 ? kSlotDropShadow : kSlotColorOverlay], k != 0) << k;
+            EXPECT_EQ(effects->renderPending[k > 1 ? kSlotDropShadow : kSlotColorOverlay], k != 0) << k;
         }
         EXPECT_GT(document.drawingLeft, 1000u * 1000 * 1000 / 20);
     }

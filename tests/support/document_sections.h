@@ -11,7 +11,7 @@ namespace tessary::test {
 // Bytes [begin, end) and the 32-bit field that counts them. A resource or block starts at `head`, where all
 // of it can be repeated or taken away; elsewhere that is 0.
 struct Section {
-    enum Kind { kSection, kResource, kRecordPart, kBlock, kChannel, kRest };
+    enum Kind { kCounted, kChannel, kRest };
     Kind kind;  // kRest is the merged image, which nothing counts
     size_t head, lengthAt, begin, end;
 };

@@ -437,11 +437,12 @@ TEST(Thumbnail, BecomesTheSizeOfTheRecord) {
 
 // The samples of the native build, or other documents, opened as clients do.
 TEST(Documents, LeaveNothingBehind) {
-    const char* folder = std::getenv("TESSARY_DOCUMENTS");
-    if (!folder) folder = TESSARY_SOURCE_DIR "/build/native/small_samples";
+    const char* const named = std::getenv("TESSARY_DOCUMENTS");
+    const char* const folder = named ? named : TESSARY_SOURCE_DIR "/build/native/small_samples";
     int opened = 0;
     std::error_code none;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder, none)) {
+        if (named) std::puts(entry.path().filename().string().c_str());
         std::ifstream file(entry.path(), std::ios::binary);
         MemoryStream stream(Bytes(std::istreambuf_iterator<char>(file), {}));
         {
