@@ -434,7 +434,7 @@ void WriteBombs(const Writer& write) {
     write("mebibyte-of-nothing", DocumentBuilder(kColorRgb, 8, 3, 18000, 18000).MergedData(noRuns).Build());
     write("zip-that-ends", small(18000).MergedData(earlyEnd).Build());
     write("zip-of-many-planes",
-          DocumentBuilder(kColorRgb, 8, 65535, 1280, 1280).MergedData(earlyEnd).Build());
+          DocumentBuilder(kColorRgb, 8, 65535, 1200, 1200).MergedData(earlyEnd).Build());
     write("zip-of-zeros", small(10000).Merged(Bytes(300000000), kCompressionZip).Build());
     write("one-bit", DocumentBuilder(kColorBitmap, 1, 1, 30000, 30000)
                          .MergedData(ByteWriter().U16(1).Raw(Bytes(kBytes, 0x81)))
