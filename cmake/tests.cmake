@@ -51,8 +51,11 @@ if(WIN32)
     target_compile_definitions(${name} PRIVATE TESSARY_DLL_DIR="${TESSARY_DLL_DIR}")
     add_dependencies(${name} Tessary)
   endforeach()
-  # It opens documents from strangers. Wine alone reserves most of this.
-  set_property(TEST windows.codec_test PROPERTY ENVIRONMENT TESSARY_ADDRESS_SPACE=6000000)
+  # The samples of the native build, when there is one.
+  add_test(NAME windows.replay COMMAND ${PROJECT_SOURCE_DIR}/tools/replay.py --damage 100
+                                       ${PROJECT_SOURCE_DIR}/build/native/small_samples)
+  set_tests_properties(windows.replay PROPERTIES FIXTURES_REQUIRED wine RESOURCE_LOCK wine TIMEOUT 900
+                                                 SKIP_RETURN_CODE 77)
   # Running one script of the six, or a damaged one, is beyond the exports.
   target_sources(registration_test PRIVATE frontend/registration.cpp frontend/registry_writer.cpp)
 endif()
