@@ -3,7 +3,7 @@
 # check_dll.sh OBJDUMP Tessary.dll.
 set -eu
 facts=$("$1" -p "$2")
-wanted="ADVAPI32.dll KERNEL32.dll msvcrt.dll ole32.dll SHELL32.dll SHLWAPI.dll
+wanted="ADVAPI32.dll KERNEL32.dll msvcrt.dll ole32.dll PSAPI.DLL SHELL32.dll SHLWAPI.dll
 DllCanUnloadNow DllGetClassObject DllInstall DllRegisterServer DllUnregisterServer
 HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT"
 found=$(sed -nE 's/^\tDLL Name: //p; s/^\t\[ *[0-9]+\] (Dll[A-Za-z]+)$/\1/p; s/^\t+([A-Z]+_[A-Z_]+)$/\1/p' <<<"$facts")

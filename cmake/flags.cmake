@@ -30,5 +30,6 @@ if(TESSARY_FAULT_INJECTION)
 endif()
 if(WIN32)
   target_compile_definitions(tessary_flags INTERFACE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
-                                                     _WIN32_WINNT=0x0601)
+                                                     _WIN32_WINNT=0x0601
+                             PSAPI_VERSION=1)  # the names of later versions are not in every system that is served
 endif()

@@ -41,7 +41,7 @@ STDMETHODIMP CBufferedStream::Initialize(IStream* source, UINT bufferSize) {
         fresh.bufferSize = static_cast<uint32_t>(rounded);
         fresh.buffer =
             static_cast<uint8_t*>(VirtualAlloc(nullptr, fresh.bufferSize, MEM_COMMIT, PAGE_READWRITE));
-        if (!fresh.buffer) return HRESULT_FROM_WIN32(GetLastError());
+        if (!fresh.buffer) return FailureFrom(GetLastError());
     }
     fresh.source = source;
     fresh.enabled = m_readAhead.enabled;

@@ -83,6 +83,10 @@ private:
     T* m_object = nullptr;
 };
 
+// Always a failure, even for code 0 of a call that failed without saying why.
+inline HRESULT FailureFrom(DWORD code) { return static_cast<HRESULT>(0x80070000u | (code & 0xFFFFu)); }
+inline HRESULT FailureFrom(LSTATUS code) { return FailureFrom(static_cast<DWORD>(code)); }
+
 // A re-entrant lock, made in two steps.
 class CriticalSection {
 public:
@@ -95,7 +99,7 @@ public:
 
     // To be called once, before the first Enter.
     HRESULT Initialize() {
-        if (!InitializeCriticalSectionAndSpinCount(&m_section, 0)) return HRESULT_FROM_WIN32(GetLastError());
+        if (!InitializeCriticalSectionAndSpinCount(&m_section, 0)) return FailureFrom(GetLastError());
         m_initialized = true;
         return S_OK;
     }

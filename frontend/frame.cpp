@@ -179,8 +179,10 @@ HRESULT CTessaryBitmapFrameDecoder::ReadColorContext() {
     const auto document = OpenInPlace(m_lock, m_stream.get(), kReadProfile);
     if (!document) return E_FAIL;
     const Owned<uint8_t>& profile = document->resources.profile.bytes;
+    const bool present =
+        document->resources.profile.present && profile;  // a changed document may have another mode
     ComPtr<IWICColorContext> context;
-    if (profile && m_componentFactory) m_componentFactory->CreateColorContext(context.Put());
+    if (present && m_componentFactory) m_componentFactory->CreateColorContext(context.Put());
     if (!context) return E_FAIL;
     const HRESULT result = context->InitializeFromMemory(profile.get(), static_cast<UINT>(profile.count()));
     if (FAILED(result)) return result;

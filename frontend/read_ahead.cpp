@@ -54,8 +54,8 @@ void EmptyReadAhead(ReadAhead& stream) {
 }
 
 HRESULT EnableReadAhead(ReadAhead& stream, bool enable) {
-    if (!stream.source) return E_UNEXPECTED;
     if (enable) {
+        if (!stream.source) return E_UNEXPECTED;
         EmptyReadAhead(stream);
         const LARGE_INTEGER nowhere = {};
         ULARGE_INTEGER current = {};

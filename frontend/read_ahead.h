@@ -21,7 +21,7 @@ struct ReadAhead {
 // Forgets what is buffered.
 void EmptyReadAhead(ReadAhead& stream);
 
-// Starts buffering from where the source stands, or stops it. E_UNEXPECTED without a source.
+// Starts buffering from where the source stands, E_UNEXPECTED without one; or stops it.
 HRESULT EnableReadAhead(ReadAhead& stream, bool enable);
 
 // IStream's Read. `read` may be null. S_OK only when all `count` bytes arrived from the buffer; S_FALSE when

@@ -5,6 +5,7 @@
 
 #include <new>
 
+#include "frontend/com_support.h"
 #include "frontend/resources/resource_ids.h"
 
 namespace tessary {
@@ -14,11 +15,6 @@ constexpr wchar_t kServerKey[] = L"CLSID\\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}
 constexpr wchar_t kUserClasses[] = L"Software\\Classes\\";
 constexpr wchar_t kArchitectureFolder[] = L"%PROCESSOR_ARCHITECTURE%\\";
 constexpr DWORD kPathCharacters = 520;
-
-// Always a failure, even for code 0 of a call that failed without saying why.
-HRESULT FailureFrom(LSTATUS code) {
-    return static_cast<HRESULT>(0x80070000u | (static_cast<DWORD>(code) & 0xFFFFu));
-}
 
 HRESULT ResultOf(LSTATUS code) { return code == ERROR_SUCCESS ? S_OK : FailureFrom(code); }
 
@@ -107,7 +103,7 @@ HRESULT RegisterModule(bool perUser) {
     const RegistrationChoice choice = ExamineSystem();
     const HMODULE module = OwnModule();
     const std::wstring path = ModulePath(module);
-    if (path.empty()) return FailureFrom(static_cast<LSTATUS>(GetLastError()));
+    if (path.empty()) return FailureFrom(GetLastError());
     RegistryJournal journal;
     HRESULT result = S_OK;
     {

@@ -24,7 +24,7 @@ struct GradientFill {
 
 struct PatternFill {
     PatternSettings pattern;
-    int32_t scalePercent = 100;
+    int32_t scalePercent = 0;
 };
 
 // Each appends its record to the layer's list, sets the layer kind and reads the block at the reader's
