@@ -36,8 +36,8 @@ def printed_time(command):
 
 
 def peak_bytes(psdrender, path):
-    done = run(["/usr/bin/time", "-f", "%M kilobytes", psdrender, "--time=1", path])
-    return 1024 * int(re.search(r"(\d+) kilobytes", done[1]).group(1))
+    child = subprocess.Popen([psdrender, "--time=1", path], stdout=subprocess.DEVNULL)
+    return 1024 * os.wait4(child.pid, 0)[2].ru_maxrss
 
 
 def peers():

@@ -321,7 +321,7 @@ std::vector<Memory> Layers(int file, size_t at, size_t depth) {
     return images;
 }
 
-// Where the file says that its merged image is not real, its layers are wanted, as an image viewer does.
+// Where the file has layers they are wanted, else its merged image.
 std::vector<Memory> Decode(const char* path) {
     const int file = open(path, O_RDONLY);
     Cursor head(file, 0);

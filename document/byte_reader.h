@@ -1,5 +1,6 @@
 // The buffered, forward-only reader inside PsdDocument and the primitive reads on it. All file integers are
-// big-endian. None of these fails: a short read gives 0 and the bytes that did arrive are consumed.
+// big-endian. What returns no result does not fail: a short read gives 0 and the bytes that did arrive are
+// consumed.
 #pragma once
 
 #include <cstddef>

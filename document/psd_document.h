@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <new>
-#include <utility>
 
 #include "document/platform.h"
 #include "document/psd_result.h"

@@ -7,8 +7,6 @@
 #include <wincodec.h>
 #include <wincodecsdk.h>
 
-#include <cstdint>
-
 // A public interface of the framework that some compilers' headers leave out.
 #if !defined(__IWICBitmapSourceTransform_INTERFACE_DEFINED__)
 #define __IWICBitmapSourceTransform_INTERFACE_DEFINED__
@@ -33,9 +31,6 @@ inline constexpr CLSID CLSID_Tessary = {
 
 // Parsed where it is handed out, as the registry holds it in this form too.
 inline constexpr wchar_t kContainerFormatText[] = L"{9B2C4F61-0E3A-4D57-8C1B-6F4A2E9D3B85}";
-
-inline constexpr GUID kVendorTessary = {
-    0xE14B7A39, 0x52C6, 0x4F0D, {0x9A, 0x81, 0x3C, 0x7E, 0x5B, 0x2D, 0x4F, 0x60}};
 
 inline constexpr UINT kReadAheadBytes = 0x40000;
 

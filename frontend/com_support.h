@@ -145,8 +145,6 @@ public:
         if (m_shared) m_shared->EndUse();
     }
 
-    IStream* stream() const { return m_stream.get(); }
-
 private:
     LockHolder m_holder;
     ComPtr<IStream> m_stream;

@@ -1,7 +1,6 @@
 // Copies a rectangle of a picture into a caller's buffer.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 namespace tessary {

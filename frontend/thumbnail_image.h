@@ -1,7 +1,6 @@
 // The thumbnail of a document as its source serves it, and the checks that come before its decoding.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include "document/psd_document.h"

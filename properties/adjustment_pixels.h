@@ -39,7 +39,7 @@ struct SelectiveMap {
     explicit SelectiveMap(const SelectiveRecord& record);
     void MapRow(const uint32_t* in, uint32_t* out, size_t count, VectorPath path = WidestVectorPath()) const;
 
-    // What a hue's classes, of which there are one or two, add for each step of what is there.
+    // What a hue's classes, of which there are at most two, add for each step of what is there.
     struct HueValues {
         InkValues first{};
         InkValues second{};

@@ -1,8 +1,8 @@
 // Builds the tables of adjustment records from their settings. Pure: the same settings always give the same
 // tables. A table is built from scratch, except where a contract says otherwise.
 //
-// Where a step is called single precision it is one float operation; everything else is double. Conversions
-// to integers truncate toward zero.
+// Every step is one operation in double, but for the few whose results are held in a float. Conversions to
+// integers truncate toward zero.
 #pragma once
 
 #include "properties/adjustment_records.h"

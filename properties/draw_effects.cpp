@@ -51,7 +51,7 @@ std::span<const uint8_t> BuffersOf(uint32_t slot, bool isBelow) {
 }
 
 // Whether an effect shows inside the area and may take the memory and the time it does. Its blur takes about
-// as many nanoseconds as it reaches over eighths of pixels.
+// one nanosecond a pixel for every eight pixels that it reaches over.
 bool MayRender(PsdDocument& document, const PsdLayer& layer, const EffectPlace& place, uint64_t steps,
                const Rect& area) {
     const int64_t width = int64_t{layer.width} + 2 * place.margin;

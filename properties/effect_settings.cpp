@@ -211,8 +211,6 @@ constexpr EffectRow kEffects[] = {
     {"ebbl", kSlotBevel, kBevelItems, SettingsOf<&EffectsRecord::bevel>},
 };
 
-constexpr uint32_t kDescriptorVersion = 16;
-
 }  // namespace
 
 PsdReadResult ReadObjectEffects(PsdDocument& document, PsdLayer& layer) {
@@ -220,8 +218,7 @@ PsdReadResult ReadObjectEffects(PsdDocument& document, PsdLayer& layer) {
     if (!effects) return PsdReadResult::kOutOfMemory;
     if (ReadU32(document) != 0 || ReadU32(document) != kDescriptorVersion)
         return PsdReadResult::kBadEffectsVersion;
-    SkipUnicodeString(document);
-    SkipIdString(document);
+    SkipNameAndClass(document);
     for (uint32_t remaining = ReadU32(document); remaining > 0; --remaining) {
         const uint32_t start = Position(document);
         PsdItemKey key;

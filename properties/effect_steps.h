@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
 
 #include "document/psd_document.h"
 #include "properties/setting_records.h"

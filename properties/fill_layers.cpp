@@ -6,8 +6,6 @@
 namespace tessary {
 namespace {
 
-constexpr uint32_t kDescriptorVersion = 16;
-
 constexpr DescriptorItemRow kGradientFillItems[] = {
     {"Algn", Into<&GradientFill::align, ReadFlagValue>},
     {"Angl", Into<&GradientFill::angleDegrees, ReadNumberValue>},
@@ -31,8 +29,7 @@ PsdReadResult ReadFillDescriptor(PsdDocument& document, PsdLayer& layer, PsdProp
     if (!record) return PsdReadResult::kOutOfMemory;
     layer.layerKind = kind;
     if (ReadU32(document) != kDescriptorVersion) return badVersion;
-    SkipUnicodeString(document);
-    SkipIdString(document);
+    SkipNameAndClass(document);
     return ReadDescriptorItems(document, rows, record);
 }
 

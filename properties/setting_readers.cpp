@@ -102,11 +102,6 @@ bool ReadNumber(PsdDocument& document, uint32_t type, double& value) {
     }
 }
 
-void SkipNameAndClass(PsdDocument& document) {
-    SkipUnicodeString(document);
-    SkipIdString(document);
-}
-
 PsdReadResult ReadStopKind(PsdDocument& document, uint32_t type, GradientColorStop::Kind& kind) {
     PsdItemKey value;
     if (!ReadEnumValue(document, type, value)) return PsdReadResult::kOk;
@@ -148,17 +143,6 @@ constexpr DescriptorItemRow kContourPointItems[] = {
     {"Cnty", Into<&ContourPoint::isSmooth, ReadFlagValue>},
 };
 
-// Reads a list of objects into `list`.
-template <class T>
-PsdReadResult ReadObjectList(PsdDocument& document, uint32_t type, SettingList<T>& list,
-                             PsdReadResult (*readElement)(PsdDocument&, uint32_t, void*)) {
-    if (type != FourCC("VlLs")) {
-        SkipItem(document, type);
-        return PsdReadResult::kOk;
-    }
-    return ReadListElements(document, readElement, &list);
-}
-
 template <class T, auto& rows>
 PsdReadResult ReadElement(PsdDocument& document, uint32_t type, void* list) {
     if (!IsObject(type)) {
@@ -172,7 +156,11 @@ PsdReadResult ReadElement(PsdDocument& document, uint32_t type, void* list) {
 
 template <class T, auto& rows>
 PsdReadResult ReadListOf(PsdDocument& document, uint32_t type, SettingList<T>& list) {
-    return ReadObjectList(document, type, list, ReadElement<T, rows>);
+    if (type != FourCC("VlLs")) {
+        SkipItem(document, type);
+        return PsdReadResult::kOk;
+    }
+    return ReadListElements(document, ReadElement<T, rows>, &list);
 }
 
 PsdReadResult ReadGradientForm(PsdDocument& document, uint32_t type, bool& isNoise) {
@@ -309,6 +297,11 @@ PsdReadResult ReadObject(PsdDocument& document, uint32_t type, std::span<const D
     }
     SkipNameAndClass(document);
     return ReadDescriptorItems(document, rows, record);
+}
+
+void SkipNameAndClass(PsdDocument& document) {
+    SkipUnicodeString(document);
+    SkipIdString(document);
 }
 
 PsdReadResult ReadColorDescriptor(PsdDocument& document, uint32_t& color) {

@@ -30,7 +30,7 @@ int32_t LimitSetting(double value, int32_t low, int32_t high);
 PsdReadResult ReadPercentValue(PsdDocument& document, uint32_t type, uint8_t& value);
 uint8_t OpacityFromPercent(double percent);
 
-// The value of an enumeration, null when the item is of another type. The type of the enumeration is not
+// The value of an enumeration; false when the item is of another type. The type of the enumeration is not
 // looked at.
 bool ReadEnumValue(PsdDocument& document, uint32_t type, PsdItemKey& value);
 
@@ -54,6 +54,10 @@ PsdReadResult ReadOffsetObject(PsdDocument& document, uint32_t type, OffsetSetti
 PsdReadResult ReadObject(PsdDocument& document, uint32_t type, std::span<const DescriptorItemRow> rows,
                          void* record);
 bool IsObject(uint32_t type);
+
+// What stands before the items of a descriptor: the version it has in a block, then name and class.
+constexpr uint32_t kDescriptorVersion = 16;
+void SkipNameAndClass(PsdDocument& document);
 
 // Glues a member of a record and the reader of its value into the function of a row.
 template <class Member>

@@ -57,8 +57,6 @@ struct Chunk {
 // without black is 1, not 0.
 constexpr uint32_t InkToByte(uint32_t x, uint32_t k) { return (255 + k * (x + 1)) >> 8; }
 
-// The first pixels of a chunk, sixteen at a time; tells how many. The compiler's own way to bytes in words
-// takes several times as long.
 __m128i Load16(const uint8_t* bytes) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes)); }
 
 void Store16(uint32_t* pixels, __m128i alpha, __m128i red, __m128i green, __m128i blue) {
@@ -71,6 +69,8 @@ void Store16(uint32_t* pixels, __m128i alpha, __m128i red, __m128i green, __m128
     _mm_storeu_si128(out + 3, _mm_unpackhi_epi16(highBg, highRa));
 }
 
+// The first pixels of a chunk, sixteen at a time; tells how many. The compiler's own way to bytes in words
+// takes several times as long.
 size_t PackSteps(const uint8_t* alpha, const uint8_t* red, const uint8_t* green, const uint8_t* blue,
                  uint32_t* pixels, size_t count) {
     size_t i = 0;

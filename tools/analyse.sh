@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Reads all code that builds natively with clang-tidy and cppcheck and fails on what they find.
+# Reads all product code and tools that build natively with clang-tidy and cppcheck and fails on what they find.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install_packages.sh clang clang-tidy cppcheck

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Fuzzes each target for SECONDS (60 when not given) from inputs made here, and fails on a crash, a hang, a leak or too
 # much memory. What the targets learn stays in the build directory, so that runs go on where the last one ended, and so
-# does what they find. TARGETS names some of the targets; TESSARY_CORPUS a folder of documents. With 0 seconds nothing
-# is fuzzed: what has been learnt is reduced to the inputs that are needed for it, in build/fuzz/learnt/least/TARGET.
+# does what they find. TARGETS names some of the targets; the documents in the folder "files" of TESSARY_CORPUS are
+# first inputs, too. With 0 seconds nothing is fuzzed: what has been learnt is reduced to the inputs that are needed for
+# it, in build/fuzz/learnt/least/TARGET.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}

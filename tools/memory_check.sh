@@ -3,6 +3,7 @@
 # stored in, and nothing may leak. Folders named as arguments are decoded, too.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+tools/install_packages.sh valgrind
 build=build/native-release
 cmake --preset native-release >/dev/null
 cmake --build --preset native-release --target psdrender make_samples

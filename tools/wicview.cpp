@@ -279,7 +279,6 @@ int View(const wchar_t* input, const wchar_t* output, bool wantThumbnail) {
 
 // --doctor
 
-constexpr CLSID kTessary = {0x3D6A1E52, 0x7C41, 0x4B9F, {0xA0, 0xD3, 0x5E, 0x8B, 0x24, 0xC9, 0x1F, 0x07}};
 constexpr wchar_t kDecoderInstances[] = L"CLSID\\{7ED96837-96F0-4812-B211-F13C24117ED3}\\Instance\\";
 
 struct Registration {
@@ -291,7 +290,7 @@ struct Registration {
 };
 
 void ReadRegistration(Registration& registration) {
-    const std::wstring classes = L"Software\\Classes\\", id = GuidText(kTessary);
+    const std::wstring classes = L"Software\\Classes\\", id = GuidText(tessary::CLSID_Tessary);
     HKEY key = nullptr;
     if (RegOpenKeyExW(registration.root, (classes + kDecoderInstances + id).c_str(), 0, KEY_READ, &key) ==
         ERROR_SUCCESS) {
@@ -331,7 +330,7 @@ bool CheckServer(const std::wstring& path) {
     HRESULT result = HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
     if (getClassObject) {
         ComPtr<IClassFactory> classObject;
-        result = getClassObject(kTessary, IID_IClassFactory, classObject.PutVoid());
+        result = getClassObject(tessary::CLSID_Tessary, IID_IClassFactory, classObject.PutVoid());
     }
     PrintFact(L"class object", SUCCEEDED(result) ? L"yes" : L"no, " + Explain(result));
     FreeLibrary(module);

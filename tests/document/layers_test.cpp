@@ -8,7 +8,6 @@
 #include "document/big_endian.h"
 #include "document/blend_keys.h"
 #include "document/channel_codec.h"
-#include "document/merged_image.h"
 #include "render/color_convert.h"
 #include "tests/support/document_builder.h"
 
@@ -296,6 +295,9 @@ TEST(MergedImage, EveryModeDepthAndCompression) {
         Bytes names, planes;  // names: resource 1006
         Pixels want;
     } cases[] = {
+        {"bitmap", 0, 1, 1, 3, {}, {0x50}, {0xFFFFFFFF, 0xFF000000, 0xFFFFFFFF}},
+        {"gray of 16 bits", 1, 16, 1, 2, {}, {0x12, 0xFF, 0xFE, 0}, {0xFF121212, 0xFFFEFEFE}},
+        {"gray of 32 bits", 1, 32, 1, 2, {}, {0x3F, 0, 0, 0, 0xBF, 0, 0, 0}, {0xFF7F7F7F, 0xFF818181}},
         {"gray, alpha is named", 1, 8, 2, 2, {1, 'a'}, {10, 250, 128, 1}, {0xFF0A0A0A, 0xFFFAFAFA}},
         {"gray, second alpha is named", 8, 8, 3, 1, {0}, {10, 128, 77}, {0x800A0A0A}},
         {"indexed", 2, 8, 1, 3, {}, {1, 2, 200}, {0xFF112233, 0x00090909, 0xFF090909}},

@@ -454,9 +454,10 @@ TEST(Documents, LeaveNothingBehind) {
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         std::cout << "document " << entry.path().filename().string() << std::endl;
         std::ifstream file(entry.path(), std::ios::binary);
+        ASSERT_TRUE(file) << "It cannot be read.";
         MemoryStream stream(Bytes(std::istreambuf_iterator<char>(file), {}));
         if (OpensAsClientsDo(stream)) std::cout << "opened" << std::endl;
-        EXPECT_TRUE(CanUnload() && stream.references == 1) << "left behind by " << entry.path();
+        ASSERT_TRUE(CanUnload() && stream.references == 1) << "It left an object behind.";
     }
 }
 
