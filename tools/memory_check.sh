@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Decodes all samples, small, damaged and whole, under valgrind: no byte may be used or written out that nothing was
-# stored in, and nothing may leak. Folders named as arguments are decoded, too.
+# No byte may be used or handed out that nothing was stored in, and nothing may leak. Decodes all samples, small and
+# whole, under valgrind; then these and all files of the folders named as arguments with memory that is filled with one
+# pattern and with another, which must give the same pictures. Dissolved layers differ each time: where two runs with
+# the same pattern differ, too, the picture does not count.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install_packages.sh valgrind
@@ -8,9 +10,10 @@ build=build/native-release
 cmake --preset native-release >/dev/null
 cmake --build --preset native-release --target psdrender make_samples
 $build/make_samples $build/samples && $build/make_samples $build/small_samples --small
+folders=($build/samples $build/small_samples)
 count=0
 failed=0
-for file in $(find $build/samples $build/small_samples "$@" -type f ! -name stamp); do
+while IFS= read -r file; do
     for layers in "" --layers; do
         # Bytes that are written to the file are looked at as well.
         code=0
@@ -23,6 +26,37 @@ for file in $(find $build/samples $build/small_samples "$@" -type f ! -name stam
             echo "$file $layers" && head -n 20 $build/valgrind.log
         fi
     done
-done
-echo "$count pictures, $failed with faults"
-[ $failed -eq 0 ]
+done < <(find "${folders[@]}" -type f ! -name stamp)
+echo "$count decoded under valgrind, $failed with faults"
+
+# Decodes with memory filled with a byte. A refused document has no picture.
+filled() {
+    local code=0
+    rm -f "$2"
+    # shellcheck disable=SC2086
+    MALLOC_PERTURB_=$1 $build/psdrender $layers "$file" "$2" >/dev/null 2>&1 || code=$?
+    touch "$2"
+    [ $code -le 1 ] || { failed=$((failed + 1)) && echo "$file $layers ended with $code"; }
+}
+same() { cmp -s "$1" "$2"; }
+count=0
+pictures=0
+dissolved=0
+while IFS= read -r file; do
+    for layers in "" --layers; do
+        filled 165 $build/checked.bgra
+        filled 90 $build/other.bgra
+        count=$((count + 1))
+        [ ! -s $build/checked.bgra ] || pictures=$((pictures + 1))
+        same $build/checked.bgra $build/other.bgra && continue
+        filled 90 $build/checked.bgra
+        if same $build/checked.bgra $build/other.bgra; then
+            failed=$((failed + 1))
+            echo "$file $layers depends on memory"
+        else
+            dissolved=$((dissolved + 1))
+        fi
+    done
+done < <(find "${folders[@]}" "$@" -type f ! -name stamp)
+echo "$count decoded with two fillings, $pictures pictures, $dissolved of them dissolved; $failed faults in all"
+[ $failed -eq 0 ] && [ $pictures -gt 0 ]

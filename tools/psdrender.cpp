@@ -16,6 +16,7 @@
 
 #include "document/psd_result.h"
 #include "frontend/document_pixels.h"
+#include "frontend/header_probe.h"
 #include "tools/file_stream.h"
 
 namespace tessary::tools {
@@ -185,12 +186,18 @@ int Run(int count, char** arguments) {
         std::fprintf(stderr, "psdrender: cannot open %s: %s\n", options->input, std::strerror(errno));
         return 1;
     }
+    HeaderInfo header;
+    const bool isTaken = SUCCEEDED(ProbeHeader(&stream, header));
     DocumentPixels picture;
     const PsdReadResult result =
         options->runs ? Measure(*options, picture) : DecodeDocumentPixels(&stream, picture, options->choice);
     if (result != PsdReadResult::kOk) {
         std::fprintf(stderr, "psdrender: cannot decode %s: %s (%d)\n", options->input, NameOf(result),
                      static_cast<int>(result));
+        return 1;
+    }
+    if (!isTaken) {  // the engine itself reads whatever is laid out as version 1 is
+        std::fprintf(stderr, "psdrender: %s is not of version 1, or beyond the limits\n", options->input);
         return 1;
     }
     if (options->output && !WritePicture(options->output, picture)) {
