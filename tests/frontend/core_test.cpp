@@ -222,6 +222,10 @@ TEST(ReadAhead, RefillsWhereTheBufferEndsAndBelievesNoSource) {
     EXPECT_EQ(stream.state.valid, 0u);
     stream.source.failCall = stream.source.calls + 2;
     EXPECT_EQ(stream.Read(4), E_FAIL);
+    EnableReadAhead(stream.state, false);
+    const uint64_t before = stream.source.bytesRead;
+    EXPECT_EQ(stream.Read(4), S_OK);
+    EXPECT_EQ(stream.source.bytesRead, before + 4) << "buffered though it is off";
     for (const uint32_t count : {4u, kBuffer, kBuffer + 1}) {
         Buffered boasting;
         boasting.source.claimsMore = true;
