@@ -179,10 +179,10 @@ HRESULT CTessaryBitmapFrameDecoder::ReadColorContext() {
     const auto document = OpenInPlace(m_lock, m_stream.get(), kReadProfile);
     if (!document) return E_FAIL;
     const Owned<uint8_t>& profile = document->resources.profile.bytes;
-    const bool present =
-        document->resources.profile.present && profile;  // a changed document may have another mode
+    // In a document that changed its colour mode since the probe there is a profile that does not count.
+    const bool counts = document->resources.profile.present && profile;
     ComPtr<IWICColorContext> context;
-    if (present && m_componentFactory) m_componentFactory->CreateColorContext(context.Put());
+    if (counts && m_componentFactory) m_componentFactory->CreateColorContext(context.Put());
     if (!context) return E_FAIL;
     const HRESULT result = context->InitializeFromMemory(profile.get(), static_cast<UINT>(profile.count()));
     if (FAILED(result)) return result;

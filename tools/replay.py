@@ -67,9 +67,12 @@ def run_child(folder):
             elif time.monotonic() - since > SECONDS:
                 failure = "stands still"
                 break
+        if not failure:
+            child.wait(SECONDS)  # the output may end before the process does
+    except subprocess.TimeoutExpired:
+        failure = "does not end"
     finally:
-        if failure or child.poll() is None and sys.exc_info()[0]:
-            child.kill()
+        child.kill()  # nothing when it has ended
         code = child.wait()
         child.stdout.close()
     lines = output.decode(errors="replace").splitlines()
