@@ -12,6 +12,7 @@ namespace {
 
 constexpr uint32_t kBufferSize = PsdByteReader::kBufferSize;
 constexpr uint64_t kAlwaysAllowedBytes = 64u << 20;
+constexpr uint64_t kUnfilledBytes = 4u << 20;
 
 bool EnsureBuffer(PsdByteReader& reader) {
     if (!reader.buffer) {
@@ -126,8 +127,9 @@ PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& by
     bytes = AllocateZeroed<uint8_t>({size});
     if (!bytes) return PsdReadResult::kOutOfMemory;
     if (arrived) std::memcpy(bytes.get(), head.get(), arrived);
-    Read(document, bytes.get() + arrived, bytes.count() - arrived);
-    return PsdReadResult::kOk;
+    arrived += Read(document, bytes.get() + arrived, bytes.count() - arrived);
+    // What is made of the bytes is written, and so real memory, however few of them there are.
+    return size > kUnfilledBytes && arrived < size / 100 ? PsdReadResult::kOutOfMemory : PsdReadResult::kOk;
 }
 
 uint64_t HeadBytes(uint64_t size) { return size <= kAlwaysAllowedBytes ? 0 : size / 100; }

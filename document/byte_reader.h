@@ -37,8 +37,8 @@ uint32_t InputLeft(const PsdDocument& document);
 bool MayAllocate(uint64_t wanted, uint64_t inputBytes, uint32_t expansion);
 
 // Allocates and reads `size` bytes of the file as they are. On success `bytes` holds `size` bytes, zero where
-// the stream ended early; kOutOfMemory when they cannot be had. More than 64 MiB are allocated only after a
-// hundredth of them has really arrived.
+// the stream ended early; kOutOfMemory when they cannot be had, and when of more than 4 MiB not even a
+// hundredth arrives. More than 64 MiB are allocated only after that.
 PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes);
 
 // Buffers of more than 64 MiB wait for the stream to show that it has something to put into them: the first

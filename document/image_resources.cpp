@@ -48,8 +48,9 @@ PsdReadResult GrowAlphas(PsdImageResources& resources, uint32_t count) {
     return PsdReadResult::kOk;
 }
 
-// A document has at most so many channels, however many names a resource holds.
-constexpr uint32_t kMaxAlphas = 65535;
+// No document that is shown has as many channels, and a record takes hundreds of bytes for the single one of
+// an empty name.
+constexpr uint32_t kMaxAlphas = 4096;
 
 // Counts names of one kind without reading them. `nameBytes` tells the size of the name at an offset, or 0
 // when no whole length stands there.

@@ -130,13 +130,18 @@ bool IsPlausible(const MergedShape& shape, uint64_t bytes, uint32_t expandedBy) 
 
 // A file of a few kilobytes can pass the hundredth with an image of gigabytes, all of which conversion would
 // make real memory. So that such files stay small in a host full of them, pixels beyond a fixed share need a
-// byte of the file for every 256 of theirs, or samples that have really been decoded.
+// byte of the file for every 256 of theirs, or samples that have really been decoded. The least files get
+// less for a byte: drawing takes noise and a canvas, which are to stay below 96 MiB together.
 constexpr uint64_t kFreePixelBytes = 64u << 20;
 constexpr uint64_t kPixelBytesPerInputByte = 256;
+constexpr uint64_t kPixelBytesPerByteOfLittle = 64;
+constexpr uint64_t kLittleInput = 65536;
 
 bool IsBacked(const MergedShape& shape, uint64_t inputBytes, uint64_t decodedBytes) {
+    const uint64_t perByte =
+        inputBytes <= kLittleInput ? kPixelBytesPerByteOfLittle : kPixelBytesPerInputByte;
     return 4 * shape.pixels <=
-           kFreePixelBytes + kPixelBytesPerInputByte * inputBytes + 4 * decodedBytes * shape.pixelsPerByte;
+           kFreePixelBytes + perByte * inputBytes + 4 * decodedBytes * shape.pixelsPerByte;
 }
 
 // The input that must have arrived before memory is taken for more than a window of it.

@@ -135,6 +135,8 @@ TEST(Bombs, AreRefusedOrReadInLittleMemory) {
         {"counts", counts.Build(), kRead, kLittle},
         {"planes", DocumentBuilder(kColorRgb, 32, 65535, ~0u, ~0u).MergedData({}).Build(), kRefused, kLittle},
         {"palette", ByteWriter().Raw(header).U32(0x7FFFFFFF), kRefused, 64u << 20},
+        {"palette of nothing", ByteWriter().Raw(header).U32(48 << 20), kRefused, 48u << 20},
+        {"names of nothing", Small().Resource(1006, Bytes(60000)).Build(), kRead, kLittle},
         {"exclusions", Small().Layer(channels.Block("brst", Bytes(1000000))).Build(), kRead, kLittle},
         {"effects of nothing", effects.Build(), kRefused, kLittle},
         // Each decoded channel takes the inflater's memory.

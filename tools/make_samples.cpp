@@ -365,6 +365,10 @@ void WritePicture(const Writer& write) {
     write("picture", document.Build());
 }
 
+Bytes Cut(Bytes bytes, size_t length) {
+    return Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), length)));
+}
+
 void WriteDamagedSamples(const Writer& write, Scale px) {
     const Picture scene = Scene(px(64), px(48));
     const uint32_t width = static_cast<uint32_t>(px(64)), height = static_cast<uint32_t>(px(48));
@@ -374,10 +378,6 @@ void WriteDamagedSamples(const Writer& write, Scale px) {
     };
     const auto layered = [&](const LayerBuilder& layer) {
         return Layered(px(64), px(48)).Layer(layer).Build();
-    };
-    const auto cut = [](Bytes bytes, size_t length) {
-        return Bytes(bytes.begin(),
-                     bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), length)));
     };
     const LayerBuilder sound = LayerOf(scene, "layer");
     const Bytes whole = layered(sound);
@@ -389,9 +389,9 @@ void WriteDamagedSamples(const Writer& write, Scale px) {
     write("bad-signature", flat().Signature("8BPX").Build());
     write("version-2", DocumentBuilder(flat()).Version(2).Build());
     write("depth-24", DocumentBuilder(kColorRgb, 24, 3, width, height).MergedData({}).Build());
-    write("short-header", cut(whole, 20));
-    write("truncated-planes", cut(flat().Build(), flat().Build().size() - 60));
-    write("truncated-layers", cut(whole, whole.size() / 2));
+    write("short-header", Cut(whole, 20));
+    write("truncated-planes", Cut(flat().Build(), flat().Build().size() - 60));
+    write("truncated-layers", Cut(whole, whole.size() / 2));
     write("zip-garbage", flat().MergedData(ByteWriter().U16(2).Text("this is no deflate stream")).Build());
     write("unknown-compression", flat().MergedData(ByteWriter().U16(4)).Build());
     write("runs-past-the-row",
@@ -481,6 +481,18 @@ void WriteBombs(const Writer& write) {
     write("true-glows", layered(1000, 10, full(1000).Block("lfx2", OuterGlow())));
     write("true-layers", layered(1000, 14, full(1000).Mode("sLit")));
     write("thin-dissolves", layered(4000, 5000, thin(4000).Mode("diss")));
+    // Up to 64 KiB, of which a host may have a folder full.
+    write("palette-without-data",
+          ByteWriter().Raw(Cut(small(4096).MergedData({}).Build(), 26)).U32(48 << 20));
+    write("names-of-nothing", small(4090).Resource(1006, Bytes(64000)).MergedData({0, 0}).Build());
+    const Bytes counts(2 * 4560), run = {0x81, 0x55};
+    Bytes sparse = ByteWriter().U16(1).Raw(counts);
+    for (size_t row = 0; row < 50; ++row) {
+        sparse[3 + 2 * row] = 72;
+        for (int i = 0; i < 36; ++i) sparse.insert(sparse.end(), run.begin(), run.end());
+    }
+    sparse.resize(65000, 0x80);
+    write("sparse-rows", DocumentBuilder(kColorGrayscale, 8, 1, 4560, 4560).MergedData(sparse).Build());
 }
 
 int Run(const std::filesystem::path& folder, std::string_view what) {
