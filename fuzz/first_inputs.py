@@ -2,7 +2,7 @@
 """Makes what the fuzz targets start from: usage first_inputs.py WORK DOCUMENTS.
 
 Takes the samples in WORK/samples and, where the folder is there, DOCUMENTS. Writes WORK/first/TARGET and the
-dictionary WORK/keys.dict, whose words are the keys in the sources.
+dictionary WORK/keys.dict, whose words are the keys and resource numbers in the sources.
 """
 import hashlib
 import pathlib
@@ -42,7 +42,10 @@ def main(work, documents):
     words = set()
     for folder in ("document", "properties", "frontend"):
         for path in pathlib.Path(folder).glob("*.cpp"):
-            words.update(re.findall(r'(?:FourCC\(|\{L?|= L?)"([^"\\]+)"', path.read_text()))
+            text = path.read_text()
+            words.update(re.findall(r'(?:FourCC\(|\{L?|= L?|Keyword\(L)"([^"\\]+)"', text))
+            # Resources have numbers.
+            words.update(r"\x%02x\x%02x" % divmod(int(id), 256) for id in re.findall(r"\n    \{(\d{4,5}), k", text))
     (work / "keys.dict").write_text("".join(f'"{word}"\n' for word in sorted(words)))
 
 
