@@ -4,6 +4,7 @@
 # fails below 95 %. INPUTS names folders of documents beside build/fuzz/learnt.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+tools/install_packages.sh clang llvm
 build=build/coverage
 cmake --preset coverage >/dev/null
 cmake --build --preset coverage

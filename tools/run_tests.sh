@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds everything both ways and runs all tests: style and include checks, a short fuzz run, time and memory of
-# documents that ask for much, the small samples under valgrind, the native tests with sanitizers, the Windows tests under
-# Wine. Ends on ctest's own summary.
+# documents that ask for much, the small samples under valgrind, cppcheck, the lines that tests reach, the native tests
+# with sanitizers, the Windows tests under Wine. Ends on ctest's own summary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install_packages.sh
@@ -17,6 +17,8 @@ done
 tools/fuzz.sh 15
 TIMES_AS_SLOW=3 tools/measure_bombs.py
 tools/memory_check.sh --small
+tools/analyse.sh --short
+tools/coverage.sh
 
 # One test directory over both builds, so that one summary counts everything.
 mkdir -p build/all
