@@ -320,17 +320,70 @@ TEST(MergedImage, EveryModeDepthAndCompression) {
     }
 }
 
-// Large enough that planes wait for one another in several places, and that input, inflated rows and steps
-// end in the middle of each other; and rows that are too long for it. All planes decoded first give the
-// pixels that are wanted.
-TEST(MergedImage, IsTheSameWhileItArrives) {
-    Bytes picture(1000000);
+// Samples that repeat here and there.
+Bytes Picture(size_t size) {
+    Bytes picture(size);
     uint32_t state = 1;
     for (size_t i = 0; i < picture.size(); ++i) {
         state = state * 1664525 + 1013904223;
         const bool repeats = state >> 16 & 64 || i % 9000 < 4000;
         picture[i] = repeats ? picture[i - (i != 0)] : static_cast<uint8_t>(state >> 24);
     }
+    return picture;
+}
+
+// Planes that are cut to bytes piece by piece, which end within rows of the wide ones; and masks, of which
+// one is of no use. All of a plane decoded first gives the samples that are wanted.
+TEST(LayerPixels, AreTheSameInPieces) {
+    for (uint32_t run = 0; run < 2 * 2 * 3 * 4 * 3; ++run) {
+        SCOPED_TRACE(run);
+        const bool isWide = run & 1, hasInk = run & 2;
+        const uint32_t depth = 8u << run / 4 % 3, part = std::array{8u, 7u, 1u}[run / 48];
+        const uint16_t compression = static_cast<uint16_t>(run / 12 % 4);
+        const PlaneShape shape = {isWide ? 8 * 140003 / depth : 333, isWide ? 2u : 251u, depth, 1};
+        const uint32_t colors = hasInk ? 4 : 3, count = shape.width * shape.height;
+        const size_t rowBytes = shape.width * depth / 8, planeBytes = rowBytes * shape.height;
+        const Bytes picture = Picture(planeBytes + 5);
+        const Rect bounds = {0, 0, static_cast<int32_t>(shape.width), static_cast<int32_t>(shape.height)};
+        LayerBuilder layer(bounds);
+        std::vector<Bytes> planes;
+        for (uint32_t i = 0; i < colors + 3; ++i) {
+            const auto from = picture.begin() + static_cast<ptrdiff_t>(i);
+            const Bytes there(from, from + static_cast<ptrdiff_t>(planeBytes * part / 8 - 1));
+            Bytes data = ByteWriter().U16(compression).Raw(compression == 0 ? there : Zip(there));
+            // Rows of no more than 64 KiB of data.
+            if (compression == 1)
+                data = EncodePlanes(1, isWide ? Bytes(planeBytes, 5) : picture, rowBytes, depth);
+            planes.emplace_back(planeBytes);
+            uint64_t filled = 0;
+            ASSERT_EQ(DecodePlanes(compression, std::span(data).subspan(2), shape, planes[i], filled), kOk);
+            // The last colour does not come last.
+            layer.ChannelData(
+                static_cast<int16_t>(static_cast<int32_t>(colors) - 1 - static_cast<int32_t>(i)), data);
+        }
+        layer.RealMask(bounds, 0, 0, bounds, 0, 0);
+        const Opened opened =
+            OpenBytes(DocumentBuilder(hasInk ? kColorCmyk : kColorRgb, depth, 3, 1, 1).Layer(layer).Build());
+        ASSERT_EQ(opened.result, kOk);
+
+        PlaneBlock block = {hasInk ? kColorCmyk : kColorRgb, depth, shape.width, shape.height};
+        block.planeCount = colors + 1;
+        for (uint32_t i = 0; i < colors; ++i) block.color[colors - 1 - i] = planes[i].data();
+        block.alpha = planes[colors].data();
+        Pixels want(count);
+        ConvertPlanes(block, want.data());
+        EXPECT_TRUE(Values(opened.document->layers[0].image) == want);
+        Bytes mask(count);
+        ReduceMaskPlane(planes[colors + 2].data(), depth, count, mask.data());
+        EXPECT_TRUE(Values(opened.document->layers[0].mask.data) == mask);
+    }
+}
+
+// Large enough that planes wait for one another in several places, and that input, inflated rows and steps
+// end in the middle of each other; and rows that are too long for it. All planes decoded first give the
+// pixels that are wanted.
+TEST(MergedImage, IsTheSameWhileItArrives) {
+    const Bytes picture = Picture(1000000);
     const std::pair<uint32_t, uint32_t> cases[] = {{kColorGrayscale, 2}, {kColorIndexed, 1}, {kColorRgb, 2},
                                                    {kColorRgb, 3},       {kColorRgb, 4},     {kColorCmyk, 5},
                                                    {kColorLab, 5}};
