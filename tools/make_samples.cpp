@@ -426,6 +426,11 @@ void WriteBombs(const Writer& write) {
         LayerBuilder layer({0, 0, side, side});
         return layer.Name("").Pixels(std::vector<uint32_t>(count, 0xC0804020), kCompressionPackBits);
     };
+    // Planes of zeros, which zip makes a thousand times smaller.
+    const auto zeros = [](int32_t side, uint32_t sampleBytes) {
+        const size_t count = static_cast<size_t>(side) * static_cast<size_t>(side);
+        return ByteWriter().U16(kCompressionZipPrediction).Raw(Zip(Bytes(count * sampleBytes)));
+    };
     Bytes noRuns(kBytes, 0x80), earlyEnd = ByteWriter().U16(2).Raw(Zip(Bytes(50)));
     noRuns[0] = 0, noRuns[1] = 1;
     earlyEnd.resize(kBytes);
@@ -440,6 +445,20 @@ void WriteBombs(const Writer& write) {
                          .MergedData(ByteWriter().U16(1).Raw(Bytes(kBytes, 0x81)))
                          .Build());
     write("no-runs", small().Layer(LayerBuilder({0, 0, 20000, 20000}).ChannelData(0, noRuns)).Build());
+    LayerBuilder deep({0, 0, 6900, 6900}), inks({0, 0, 9500, 9500});
+    const Bytes floats = zeros(6900, 4), words = zeros(9500, 2);
+    for (int16_t id = -1; id < 3; ++id) deep.ChannelData(id, floats);
+    for (int16_t id = -1; id < 4; ++id) inks.ChannelData(id, words);
+    const Rect bounds = {0, 0, 6900, 6900};
+    const LayerBuilder masks = LayerBuilder({0, 0, 1, 1})
+                                   .RealMask(bounds, 0, 0, bounds, 0, 0)
+                                   .ChannelData(0, {0, 0})
+                                   .ChannelData(-2, floats)
+                                   .ChannelData(-3, floats);
+    for (const auto& [name, mode, depth, layer] : {std::tuple{"zip-of-floats", kColorRgb, 32u, deep},
+                                                   {"zip-of-masks", kColorRgb, 32u, masks},
+                                                   {"zip-of-inks", kColorCmyk, 16u, inks}})
+        write(name, DocumentBuilder(mode, depth, 4, 8, 8).Layer(layer).MergedData({0, 0}).Build());
     for (const uint16_t id : std::initializer_list<uint16_t>{1006, 1045, 1053, 1032, 1050, 1054, 1060})
         write("resource-" + std::to_string(id), small().Resource(id, Bytes(kBytes)).Build());
     DocumentBuilder repeated = small();
