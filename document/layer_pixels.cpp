@@ -152,7 +152,7 @@ PsdReadResult ConvertLayer(PsdLayer& layer, LayerPlanes& planes, uint8_t* buffer
             uint8_t* const buffer = next;
             next += steps.bytes;
             samples[slot] = TakeSamples(plane, units, depth, buffer);
-            if (slot != kSlotBlack || samples[slot] == buffer) continue;
+            if (!plane.inPixels || samples[slot] == buffer) continue;
             std::memcpy(buffer, samples[slot], count);  // pixels may come to lie there
             samples[slot] = buffer;
         }

@@ -13,7 +13,8 @@ namespace {
 
 constexpr uint64_t kLeastBytes = 12288;
 constexpr size_t kStepBytes = 1u << 14;     // of the rows that are converted at once
-constexpr size_t kPieceBytes = 1u << 17;    // of the data, and of what is decoded at once
+constexpr size_t kPieceBytes = 1u << 17;    // that are decoded at once to be cut
+constexpr size_t kWholeBytes = 1u << 20;    // of data, and of planes, that need no pieces
 constexpr size_t kLongRow = kPieceBytes;    // longer rows are worked on in parts
 constexpr size_t kMostUnpacked = 1u << 22;  // more than the data of one row, up to 64 KiB, can become
 constexpr size_t kMostSampleBytes = 4;
@@ -84,7 +85,7 @@ PsdReadResult DecodePieces(Plane& plane, uint32_t depth, bool isPredicted, uint8
     const size_t sampleBytes = SampleBytes(depth);
     const bool inPlace = destination && depth <= 8;
     for (size_t at = 0; at < plane.bytes;) {
-        size_t size = std::min(kPieceBytes, plane.bytes - at);
+        size_t size = std::min(inPlace ? kWholeBytes : kPieceBytes, plane.bytes - at);
         if (isPredicted && plane.rowBytes <= kLongRow) size -= size % plane.rowBytes;
         if (isPredicted && plane.rowBytes > kLongRow)
             size = std::min(size, plane.rowBytes - at % plane.rowBytes);
@@ -115,18 +116,23 @@ PsdReadResult DecodePacked(Plane& plane, uint32_t depth, ChannelInput& input, ui
     Owned<uint8_t> table = AllocateZeroed<uint8_t>({tableBytes});
     if (!table) return PsdReadResult::kOutOfMemory;
     Take(input, table.get(), tableBytes);
-    for (uint32_t row = 0; row < plane.height && input.left != 0; ++row) {
+    const size_t waitingRow = plane.isFlat ? plane.width : plane.rows.rowBytes;
+    const bool isLong = plane.rowBytes > kLongRow;
+    uint32_t row = 0;
+    for (; row < plane.height && input.left != 0; ++row) {
         PlaneRows one = {.rowBytes = std::min(plane.rowBytes, kMostUnpacked),
                          .counts = table.get() + size_t{2} * row,
                          .data = packed};
         one.left = Take(input, packed, LoadU16(one.counts));
-        if (one.left == 0) continue;
+        // The memory of long rows is zero already, and must not become real for what is not there.
+        if (one.left == 0 && (isLong || !destination)) continue;
         TakeRows(one, 1, buffer);
         plane.filled += one.filled;
-        if (!destination) continue;
-        const size_t waitingRow = plane.isFlat ? plane.width : plane.rows.rowBytes;
-        KeepSamples(buffer, depth, static_cast<size_t>(one.filled), destination + row * waitingRow);
+        if (destination)
+            KeepSamples(buffer, depth, isLong ? static_cast<size_t>(one.filled) : one.rowBytes,
+                        destination + row * waitingRow);
     }
+    if (destination) plane.rows.left = row * waitingRow;
     return PsdReadResult::kOk;
 }
 
@@ -144,19 +150,24 @@ PsdReadResult Decode(uint16_t compression, Plane& plane, uint32_t depth, Channel
     }
     Inflater inflater;
     if (!inflater.IsCreated()) return PsdReadResult::kInflateSetup;
-    const auto refill = [&] { return std::span<const uint8_t>(arrived, Take(input, arrived, kPieceBytes)); };
+    const auto refill = [&] { return std::span<const uint8_t>(arrived, Take(input, arrived, kWholeBytes)); };
     const bool isPredicted = compression == kCompressionZipPrediction && depth >= 8;
     return DecodePieces(plane, depth, isPredicted, buffer, destination, [&](auto piece, size_t& produced) {
         return inflater.Inflate(piece, refill, produced);
     });
 }
 
-// The memory that a plane waits in once it is decoded. A mask has its own. The last of four colours takes the
-// last quarter of the pixels: conversion gets there when it has gone through the samples.
-uint8_t* WaitingPlace(uint32_t slot, uint16_t compression, const Plane& plane, PsdLayer& layer,
-                      LayerPixelState& state) {
-    if (slot == kSlotBlack) {
+// The last of four colours, if it is large, takes the last quarter of the pixels: conversion gets there when
+// it has gone through the samples.
+bool WaitsInPixels(const Plane& plane, uint32_t slot) {
+    return slot == kSlotBlack && plane.waitingBytes > kWholeBytes;
+}
+
+// The memory that a plane waits in once it is decoded. A mask has its own.
+uint8_t* WaitingPlace(uint32_t slot, bool isPacked, Plane& plane, PsdLayer& layer, LayerPixelState& state) {
+    if (WaitsInPixels(plane, slot)) {
         if (!layer.image) layer.image = AllocateZeroed<uint32_t>({plane.width, plane.height});
+        plane.inPixels = true;
         uint8_t* const bytes = reinterpret_cast<uint8_t*>(layer.image.get());
         return bytes ? bytes + 3 * plane.waitingBytes : nullptr;
     }
@@ -165,11 +176,8 @@ uint8_t* WaitingPlace(uint32_t slot, uint16_t compression, const Plane& plane, P
         return layer.mask.data.get();
     }
     Owned<uint8_t>& memory = state.slots[slot];
-    if (compression != kCompressionPackBits) return Grow(memory, plane.waitingBytes) ? memory.get() : nullptr;
-    // Rows may leave out what they like, which must be zero and should be no memory yet.
-    memory.Reset();
-    memory = AllocateZeroed<uint8_t>({plane.waitingBytes});
-    return memory.get();
+    if (isPacked && plane.rowBytes > kLongRow) memory.Reset();
+    return Grow(memory, plane.waitingBytes) ? memory.get() : nullptr;
 }
 
 // Lets a plane wait as it came.
@@ -248,27 +256,27 @@ PsdReadResult ReadPlane(PsdDocument& document, uint16_t compression, uint32_t le
         result != PsdReadResult::kOk)
         return result;
     const bool isPacked = compression == kCompressionPackBits;
-    const bool isStored = isPacked || (compression == kCompressionRaw && depth <= 8 && slot != kSlotBlack);
+    const bool isStored =
+        isPacked || (compression == kCompressionRaw && depth <= 8 && !WaitsInPixels(plane, slot));
     const bool isShorter = length <= plane.waitingBytes + plane.waitingBytes / 16 + kStepBytes;
     if (isStored && isShorter && plane.waitingBytes != 0 && plane.rowBytes <= kLongRow)
         return KeepStored(input, isPacked, plane, state.slots[slot]);
 
     const size_t pieceBytes = isPacked ? std::min(plane.rowBytes, kMostUnpacked) : kPieceBytes;
-    if (!Grow(state.input, kPieceBytes + kUnpackSlack) ||
+    if (!Grow(state.input, std::clamp<size_t>(length, kPieceBytes, kWholeBytes) + kUnpackSlack) ||
         !Grow(state.pieces, std::max(pieceBytes, kPieceBytes) + kUnpackSlack))
         return PsdReadResult::kOutOfMemory;
     uint8_t* const destination =
-        plane.waitingBytes != 0 ? WaitingPlace(slot, compression, plane, layer, state) : nullptr;
+        plane.waitingBytes != 0 ? WaitingPlace(slot, isPacked, plane, layer, state) : nullptr;
     if (plane.waitingBytes != 0 && !destination) return PsdReadResult::kOutOfMemory;
     const PsdReadResult result = Decode(compression, plane, depth, input, state, destination);
-    while (input.left != 0) Take(input, state.input.get(), kPieceBytes);
+    while (input.left != 0) Take(input, state.input.get(), kWholeBytes);
     if (input.isShort) return PsdReadResult::kShortRead;
     plane.isCounted = true;
     plane.rows.data = destination;
-    if (destination)
-        plane.rows.left =
-            isPacked ? plane.waitingBytes
-                     : static_cast<size_t>((plane.filled + SampleBytes(depth) - 1) / SampleBytes(depth));
+    const size_t sampleBytes = SampleBytes(depth);
+    if (destination && !isPacked)
+        plane.rows.left = static_cast<size_t>((plane.filled + sampleBytes - 1) / sampleBytes);
     return result;
 }
 

@@ -33,7 +33,8 @@ struct Plane {
     size_t bytes = 0;
     size_t waitingBytes = 0;  // that the whole plane is until conversion; 0: the data is only checked
     bool isFlat = false;      // its rows are long: samples are counted, not rows
-    PlaneRows rows;           // of what waits, in the buffer of the slot or in the pixels
+    bool inPixels = false;    // waits at their end
+    PlaneRows rows;           // of what waits
     bool used = false;        // they have been gone through
     bool isCounted = false;
     uint64_t filled = 0;  // what came out of the data, where `rows` does not tell
@@ -68,7 +69,7 @@ uint64_t FilledBytes(Plane plane, uint8_t* buffer);
 bool Grow(Owned<uint8_t>& buffer, uint64_t need);
 
 // Reads the data of a plane that has a slot, `length` bytes behind its compression code. Data of masks goes
-// to layer.mask.data if it does not wait as it came, that of the fourth colour to the end of layer.image.
+// to layer.mask.data if it does not wait as it came, that of a large fourth colour to the end of layer.image.
 // kShortRead, kOutOfMemory, kInflateSetup and kInflateFailed.
 PsdReadResult ReadPlane(PsdDocument& document, uint16_t compression, uint32_t length, uint32_t slot,
                         Plane& plane, PsdLayer& layer, LayerPixelState& state);

@@ -3,10 +3,11 @@
 
 Builds native-release, makes the documents (or takes those of FOLDER), decodes each twice, as a client does and from
 its layers, and prints milliseconds of CPU and the largest resident size beside what is allowed:
-2 s for up to a mebibyte, or 20 ms and 60 ns for each byte and each pixel of layers and masks with data and of the canvas when
-that is more; 64 MiB, 12 bytes for each pixel of the canvas and 8 for each of layers and 2 for each of masks
-with data, 96 MiB at most for up to 64 KiB. For time, and for memory of larger files, the canvas counts as far as a thousandfold expansion of the file
-fills it. Fails when a document takes more. TIMES_AS_SLOW says how many times as much time a slow machine is allowed.
+2 s for up to a mebibyte, or 20 ms and 60 ns for each byte and each pixel of layers and masks with data and of the
+canvas when that is more; 64 MiB, 12 bytes for each pixel of the canvas, 8 for each of layers with data and 2 for each
+of masks with data, 96 MiB at most for up to 64 KiB. For time, and for memory of larger files, the canvas counts as far
+as a thousandfold expansion of the file fills it. Fails when a document takes more. TIMES_AS_SLOW says how many times
+as much time a slow machine is allowed.
 """
 import os
 import pathlib
