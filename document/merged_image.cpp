@@ -553,6 +553,7 @@ PsdReadResult DecodeArriving(PsdDocument& document, const MergedShape& shape, Me
 
 PsdReadResult ReadMergedImage(PsdDocument& document) {
     if (!WantsMergedImage(document)) return PsdReadResult::kOk;
+    const uint32_t position = Position(document);
     MergedInput input;
     MergedShape shape;
     const uint64_t rowBytes = PlaneRowBytes(document.width, document.depth);
@@ -583,8 +584,16 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
     if (input.end) std::memcpy(input.bytes.get(), head.get(), input.end);
     head.Reset();
 
-    return shape.rowBytes <= kInputPiece ? DecodeArriving(document, shape, input)
-                                         : DecodeWhole(document, shape, input);
+    const bool isZip = expansion == kZipExpansion;
+    if (isZip && document.soundMergedAt == position && !KeepsMergedImage(document)) {
+        // To inflate it once more is the most that opening a document can cost.
+        Drain(document, input);
+        return PsdReadResult::kOk;
+    }
+    const PsdReadResult decoded = shape.rowBytes <= kInputPiece ? DecodeArriving(document, shape, input)
+                                                                : DecodeWhole(document, shape, input);
+    if (decoded == PsdReadResult::kOk) document.soundMergedAt = position;
+    return decoded;
 }
 
 }  // namespace tessary

@@ -406,6 +406,7 @@ struct PsdDocument {
     uint32_t stage = 0;
     uint32_t readMode = kReadEverything;
     PsdMergedUse mergedUse = kMergedKept;
+    uint32_t soundMergedAt = 0;  // where merged data begins that has been read without a fault; 0: nowhere
 
     uint32_t width = 0;
     uint32_t height = 0;
@@ -448,8 +449,9 @@ uint64_t UnbackedBytes(const PsdDocument& document);
 
 // Reads a document from the start of `stream`, which is rewound and borrowed for the call only.
 // Gives null and a code on failure.
+//   soundMergedAt  of the same stream, opened before: merged data there is not checked once more
 PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32_t mode,
-                           PsdMergedUse mergedUse = kMergedKept);
+                           PsdMergedUse mergedUse = kMergedKept, uint32_t soundMergedAt = 0);
 
 // Frees the document and all it owns and leaves null. kNoDocument when there is none.
 PsdReadResult CloseDocument(Owned<PsdDocument>& document);

@@ -493,6 +493,9 @@ void WriteBombs(const Writer& write) {
     }
     sparse.resize(65000, 0x80);
     write("sparse-rows", DocumentBuilder(kColorGrayscale, 8, 1, 4560, 4560).MergedData(sparse).Build());
+    // Planes in full depth are more than the pixels.
+    write("zip-of-deep-zeros",
+          DocumentBuilder(kColorRgb, 32, 3, 5000, 5000).Merged(Bytes(300000000), kCompressionZip).Build());
 }
 
 int Run(const std::filesystem::path& folder, std::string_view what) {
