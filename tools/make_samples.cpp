@@ -493,9 +493,10 @@ void WriteBombs(const Writer& write) {
     }
     sparse.resize(65000, 0x80);
     write("sparse-rows", DocumentBuilder(kColorGrayscale, 8, 1, 4560, 4560).MergedData(sparse).Build());
-    // Planes in full depth are more than the pixels.
-    write("zip-of-deep-zeros",
-          DocumentBuilder(kColorRgb, 32, 3, 5000, 5000).Merged(Bytes(300000000), kCompressionZip).Build());
+    // Samples in full depth are as much as the pixels.
+    write("zip-of-deep-zeros", DocumentBuilder(kColorRgb, 32, 3, 4230, 4230)
+                                   .MergedData(ByteWriter().U16(2).Raw(Zip(Bytes(60000000))))
+                                   .Build());
 }
 
 int Run(const std::filesystem::path& folder, std::string_view what) {
