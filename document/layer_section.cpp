@@ -26,6 +26,8 @@ void LinkGroups(std::span<PsdLayer> layers) {
     }
 }
 
+constexpr uint64_t kLayerBytes = sizeof(PsdLayer) + 160;  // with its channels and ranges
+
 // Reads records and pixels behind a layer info's length; a second layer info replaces the layers of the
 // first.
 PsdReadResult ReadLayerInfo(PsdDocument& document, uint32_t storedLength, LayerPixelState& pixels) {
@@ -42,6 +44,7 @@ PsdReadResult ReadLayerInfo(PsdDocument& document, uint32_t storedLength, LayerP
     const uint32_t possible = InputLeft(document) / kSmallestLayerRecord + 1;
     Owned<PsdLayer> layers = AllocateZeroed<PsdLayer>({std::min(count, possible)});
     if (!layers) return PsdReadResult::kOutOfMemory;
+    document.claimedBytes += layers.count() * kLayerBytes;
 
     for (PsdLayer& layer : layers.span()) {
         const PsdReadResult result = ReadLayerRecord(document, layer);

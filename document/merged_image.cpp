@@ -155,8 +155,7 @@ uint64_t InputAskedFirst(const MergedShape& shape) {
     return std::max({hundredth + 1, backing + 1, uint64_t{kInputPiece}});
 }
 
-// Decodes all planes in memory: for images that are large beside their input, and for rows that are longer
-// than any window.
+// Decodes all planes in memory: for rows that are longer than any window.
 PsdReadResult DecodeWhole(PsdDocument& document, const MergedShape& shape, MergedInput& input) {
     uint64_t size = input.end;
     if (input.left != 0) {
@@ -196,6 +195,7 @@ struct RowSource {
     PsdDocument& document;
     const MergedShape& shape;
     MergedInput& input;
+    uint64_t inputBytes = 0;          // all of them, or as many as back the pixels
     Inflater* inflater = nullptr;     // for zip
     const uint8_t* counts = nullptr;  // for PackBits: the counts of the rows to come
     size_t stepRows = 0;              // that are asked for at once, but for the last ones of a plane
@@ -275,6 +275,20 @@ PsdReadResult ReadRowCounts(RowSource& source, Owned<uint8_t>& table) {
     }
     Drain(document, input);
     return PsdReadResult::kOk;
+}
+
+// What the rows of PackBits data that has arrived whole come to.
+uint64_t UnpackedBytes(const RowSource& source) {
+    const MergedInput& input = source.input;
+    std::span<const uint8_t> packed = {input.bytes.get() + input.begin, input.end - input.begin};
+    uint64_t rows = source.counts ? uint64_t{source.document.height} * source.document.channels : 0;
+    uint64_t unpacked = 0;
+    for (const uint8_t* counts = source.counts; rows != 0 && !packed.empty(); --rows, counts += 2) {
+        const size_t stored = std::min<size_t>(LoadU16(counts), packed.size());
+        unpacked += UnpackBits(packed.first(stored), {source.buffer.get(), source.shape.rowBytes});
+        packed = packed.subspan(stored);
+    }
+    return unpacked;
 }
 
 // A plane that waits until the last one that conversion needs arrives: in samples of one byte, or packed as
@@ -383,7 +397,10 @@ PsdReadResult FillWaitingPlane(RowSource& source, WaitingPlane& plane) {
         return PsdReadResult::kOk;
     }
     const size_t rowBytes = plane.rows.rowBytes;
-    for (uint64_t row = 0; row < document.height; row += source.stepRows) {
+    uint64_t row = 0;
+    for (; row < document.height; row += source.stepRows) {
+        // Rows that nothing is decoded to are no memory.
+        if (source.inflater && source.inflater->HasEnded() && source.inflated == 0) break;
         const uint8_t* rows = nullptr;
         const PsdReadResult result = NextRows(source, document.height - row, rows);
         if (result != PsdReadResult::kOk) return result;
@@ -392,8 +409,9 @@ PsdReadResult FillWaitingPlane(RowSource& source, WaitingPlane& plane) {
                                                  : plane.tail + (row - plane.headRows) * rowBytes;
         if (ReducedRows(document, rows, count, to) != to) std::memcpy(to, rows, count * rowBytes);
     }
-    plane.rows.left = plane.headBytes;
-    plane.tailArrived = plane.tailBytes;
+    const uint64_t arrived = std::min<uint64_t>(row, document.height) * rowBytes;
+    plane.rows.left = static_cast<size_t>(std::min<uint64_t>(arrived, plane.headBytes));
+    plane.tailArrived = static_cast<size_t>(arrived - plane.rows.left);
     return PsdReadResult::kOk;
 }
 
@@ -426,6 +444,10 @@ PsdReadResult ConvertWithLastPlane(Assembly& assembly) {
         }
         const PsdReadResult result = NextRows(source, document.height - row, planes[last]);
         if (result != PsdReadResult::kOk) return result;
+        // Until the end, there are samples for all pixels so far.
+        if (source.inflater && source.inflater->HasEnded() &&
+            !IsBacked(source.shape, source.inputBytes, source.filled))
+            return PsdReadResult::kOutOfMemory;
         planes[last] =
             ReducedRows(document, planes[last], count, assembly.steps.get() + last * assembly.stepBytes);
 
@@ -442,25 +464,21 @@ PsdReadResult ConvertWithLastPlane(Assembly& assembly) {
 }
 
 PsdReadResult AssemblePixels(RowSource& source, size_t planeCount, Owned<uint32_t>& pixels) {
-    const PsdDocument& document = source.document;
     Assembly assembly{source};
     assembly.planeCount = planeCount;
     PsdReadResult result = PlacePlanes(assembly);
     for (size_t i = 0; i + 1 < planeCount && result == PsdReadResult::kOk; ++i)
         result = FillWaitingPlane(source, assembly.waiting[i]);
-    if (planeCount != 0 && result == PsdReadResult::kOk) result = ConvertWithLastPlane(assembly);
-    if (result != PsdReadResult::kOk) return result;
-    // Without planes there are pixels all the same.
-    if (planeCount == 0) ConvertPlanes(MergedPlanes(document, {}), assembly.pixels.get());
-    pixels = std::move(assembly.pixels);
-    return PsdReadResult::kOk;
+    if (result == PsdReadResult::kOk) result = ConvertWithLastPlane(assembly);
+    if (result == PsdReadResult::kOk) pixels = std::move(assembly.pixels);
+    return result;
 }
 
 // Decodes while the data arrives.
 PsdReadResult DecodeArriving(PsdDocument& document, const MergedShape& shape, MergedInput& input) {
     Owned<uint8_t> table;
     std::optional<Inflater> inflater;
-    RowSource source{document, shape, input};
+    RowSource source{document, shape, input, input.end};
     const bool zipped =
         shape.compression == kCompressionZip || shape.compression == kCompressionZipPrediction;
     if (zipped) {
@@ -479,10 +497,24 @@ PsdReadResult DecodeArriving(PsdDocument& document, const MergedShape& shape, Me
         }
     }
 
+    // What does not back the pixels by its size is here whole. No pixel is written before it is known that
+    // the decoded samples do, and no memory asked for when they cannot.
+    uint64_t known = 0;
+    bool isKept = KeepsMergedImage(document);
+    if (!IsBacked(shape, source.inputBytes, 0)) {
+        if (zipped) {
+            isKept = isKept && IsBacked(shape, source.inputBytes, source.inputBytes * kZipExpansion);
+        } else {
+            known = source.counts ? UnpackedBytes(source)
+                                  : std::min<uint64_t>(input.end - input.begin, shape.totalBytes);
+            if (!IsPlausible(shape, known, 1) || !IsBacked(shape, source.inputBytes, known))
+                return PsdReadResult::kOutOfMemory;
+        }
+    }
     Owned<uint32_t> pixels;
-    size_t plane = 0;
-    if (KeepsMergedImage(document)) {
-        plane = shape.totalBytes != 0 ? PlanesUsed(document) : 0;
+    size_t plane = isKept && shape.totalBytes != 0 ? PlanesUsed(document) : 0;
+    const bool isAssembled = plane != 0;
+    if (isAssembled) {
         const PsdReadResult result = AssemblePixels(source, plane, pixels);
         if (result != PsdReadResult::kOk) return result;
     }
@@ -490,11 +522,13 @@ PsdReadResult DecodeArriving(PsdDocument& document, const MergedShape& shape, Me
     // doubt.
     for (; plane < document.channels && shape.totalBytes != 0; ++plane) {
         // Behind the end of the data there is nothing left to check or to count.
-        const bool isDone =
-            zipped ? inflater->HasEnded()
-                   : !source.counts || IsPlausible(shape, source.filled, 1) || Need(document, input, 1) == 0;
+        const bool isDone = zipped
+                                ? inflater->HasEnded()
+                                : !source.counts || IsPlausible(shape, std::max(source.filled, known), 1) ||
+                                      Need(document, input, 1) == 0;
         if (isDone) break;
         for (uint64_t row = 0; row < document.height; row += source.stepRows) {
+            if (zipped && inflater->HasEnded()) break;
             const uint8_t* rows = nullptr;
             const PsdReadResult result = NextRows(source, document.height - row, rows);
             if (result != PsdReadResult::kOk) return result;
@@ -502,8 +536,15 @@ PsdReadResult DecodeArriving(PsdDocument& document, const MergedShape& shape, Me
     }
     const uint64_t rest = Drain(document, input);
     if (shape.compression == kCompressionRaw) source.filled += rest;
-    // Planes that nothing was decoded to are no memory yet, the pixels will be.
-    if (!IsPlausible(shape, source.filled, 1)) return PsdReadResult::kOutOfMemory;
+    const uint64_t filled = std::max(source.filled, known);
+    if (!IsPlausible(shape, filled, 1) || !IsBacked(shape, source.inputBytes, filled))
+        return PsdReadResult::kOutOfMemory;
+    if (isKept && !isAssembled) {
+        // Without planes there are pixels all the same.
+        pixels = AllocateZeroed<uint32_t>({document.width, document.height});
+        if (!pixels) return PsdReadResult::kOutOfMemory;
+        ConvertPlanes(MergedPlanes(document, {}), pixels.get());
+    }
     document.mergedPixels = std::move(pixels);
     return PsdReadResult::kOk;
 }
@@ -512,6 +553,7 @@ PsdReadResult DecodeArriving(PsdDocument& document, const MergedShape& shape, Me
 
 PsdReadResult ReadMergedImage(PsdDocument& document) {
     if (!WantsMergedImage(document)) return PsdReadResult::kOk;
+    const uint32_t position = Position(document);
     MergedInput input;
     MergedShape shape;
     const uint64_t rowBytes = PlaneRowBytes(document.width, document.depth);
@@ -542,8 +584,16 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
     if (input.end) std::memcpy(input.bytes.get(), head.get(), input.end);
     head.Reset();
 
-    const bool arriving = IsBacked(shape, input.end, 0) && shape.rowBytes <= kInputPiece;
-    return arriving ? DecodeArriving(document, shape, input) : DecodeWhole(document, shape, input);
+    const bool isZip = expansion == kZipExpansion;
+    if (isZip && document.soundMergedAt == position && !KeepsMergedImage(document)) {
+        // To inflate it once more is the most that opening a document can cost.
+        Drain(document, input);
+        return PsdReadResult::kOk;
+    }
+    const PsdReadResult decoded = shape.rowBytes <= kInputPiece ? DecodeArriving(document, shape, input)
+                                                                : DecodeWhole(document, shape, input);
+    if (decoded == PsdReadResult::kOk) document.soundMergedAt = position;
+    return decoded;
 }
 
 }  // namespace tessary

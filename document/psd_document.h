@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <new>
 
+#include "document/checked_math.h"
 #include "document/platform.h"
 #include "document/psd_result.h"
 #include "render/pixel.h"
@@ -406,6 +407,7 @@ struct PsdDocument {
     uint32_t stage = 0;
     uint32_t readMode = kReadEverything;
     PsdMergedUse mergedUse = kMergedKept;
+    uint32_t soundMergedAt = 0;  // where merged data begins that has been read without a fault; 0: nowhere
 
     uint32_t width = 0;
     uint32_t height = 0;
@@ -421,7 +423,7 @@ struct PsdDocument {
     Owned<PsdLayer> layers;        // bottom layer first
     uint32_t globalMaskColor = 0;  // ARGB
     uint64_t recordBytes = 0;      // of all property lists
-    uint64_t claimedBytes = 0;     // that the layers' pixels and masks take,
+    uint64_t claimedBytes = 0;     // that the layers, their pixels and masks take,
     uint64_t filledBytes = 0;      // and of them that the layers' data has filled
     uint16_t globalMaskOpacity = 0;
     uint8_t globalMaskKind = 0;
@@ -430,17 +432,25 @@ struct PsdDocument {
 
     Owned<uint32_t> canvas;             // width x height, made by Render
     Owned<uint8_t> noiseMap;            // width x height, made by the first Render
-    uint64_t drawingLeft = UINT64_MAX;  // steps, see SpendDrawing
+    uint64_t drawingLeft = UINT64_MAX;  // steps, see SpendDrawing,
+    uint64_t layersLeft = UINT64_MAX;   // and those that the layers' own pixels may take
     uint64_t effectRoom = UINT64_MAX;   // bytes that the buffer of an effect may take
     uint64_t keptEffectBytes = 0;       // of buffers that are kept for the next Render
 };
 
-// Takes `steps` from what Render may still spend on pixels that no data of the file stands behind; false, and
-// nothing taken, when that is too much. A step is about a nanosecond.
-inline bool SpendDrawing(PsdDocument& document, uint64_t steps) {
-    if (steps > document.drawingLeft) return false;
-    document.drawingLeft -= steps;
+// Takes `steps` from what Render may still spend, one of the document's counts; false, and nothing taken,
+// when that is too much. A step is about a nanosecond.
+inline bool SpendDrawing(uint64_t& left, uint64_t steps) {
+    if (steps > left) return false;
+    left -= steps;
     return true;
+}
+
+// Steps that columns x rows of so many steps a pixel take. To begin a row costs, too: on a canvas it lies in
+// a page of its own. UINT64_MAX when they cannot be counted.
+inline uint64_t DrawingSteps(uint64_t columns, uint64_t rows, uint64_t perPixel) {
+    constexpr uint64_t kPerRow = 200;
+    return CheckedProduct({rows, kPerRow + columns * perPixel}).value_or(UINT64_MAX);
 }
 
 // Bytes that the layers and effects of a document may take together besides what the layers' data fills.
@@ -448,8 +458,9 @@ uint64_t UnbackedBytes(const PsdDocument& document);
 
 // Reads a document from the start of `stream`, which is rewound and borrowed for the call only.
 // Gives null and a code on failure.
+//   soundMergedAt  of the same stream, opened before: merged data there is not checked once more
 PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32_t mode,
-                           PsdMergedUse mergedUse = kMergedKept);
+                           PsdMergedUse mergedUse = kMergedKept, uint32_t soundMergedAt = 0);
 
 // Frees the document and all it owns and leaves null. kNoDocument when there is none.
 PsdReadResult CloseDocument(Owned<PsdDocument>& document);

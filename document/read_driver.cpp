@@ -117,7 +117,7 @@ PsdReadResult RunReadStages(PsdDocument& document) {
 }
 
 PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32_t mode,
-                           PsdMergedUse mergedUse) {
+                           PsdMergedUse mergedUse, uint32_t soundMergedAt) {
     document.Reset();
     if (!stream) return PsdReadResult::kNoStream;
     Owned<PsdDocument> opened = AllocateZeroed<PsdDocument>({1});
@@ -125,6 +125,7 @@ PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32
     opened->reader.stream = stream;
     opened->readMode = mode;
     opened->mergedUse = mergedUse;
+    opened->soundMergedAt = soundMergedAt;
     opened->streamSize = StreamSize(stream);
     stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr);
 

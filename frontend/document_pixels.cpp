@@ -17,9 +17,9 @@ PsdReadResult TakeImage(PsdDocument& document, Owned<uint32_t>& image, DocumentP
     return PsdReadResult::kOk;
 }
 
-PsdReadResult TakeLayers(IStream* stream, DocumentPixels& picture) {
+PsdReadResult TakeLayers(IStream* stream, DocumentPixels& picture, uint32_t soundMergedAt) {
     Owned<PsdDocument> document;
-    PsdReadResult result = OpenDocument(document, stream, kReadEverything, kMergedChecked);
+    PsdReadResult result = OpenDocument(document, stream, kReadEverything, kMergedChecked, soundMergedAt);
     if (result != PsdReadResult::kOk) return result;
     result = Render(document.get(), 0, 0, static_cast<int32_t>(document->width),
                     static_cast<int32_t>(document->height));
@@ -32,6 +32,7 @@ PsdReadResult TakeLayers(IStream* stream, DocumentPixels& picture) {
 PsdReadResult DecodeDocumentPixels(IStream* stream, DocumentPixels& picture, PictureChoice choice) {
     picture = DocumentPixels();
     if (!stream) return PsdReadResult::kNoStream;
+    uint32_t soundMergedAt = 0;
     if (choice == PictureChoice::kAsTheFileSays) {
         const StreamPositionScope keep(stream);
         Owned<PsdDocument> document;
@@ -39,8 +40,9 @@ PsdReadResult DecodeDocumentPixels(IStream* stream, DocumentPixels& picture, Pic
         if (result != PsdReadResult::kOk) return result;
         if (document->resources.versionInfo.hasRealMergedData)
             return TakeImage(*document, document->mergedPixels, picture);
+        soundMergedAt = document->soundMergedAt;
     }
-    return TakeLayers(stream, picture);
+    return TakeLayers(stream, picture, soundMergedAt);
 }
 
 }  // namespace tessary

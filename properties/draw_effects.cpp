@@ -18,7 +18,6 @@ struct SlotRow {
     EffectPlace (*place)(const PsdDocument& document, const EffectsRecord& effects) = nullptr;
     PsdReadResult (*render)(const PsdLayer& layer, const EffectPlace& place,
                             EffectsRecord& effects) = nullptr;
-    uint64_t steps = 0;  // nanoseconds a pixel, without its blur
 };
 
 template <auto member>
@@ -28,12 +27,12 @@ bool IsEnabled(const EffectsRecord& effects) {
 
 // By slot number.
 constexpr SlotRow kSlots[kEffectSlotCount] = {
-    {IsEnabled<&EffectsRecord::dropShadow>, PlaceOfDropShadow, RenderDropShadow, 20},
+    {IsEnabled<&EffectsRecord::dropShadow>, PlaceOfDropShadow, RenderDropShadow},
     {IsEnabled<&EffectsRecord::innerShadow>},
-    {IsEnabled<&EffectsRecord::outerGlow>, PlaceOfOuterGlow, RenderOuterGlow, 20},
+    {IsEnabled<&EffectsRecord::outerGlow>, PlaceOfOuterGlow, RenderOuterGlow},
     {IsEnabled<&EffectsRecord::innerGlow>},
     {IsEnabled<&EffectsRecord::satin>},
-    {IsEnabled<&EffectsRecord::colorOverlay>, PlaceOfColorOverlay, RenderColorOverlay, 6},
+    {IsEnabled<&EffectsRecord::colorOverlay>, PlaceOfColorOverlay, RenderColorOverlay},
     {IsEnabled<&EffectsRecord::gradientOverlay>},
     {IsEnabled<&EffectsRecord::patternOverlay>},
     {IsEnabled<&EffectsRecord::stroke>},
@@ -52,8 +51,7 @@ std::span<const uint8_t> BuffersOf(uint32_t slot, bool isBelow) {
 
 // Whether an effect shows inside the area and may take the memory and the time it does. Its blur takes about
 // one nanosecond a pixel for every eight pixels that it reaches over.
-bool MayRender(PsdDocument& document, const PsdLayer& layer, const EffectPlace& place, uint64_t steps,
-               const Rect& area) {
+bool MayRender(PsdDocument& document, const PsdLayer& layer, const EffectPlace& place, const Rect& area) {
     const int64_t width = int64_t{layer.width} + 2 * place.margin;
     const int64_t height = int64_t{layer.height} + 2 * place.margin;
     const int64_t left = int64_t{layer.bounds.left} + place.dx - place.margin;
@@ -65,9 +63,8 @@ bool MayRender(PsdDocument& document, const PsdLayer& layer, const EffectPlace& 
     const uint64_t margin = static_cast<uint64_t>(place.margin);
     const uint64_t strip = margin == 0 ? 0 : 32 * (std::max(columns, rows) + 3 * margin);
     const auto bytes = CheckedProduct({columns, rows, sizeof(uint32_t)});
-    const auto cost = CheckedProduct({columns, rows, steps + margin / 8});
-    return bytes && strip <= document.effectRoom && *bytes <= document.effectRoom - strip && cost &&
-           SpendDrawing(document, *cost);
+    return bytes && strip <= document.effectRoom && *bytes <= document.effectRoom - strip &&
+           SpendDrawing(document.drawingLeft, DrawingSteps(columns, rows, place.steps + margin / 8));
 }
 
 // Keeps a buffer for the next render unless there are too many: a layer of one pixel can have a shadow of a
@@ -135,7 +132,7 @@ void DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area, bool isB
         if (isNew) {
             const EffectPlace place = row.place(document, *effects);
             // Without memory its buffer stays empty and nothing is drawn.
-            if (MayRender(document, layer, place, row.steps, area))
+            if (MayRender(document, layer, place, area))
                 static_cast<void>(row.render(layer, place, *effects));
         }
         for (const uint8_t buffer : buffers) CompositeBuffer(document, layer, effects->buffers[buffer], area);

@@ -162,6 +162,13 @@ PsdReadResult Render(const PsdLayer& layer, const EffectPlace& place, EffectsRec
     return PsdReadResult::kOk;
 }
 
+// What drawing one adds to putting a buffer onto the canvas.
+template <class Settings>
+uint32_t StepsOfDetails(const Settings& settings) {
+    return (settings.spreadPercent > 0 ? 8u : 0u) + (settings.noisePercent > 0 ? 12u : 0u) +
+           (settings.contour.points.count > 1 ? 6u : 0u);
+}
+
 }  // namespace
 
 EffectPlace PlaceOfDropShadow(const PsdDocument& document, const EffectsRecord& effects) {
@@ -170,14 +177,16 @@ EffectPlace PlaceOfDropShadow(const PsdDocument& document, const EffectsRecord& 
     const float radians = static_cast<float>(degrees) * 3.1415927f * 0.0055555557f;
     // Opposite the light; y grows downward.
     return {shadow.size, -TruncateToInt32(std::cos(static_cast<double>(radians)) * shadow.distance + 0.5),
-            TruncateToInt32(std::sin(static_cast<double>(radians)) * shadow.distance + 0.5)};
+            TruncateToInt32(std::sin(static_cast<double>(radians)) * shadow.distance + 0.5),
+            14 + StepsOfDetails(shadow)};
 }
 
 EffectPlace PlaceOfOuterGlow(const PsdDocument&, const EffectsRecord& effects) {
-    return {effects.outerGlow.size, 0, 0};
+    const GlowSettings& glow = effects.outerGlow;
+    return {glow.size, 0, 0, 18 + StepsOfDetails(glow) + (glow.useGradient ? 12u : 0u)};
 }
 
-EffectPlace PlaceOfColorOverlay(const PsdDocument&, const EffectsRecord&) { return {0, 0, 0}; }
+EffectPlace PlaceOfColorOverlay(const PsdDocument&, const EffectsRecord&) { return {0, 0, 0, 10}; }
 
 PsdReadResult RenderDropShadow(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects) {
     return Render(layer, place, effects, kSlotDropShadow, effects.dropShadow, DrawDropShadow);

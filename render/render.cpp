@@ -23,44 +23,10 @@ Side ClampSide(int32_t begin, int32_t length, uint32_t limit) {
     return {std::max(begin, 0), static_cast<int32_t>(std::max<int64_t>(end, 0))};
 }
 
-// Adjustments and effects cost a file a few bytes each, however many pixels they are drawn over. All of a
-// document together may take so many steps, about a nanosecond each; what does not fit is not drawn. Layers
-// with pixels of their own have paid for more with their data.
-#if !defined(TESSARY_SLOWED_DOWN)
-#define TESSARY_SLOWED_DOWN 1  // how many nanoseconds the build takes for one
-#endif
-constexpr uint64_t kFreeDrawing = 1200u * 1000 * 1000 / TESSARY_SLOWED_DOWN;
-constexpr uint64_t kDrawingPerLayerPixel = 25;
-constexpr uint64_t kDrawingPerByte = 60;
-
-uint64_t DrawingAllowance(const PsdDocument& document) {
-    uint64_t pixels = 0;
-    for (const PsdLayer& layer : document.layers.span()) pixels += layer.image.count();
-    const uint64_t streamSize = static_cast<uint64_t>(std::max(document.streamSize, 0));
-    return std::max(kFreeDrawing, kDrawingPerLayerPixel * pixels) +
-           kDrawingPerByte * std::min<uint64_t>(document.reader.position, streamSize);
-}
-
-// A layer takes some time wherever it lies, and curves take as much as their splines have points.
-constexpr uint64_t kAdjustmentSteps = 10000;
-constexpr uint64_t kCurveSteps = 1500000;
-
-bool MayAdjust(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
-    const uint64_t pixels =
-        area.IsEmpty() ? 0 : static_cast<uint64_t>(area.Width()) * static_cast<uint64_t>(area.Height());
-    const uint64_t blending = EffectiveMode(layer.blendMode, layer.parent) < kBlendHue ? 2 : 5;
-    const uint64_t building = layer.rebuildTables && layer.layerKind == kLayerCurves ? kCurveSteps : 0;
-    return SpendDrawing(document,
-                        kAdjustmentSteps + building + pixels * (AdjustmentStepsPerPixel(layer) + blending));
-}
-
-// What the buffers of layers and effects may take at a time.
-uint64_t RoomForBuffers(const PsdDocument& document) {
-    const uint64_t room = UnbackedBytes(document) + 2 * document.filledBytes;
-    return room - std::min(room, document.claimedBytes);
-}
-
 bool Shows(const PsdLayer& layer) { return layer.visible && layer.opacity != 0; }
+
+// Of the groups around it a layer heeds its own only.
+bool IsDrawn(const PsdLayer& layer) { return Shows(layer) && (!layer.parent || Shows(*layer.parent)); }
 
 bool HasPixelsToDraw(const PsdLayer& layer) {
     return layer.fillOpacity != 0 && layer.width >= 1 && layer.height >= 1;
@@ -71,6 +37,64 @@ Rect UnmaskedPart(const PsdLayer& layer, const Rect& area) {
     const Rect part = Intersect(area, layer.bounds);
     const bool hides = !layer.mask.disabled && layer.mask.data && layer.mask.defaultColor == 0;
     return hides ? Intersect(part, layer.mask.bounds) : part;
+}
+
+// Adjustments, effects and layers without data cost a file a few bytes each, however many pixels they are
+// drawn over. All of a document together may take so many steps, about a nanosecond each; what does not fit
+// is not drawn. Pixels that the layers' data fills have paid for more.
+#if !defined(TESSARY_SLOWED_DOWN)
+#define TESSARY_SLOWED_DOWN 1  // how many nanoseconds the build takes for one
+#endif
+constexpr uint64_t kFreeDrawing = 1200u * 1000 * 1000 / TESSARY_SLOWED_DOWN;
+constexpr uint64_t kDrawingPerFilledPixel = 40;
+constexpr uint64_t kDrawingPerByte = 60;
+
+uint64_t DrawingAllowance(const PsdDocument& document) {
+    const uint64_t streamSize = static_cast<uint64_t>(std::max(document.streamSize, 0));
+    return std::max(kFreeDrawing, kDrawingPerFilledPixel * document.filledBytes / sizeof(uint32_t)) +
+           kDrawingPerByte * std::min<uint64_t>(document.reader.position, streamSize);
+}
+
+uint64_t StepsOver(const Rect& area, uint64_t perPixel) {
+    return area.IsEmpty() ? 0
+                          : DrawingSteps(static_cast<uint64_t>(area.Width()),
+                                         static_cast<uint64_t>(area.Height()), perPixel);
+}
+
+// Nanoseconds a pixel, as they are over pixels that are neither empty nor full.
+uint64_t BlendingSteps(const PsdLayer& layer) {
+    const uint64_t steps = EffectiveMode(layer.blendMode, layer.parent) < kBlendHue ? 2 : 5;
+    return steps + (NeedsBlendGate(layer) ? 2 : 0) + (layer.mask.data && !layer.mask.disabled ? 1 : 0);
+}
+
+// An adjustment takes some time wherever it lies, and curves take as much as their splines have points.
+constexpr uint64_t kAdjustmentSteps = 10000;
+constexpr uint64_t kCurveSteps = 1500000;
+
+bool MayAdjust(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
+    const uint64_t building = layer.rebuildTables && layer.layerKind == kLayerCurves ? kCurveSteps : 0;
+    const uint64_t drawing = StepsOver(area, AdjustmentStepsPerPixel(layer) + BlendingSteps(layer));
+    return SpendDrawing(document.drawingLeft, kAdjustmentSteps + building + drawing);
+}
+
+// Of a layer with pixels of its own, without its effects.
+uint64_t OwnSteps(const PsdLayer& layer, const Rect& area) {
+    if (!layer.image || !HasPixelsToDraw(layer)) return 0;
+    return StepsOver(UnmaskedPart(layer, area), AdjustmentStepsPerPixel(layer) + BlendingSteps(layer));
+}
+
+// Adjustments and effects get what the layers' own pixels leave, wherever they stand among them.
+void ShareDrawing(PsdDocument& document, const Rect& area) {
+    document.drawingLeft = document.layersLeft = DrawingAllowance(document);
+    for (const PsdLayer& layer : document.layers.span()) {
+        if (IsDrawn(layer)) document.drawingLeft -= std::min(document.drawingLeft, OwnSteps(layer, area));
+    }
+}
+
+// What the buffers of layers and effects may take at a time.
+uint64_t RoomForBuffers(const PsdDocument& document) {
+    const uint64_t room = UnbackedBytes(document) + 2 * document.filledBytes;
+    return room - std::min(room, document.claimedBytes);
 }
 
 // Draws the layer's own pixels. False when its mask lies beside the area: then its upper effects are not
@@ -113,8 +137,7 @@ void DrawWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
 }
 
 void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
-    // Of the groups around it a layer heeds its own only.
-    if (!Shows(layer) || (layer.parent && !Shows(*layer.parent))) return;
+    if (!IsDrawn(layer)) return;
     const bool isAdjustment = layer.layerKind >= kLayerLevels;
     if (isAdjustment && !layer.image) {
         const uint64_t bytes = document.canvas.count() * sizeof(uint32_t);
@@ -129,6 +152,7 @@ void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
         document.effectRoom += bytes;
         return;
     }
+    if (!SpendDrawing(document.layersLeft, OwnSteps(layer, area))) return;
     if (isAdjustment) ApplyAdjustment(document, layer, area);
     DrawWithEffects(document, layer, area);
 }
@@ -153,7 +177,7 @@ PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width,
         if (area != whole) FillRect(document->canvas.get(), document->width, whole, kBackground);
     }
     FillRect(document->canvas.get(), document->width, area, kBackground);
-    document->drawingLeft = DrawingAllowance(*document);
+    ShareDrawing(*document, area);
     document->effectRoom = RoomForBuffers(*document);
     for (PsdLayer& layer : document->layers.span()) DrawLayer(*document, layer, area);
     return PsdReadResult::kOk;

@@ -128,6 +128,11 @@ TEST(Bombs, AreRefusedOrReadInLittleMemory) {
     } cases[] = {
         {"a few samples of many", many.MergedData(ByteWriter().U16(2).Raw(Zip(Bytes(2000000)))).Build(),
          kRefused, UINT64_MAX},
+        {"deep samples of few rows",
+         DocumentBuilder(kColorRgb, 32, 3, 4200, 4200)
+             .MergedData(ByteWriter().U16(2).Raw(Zip(Bytes(4000000))))
+             .Build(),
+         kRead, 4 * 4200 * 4200},
         {"zip that ends", Small(20000).MergedData(earlyEnd).Build(), kRefused, UINT64_MAX},
         {"no runs", Small().Layer(LayerBuilder({0, 0, 20000, 20000}).ChannelData(0, noRuns)).Build(),
          kRefused, UINT64_MAX},

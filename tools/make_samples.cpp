@@ -500,6 +500,26 @@ void WriteBombs(const Writer& write) {
     write("true-glows", layered(1000, 10, full(1000).Block("lfx2", OuterGlow())));
     write("true-layers", layered(1000, 14, full(1000).Mode("sLit")));
     write("thin-dissolves", layered(4000, 5000, thin(4000).Mode("diss")));
+    // Half opaque without data, so that every pixel has to be blended; and rows of a single pixel.
+    const auto half = [](int32_t width, int32_t height) {
+        return LayerBuilder({0, 0, width, height}).ChannelData(0, {0, 0}).Name("").Opacity(128);
+    };
+    const Bytes ranges = ByteWriter().U16(0x0100).U16(0xFFFF).U16(0).U16(0xFEFF).Raw(FullRanges(4));
+    const auto adjusted = [&](std::string_view key, const Bytes& data) {
+        return thin(0).Mode("sLit").Opacity(90).Ranges(ranges).Block(key, data);
+    };
+    for (const auto& [name, width, height, key, data] :
+         {std::tuple{"blended", 1000, 1000, "mixr", Bytes(ByteWriter().U16(1).Zeros(42))},
+          std::tuple{"narrow", 1, 30000, "nvrt", Bytes()}}) {
+        DocumentBuilder document(kColorRgb, 8, 3, static_cast<uint32_t>(width),
+                                 static_cast<uint32_t>(height));
+        document.HasRealMergedData(false).MergedData({0, 0}).Layer(half(width, height));
+        for (int i = 0; i < 4000; ++i) document.Layer(adjusted(key, data));
+        write("adjustments-" + std::string(name), document.Build());
+    }
+    write("narrow-layers", layered(4000, 5000, half(1, 4000).Mode("lum ").Ranges(ranges)));
+    write("narrow-effects", layered(8, 10, half(1, 1000000).Block("lfx2", slight)));
+    write("opaque-glows", layered(1000, 11, half(1000, 1000).Block("lfx2", OuterGlow())));
     // Up to 64 KiB, of which a host may have a folder full.
     write("palette-without-data",
           ByteWriter().Raw(Cut(small(4096).MergedData({}).Build(), 26)).U32(48 << 20));
@@ -512,6 +532,10 @@ void WriteBombs(const Writer& write) {
     }
     sparse.resize(65000, 0x80);
     write("sparse-rows", DocumentBuilder(kColorGrayscale, 8, 1, 4560, 4560).MergedData(sparse).Build());
+    // Samples in full depth are as much as the pixels.
+    write("zip-of-deep-zeros", DocumentBuilder(kColorRgb, 32, 3, 4230, 4230)
+                                   .MergedData(ByteWriter().U16(2).Raw(Zip(Bytes(60000000))))
+                                   .Build());
 }
 
 int Run(const std::filesystem::path& folder, std::string_view what) {
