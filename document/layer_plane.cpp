@@ -117,19 +117,21 @@ PsdReadResult DecodePacked(Plane& plane, uint32_t depth, ChannelInput& input, ui
     if (!table) return PsdReadResult::kOutOfMemory;
     Take(input, table.get(), tableBytes);
     const size_t waitingRow = plane.isFlat ? plane.width : plane.rows.rowBytes;
+    const size_t unpackedRow = std::min(plane.rowBytes, kMostUnpacked);
     const bool isLong = plane.rowBytes > kLongRow;
     uint32_t row = 0;
     for (; row < plane.height && input.left != 0; ++row) {
-        PlaneRows one = {.rowBytes = std::min(plane.rowBytes, kMostUnpacked),
-                         .counts = table.get() + size_t{2} * row,
-                         .data = packed};
+        PlaneRows one;
+        one.rowBytes = unpackedRow;
+        one.counts = table.get() + size_t{2} * row;
+        one.data = packed;
         one.left = Take(input, packed, LoadU16(one.counts));
         // The memory of long rows is zero already, and must not become real for what is not there.
         if (one.left == 0 && (isLong || !destination)) continue;
         TakeRows(one, 1, buffer);
         plane.filled += one.filled;
         if (destination)
-            KeepSamples(buffer, depth, isLong ? static_cast<size_t>(one.filled) : one.rowBytes,
+            KeepSamples(buffer, depth, isLong ? static_cast<size_t>(one.filled) : unpackedRow,
                         destination + row * waitingRow);
     }
     if (destination) plane.rows.left = row * waitingRow;
