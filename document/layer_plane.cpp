@@ -89,7 +89,7 @@ PsdReadResult DecodePieces(Plane& plane, uint32_t depth, bool isPredicted, uint8
         if (isPredicted && plane.rowBytes <= kLongRow) size -= size % plane.rowBytes;
         if (isPredicted && plane.rowBytes > kLongRow)
             size = std::min(size, plane.rowBytes - at % plane.rowBytes);
-        uint8_t* const piece = inPlace ? destination + at : buffer + kMostSampleBytes;
+        uint8_t* const piece = destination && inPlace ? destination + at : buffer + kMostSampleBytes;
         size_t produced = 0;
         const PsdReadResult result = next(std::span(piece, size), produced);
         if (result != PsdReadResult::kOk) return result;
