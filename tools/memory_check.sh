@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # No byte may be used or handed out that nothing was stored in, and nothing may leak. Decodes all samples, small and
 # whole, under valgrind; then these and all files of the folders named as arguments with memory that is filled with one
-# pattern and with another, which must give the same pictures. Dissolved layers differ with the
-# clock: a picture that may have one does not count when it differs. --small is a short form: of the samples only the
-# small ones, under valgrind as clients decode them.
+# pattern and with another, which must give the same pictures. Dissolved layers differ with the clock: a picture that
+# may have one does not count when it differs. --small is a short form: of the samples only the small ones, under
+# valgrind as clients decode them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 only_small=
