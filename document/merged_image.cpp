@@ -277,12 +277,12 @@ PsdReadResult ReadRowCounts(RowSource& source, Owned<uint8_t>& table) {
     return PsdReadResult::kOk;
 }
 
-// What the rows of PackBits data that has arrived whole come to.
+// What the rows of PackBits data that has arrived whole, behind its counts, come to.
 uint64_t UnpackedBytes(const RowSource& source) {
     const MergedInput& input = source.input;
     std::span<const uint8_t> packed = {input.bytes.get() + input.begin, input.end - input.begin};
-    uint64_t rows = source.counts ? uint64_t{source.document.height} * source.document.channels : 0;
     uint64_t unpacked = 0;
+    uint64_t rows = uint64_t{source.document.height} * source.document.channels;
     for (const uint8_t* counts = source.counts; rows != 0 && !packed.empty(); --rows, counts += 2) {
         const size_t stored = std::min<size_t>(LoadU16(counts), packed.size());
         unpacked += UnpackBits(packed.first(stored), {source.buffer.get(), source.shape.rowBytes});
