@@ -66,7 +66,7 @@ PsdReadResult ReadColorModeData(PsdDocument& document) {
     const uint32_t size = static_cast<uint32_t>(length);
     const uint32_t entries = size / 3;
     // An entry is worth four bytes for its three in the file.
-    if (!MayAllocate(uint64_t{4} * entries, InputLeft(document), 2)) return PsdReadResult::kOutOfMemory;
+    if (!IsBelieved(uint64_t{4} * entries, InputLeft(document), 2)) return PsdReadResult::kOutOfMemory;
     Owned<uint8_t> bytes;
     if (const auto result = ReadBytes(document, size, bytes); result != PsdReadResult::kOk) return result;
     if (!IsPalette(bytes.get(), size)) return PsdReadResult::kOk;
@@ -117,15 +117,16 @@ PsdReadResult RunReadStages(PsdDocument& document) {
 }
 
 PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32_t mode,
-                           PsdMergedUse mergedUse, uint32_t soundMergedAt) {
+                           const OpenOptions& options) {
     document.Reset();
     if (!stream) return PsdReadResult::kNoStream;
     Owned<PsdDocument> opened = AllocateZeroed<PsdDocument>({1});
     if (!opened) return PsdReadResult::kOutOfMemory;
     opened->reader.stream = stream;
     opened->readMode = mode;
-    opened->mergedUse = mergedUse;
-    opened->soundMergedAt = soundMergedAt;
+    opened->mergedUse = options.mergedUse;
+    opened->soundMergedAt = options.soundMergedAt;
+    opened->sink = options.sink;
     opened->streamSize = StreamSize(stream);
     stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr);
 
@@ -134,6 +135,8 @@ PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32
     opened->reader.buffer.Reset();
     opened->reader.filled = opened->reader.cursor = 0;
     opened->reader.stream = nullptr;
+    opened->sink = nullptr;
+    opened->sparePixels.Reset();
     document = std::move(opened);
     return PsdReadResult::kOk;
 }

@@ -16,10 +16,6 @@
 namespace tessary {
 namespace {
 
-// The numbers of the file header; this file knows no document.
-constexpr uint32_t kBitmap = 0, kGrayscale = 1, kIndexed = 2, kRgb = 3, kCmyk = 4, kMultichannel = 7,
-                   kDuotone = 8, kLab = 9;
-
 constexpr uint32_t kBeyondPalette = 0xFFFEFEFE;
 
 // Samples of every depth become bytes in pieces of this many, so that each mode needs one loop only.
@@ -264,27 +260,25 @@ void LabChunk(const Chunk& in, uint32_t* pixels, size_t count) {
 
 struct ModeRow {
     uint32_t colorMode;
-    uint32_t colorPlanes;
-    uint32_t planesWithTransparency;  // 0: never transparent
-    bool allDepths;                   // else 8 bits only
+    bool allDepths;  // else 8 bits only
     void (*convert)(const Chunk& in, uint32_t* pixels, size_t count);
 };
 
 // Bitmaps are not here: their samples are bits.
 constexpr ModeRow kModes[] = {
-    {kGrayscale, 1, 2, true, GrayChunk},
-    {kDuotone, 1, 2, true, GrayChunk},
-    {kIndexed, 1, 0, false, IndexedChunk},
-    {kRgb, 3, 4, true, RgbChunk},
-    {kCmyk, 4, 5, true, CmykChunk},
-    {kLab, 3, 4, true, LabChunk},
-    {kMultichannel, 3, 0, false, MultichannelChunk},
+    {kColorGrayscale, true, GrayChunk},
+    {kColorDuotone, true, GrayChunk},
+    {kColorIndexed, false, IndexedChunk},
+    {kColorRgb, true, RgbChunk},
+    {kColorCmyk, true, CmykChunk},
+    {kColorLab, true, LabChunk},
+    {kColorMultichannel, false, MultichannelChunk},
 };
 // Four channels of which nothing else is known are taken for process inks.
-constexpr ModeRow kFourChannels = {kMultichannel, 4, 0, false, CmykChunk};
+constexpr ModeRow kFourChannels = {kColorMultichannel, false, CmykChunk};
 
 const ModeRow* FindMode(uint32_t colorMode, uint32_t planeCount) {
-    if (colorMode == kMultichannel && planeCount == 4) return &kFourChannels;
+    if (colorMode == kColorMultichannel && planeCount == 4) return &kFourChannels;
     for (const ModeRow& row : kModes) {
         if (row.colorMode == colorMode) return &row;
     }
@@ -323,28 +317,8 @@ std::array<uint32_t, 256> FullPalette(const PlaneBlock& block) {
 
 }  // namespace
 
-uint64_t PlaneRowBytes(uint64_t width, uint32_t depth) {
-    switch (depth) {
-    case 1: return (width + 7) / 8;
-    case 8:
-    case 16:
-    case 32: return width * (depth / 8);
-    default: return 0;
-    }
-}
-
-uint32_t PlanesWithTransparency(uint32_t colorMode) {
-    const ModeRow* mode = FindMode(colorMode, 0);
-    return mode ? mode->planesWithTransparency : 0;
-}
-
-uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount) {
-    const ModeRow* mode = FindMode(colorMode, planeCount);
-    return mode ? mode->colorPlanes : 1;
-}
-
 bool ConvertsPlanes(const PlaneBlock& block) {
-    if (block.colorMode == kBitmap && block.depth == 1) return true;
+    if (block.colorMode == kColorBitmap && block.depth == 1) return true;
     const ModeRow* mode = FindMode(block.colorMode, block.planeCount);
     return mode && (block.depth == 8 || (mode->allDepths && (block.depth == 16 || block.depth == 32)));
 }
@@ -352,11 +326,12 @@ bool ConvertsPlanes(const PlaneBlock& block) {
 void ConvertPlanes(const PlaneBlock& block, uint32_t* pixels) {
     // Without a width there may be four billion rows of nothing.
     if (block.width == 0) return;
-    if (block.colorMode == kBitmap && block.depth == 1) return ConvertBitmap(block, pixels);
+    if (block.colorMode == kColorBitmap && block.depth == 1) return ConvertBitmap(block, pixels);
     if (!ConvertsPlanes(block)) return;
     const ModeRow* mode = FindMode(block.colorMode, block.planeCount);
-    const bool transparent = block.alpha && block.planeCount == mode->planesWithTransparency;
-    const auto palette = mode->colorMode == kIndexed ? FullPalette(block) : std::array<uint32_t, 256>{};
+    const bool transparent = block.alpha && block.planeCount == PlanesWithTransparency(block.colorMode);
+    const auto palette = mode->colorMode == kColorIndexed ? FullPalette(block) : std::array<uint32_t, 256>{};
+    const uint32_t colors = ColorPlanesUsed(block.colorMode, block.planeCount);
     const size_t sampleBytes = block.depth / 8;
     uint8_t reduced[5][kChunk];
     // Rows of whole bytes leave no gaps, so the rows are one run of samples.
@@ -373,7 +348,7 @@ void ConvertPlanes(const PlaneBlock& block, uint32_t* pixels) {
         Chunk chunk;
         chunk.alpha = bytesOf(transparent ? block.alpha : nullptr, reduced[4], kOpaqueSamples.data());
         for (size_t i = 0; i < 4; ++i) {
-            const uint8_t* plane = i < mode->colorPlanes ? block.color[i] : nullptr;
+            const uint8_t* plane = i < colors ? block.color[i] : nullptr;
             chunk.color[i] = bytesOf(plane, reduced[i], kAbsentSamples.data());
         }
         chunk.palette = palette.data();

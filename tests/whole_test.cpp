@@ -157,16 +157,25 @@ TEST(Bombs, AreRefusedOrReadInLittleMemory) {
 #endif
 
 TEST(Bombs, DrawingWithoutDataHasAnEnd) {
-    // An adjustment that draws nothing in this mode takes its share all the same, and hardly any time.
-    DocumentBuilder mixed(kColorGrayscale, 8, 1, 1024, 1024);
-    for (int i = 0; i < 300; ++i) mixed.Layer(Layer(0).Block("mixr", ByteWriter().U16(1).Zeros(42)));
-    mixed.Layer(Layer(1000).Block("lfx2", tools::DropShadow(75, 0, 0, 250)));
-    const Opened many = OpenBytes(mixed.MergedData({0, 0}).Build());
-    ASSERT_EQ(many.result, PsdReadResult::kOk);
-    ASSERT_EQ(Render(many.document.get(), 0, 0, 1024, 1024), PsdReadResult::kOk);
-    EXPECT_LT(many.document->drawingLeft, 6u * 1024u * 1024u);
-    auto* effects = FindProperty<EffectsRecord>(many.document->layers[300], kPropertyEffects);
-    EXPECT_TRUE(effects->renderPending[kSlotDropShadow]);
+    DocumentBuilder builder(kColorRgb, 8, 3, 2, 1);
+    builder.Layer(LayerBuilder({0, 0, 1, 1}).Solid(0xFF102030).Block("lfx2", tools::ColorOverlay()));
+    builder.Layer(LayerBuilder({1, 0, 2, 1}).ChannelData(-1, {0, 0, 9}).ChannelData(0, {0, 0, 9}));
+    builder.Layer(LayerBuilder({1, 0, 2, 2}).ChannelData(0, {0, 0, 9}));
+    builder.Layer(Layer(0).Block("nvrt", {}));
+    const Opened opened = OpenBytes(builder.Build());
+    ASSERT_EQ(opened.result, PsdReadResult::kOk);
+    PsdDocument& document = *opened.document;
+    ASSERT_EQ(Render(&document, 0, 0, 2, 1), PsdReadResult::kOk);
+    const uint32_t first = document.canvas[0];
+    EXPECT_EQ(document.canvas[1], 0xFFF6FFFF) << "all there is, inverted";
+
+    document.allowance.stepsSpent = UINT64_MAX;
+    Rendering rendering;
+    ASSERT_EQ(BeginRender(rendering, document, {0, 0, 2, 1}, 1), PsdReadResult::kOk);
+    for (PsdLayer& layer : document.layers.span()) ASSERT_EQ(DrawLayer(rendering, layer), PsdReadResult::kOk);
+    // Pixels that the data fills are drawn whatever else there is, and effects that were kept.
+    EXPECT_EQ(document.canvas[0], first ^ 0xFFFFFF);
+    EXPECT_EQ(document.canvas[1], 0xFF090000);
 }
 
 std::vector<uint32_t> Picture(const Bytes& file) {

@@ -10,8 +10,7 @@ import re
 import sys
 
 LEAVES = {
-    "document": {"platform", "checked_math", "big_endian", "psd_result", "channel_codec",
-                 "inflater"},
+    "document": {"platform", "checked_math", "big_endian", "psd_result", "plane_format", "allowance"},
     "render": {"pixel", "image_ops", "integer_hsl", "color_convert"},
 }
 BASE = {"psd_document", "byte_reader"}
@@ -30,7 +29,7 @@ def rank(path):
     if folder == "document":
         return 1 if name in BASE else 2
     if folder == "render":
-        return 5 if name == "render" else 3
+        return 5 if name in ("render", "streamed_render") else 3
     if folder == "properties":
         return 4
     if folder == "frontend":

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "document/channel_codec.h"
+#include "document/plane_format.h"
 #include "tests/support/document_builder.h"
 #include "tools/sample_blocks.h"
 

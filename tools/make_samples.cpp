@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "document/channel_codec.h"
+#include "document/plane_format.h"
 #include "tests/support/document_builder.h"
 #include "tools/sample_blocks.h"
 #include "tools/sample_picture.h"
