@@ -31,7 +31,7 @@ void Begin(PsdDocument& document, void* context) {
 // The canvas is made as soon as what has been read lets it be kept.
 PsdReadResult EnsureCanvas(StreamedRender& render, PsdDocument& document) {
     if (render.rendering.document) return PsdReadResult::kOk;
-    return BeginRender(render.rendering, document, WholeOf(document), 0);
+    return BeginRender(render.rendering, document, WholeOf(document), render.seed);
 }
 
 PsdReadResult Draw(PsdDocument& document, PsdLayer& layer, void* context) {

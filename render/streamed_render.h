@@ -8,6 +8,7 @@ namespace tessary {
 
 // A render that is fed by OpenDocument: hand it SinkOf as the sink and call EndStreamedRender behind it.
 struct StreamedRender {
+    uint64_t seed = 0;  // of the dissolve pattern; 0 takes the clock
     Rendering rendering;
     // The first layer that could not be drawn yet; it and those above it wait with their pixels.
     PsdLayer* firstWaiting = nullptr;
