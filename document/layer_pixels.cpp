@@ -46,10 +46,19 @@ uint32_t PlaneCountOf(const PsdLayer& layer, uint32_t colorMode) {
     return (found & full) == full ? withTransparency : withTransparency - 1;
 }
 
-bool HasData(const PsdLayer& layer) {
-    return std::ranges::any_of(layer.channels.span(), [](const PsdChannelInfo& channel) {
-        return !IsMaskId(channel.id) && channel.dataLength > kCodeBytes;
-    });
+// Whether there is data for pixels of the layer's size, as far as can be told before it is decoded.
+bool MayHavePixels(const PsdLayer& layer, uint32_t depth) {
+    uint64_t input = 0;
+    bool hasData = false;
+    for (const PsdChannelInfo& channel : layer.channels.span()) {
+        if (IsMaskId(channel.id)) continue;
+        hasData = hasData || channel.dataLength > kCodeBytes;
+        input += channel.dataLength;
+    }
+    const auto bytes = CheckedProduct({static_cast<uint64_t>(std::max(layer.width, 0)),
+                                       static_cast<uint64_t>(std::max(layer.height, 0)), sizeof(uint32_t)});
+    const uint64_t samples = SamplesIn(input * CompressionExpansion(kCompressionZip), depth);
+    return hasData && bytes && *bytes != 0 && MayKeepPixels(*bytes, input, samples);
 }
 
 ChannelPlan PlanOf(const PsdDocument& document, const PsdLayer& layer, bool isWanted) {
@@ -72,7 +81,7 @@ ChannelPlan PlanOf(const PsdDocument& document, const PsdLayer& layer, bool isWa
         ++assembly.planeCount;
     }
     plan.wantsMask = isWanted && document.depth >= 8;
-    assembly.isKept = isWanted && block.width != 0 && block.height != 0 && HasData(layer);
+    assembly.isKept = isWanted && MayHavePixels(layer, document.depth);
     return plan;
 }
 
@@ -96,8 +105,7 @@ PlaneShape ShapeOf(const PsdDocument& document, const PsdLayer& layer, int16_t i
 
 bool IsBelieved(const PlaneShape& shape, uint32_t dataLength, uint16_t compression) {
     const auto bytes = CheckedProduct({PlaneRowBytes(shape.width, shape.depth), shape.rows});
-    const auto pixels = CheckedProduct({shape.width, shape.rows, sizeof(uint32_t)});
-    return bytes && pixels && tessary::IsBelieved(*bytes, dataLength, CompressionExpansion(compression));
+    return bytes && tessary::IsBelieved(*bytes, dataLength, CompressionExpansion(compression));
 }
 
 PsdReadResult ReadMask(PlaneDecoder& decoder, PsdLayerMask& mask) {

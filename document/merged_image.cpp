@@ -49,6 +49,14 @@ PixelAssembly AssemblyOf(const PsdDocument& document) {
     return assembly;
 }
 
+// Whether so many bytes can become planes and pixels of the document's size.
+bool MayHavePixels(const PsdDocument& document, uint64_t input, uint32_t expansion) {
+    const auto plane = CheckedProduct({PlaneRowBytes(document.width, document.depth), document.height});
+    const auto pixels = CheckedProduct({document.width, document.height, sizeof(uint32_t)});
+    return plane && pixels && IsBelieved(*plane, input, expansion) &&
+           MayKeepPixels(*pixels, input, SamplesIn(input * expansion, document.depth));
+}
+
 PsdReadResult AssembleMerged(PsdDocument& document, PlaneDecoder& decoder) {
     PixelAssembly assembly = AssemblyOf(document);
     const uint32_t colors = ColorPlanesUsed(assembly.block.colorMode, assembly.block.planeCount);
@@ -88,9 +96,7 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
     PsdReadResult result = BeginPlanes(decoder, document, input, compression, shape, !IsVouchedFor(document));
     if (result != PsdReadResult::kOk) return result;
 
-    const auto planeBytes = CheckedProduct({PlaneRowBytes(document.width, document.depth), document.height});
-    const bool isBelieved = planeBytes && IsBelieved(*planeBytes, input, CompressionExpansion(compression));
-    if (isKept && isBelieved) {
+    if (isKept && MayHavePixels(document, input, CompressionExpansion(compression))) {
         result = AssembleMerged(document, decoder);
     } else if (isKept && IsVouchedFor(document)) {
         result = PsdReadResult::kOutOfMemory;

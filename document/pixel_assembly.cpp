@@ -97,7 +97,8 @@ void NotKept(PixelAssembly& assembly) {
 
 size_t RowsAtOnce(uint32_t width, uint32_t depth) {
     const uint64_t rowBytes = PlaneRowBytes(width, depth);
-    return rowBytes == 0 ? 1 : static_cast<size_t>(std::max<uint64_t>(kStepBytes / rowBytes, 1));
+    if (rowBytes == 0) return size_t{1} << 30;  // without samples there can be four billion rows
+    return static_cast<size_t>(std::max<uint64_t>(kStepBytes / rowBytes, 1));
 }
 
 PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t role, Allowance& allowance,

@@ -257,8 +257,7 @@ bool HasEnded(const PlaneDecoder& decoder) {
 }
 
 uint64_t FilledSamples(const PlaneDecoder& decoder) {
-    const uint32_t depth = decoder.shape.depth;
-    return depth == 1 ? 8 * decoder.filledBytes : decoder.filledBytes / SampleBytes(depth);
+    return SamplesIn(decoder.filledBytes, decoder.shape.depth);
 }
 
 PsdReadResult DropPlanes(PlaneDecoder& decoder) {

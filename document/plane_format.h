@@ -57,6 +57,11 @@ constexpr uint64_t PlaneRowBytes(uint64_t width, uint32_t depth) {
 // Bytes of a sample; 1 also for bits, of which a byte holds eight.
 constexpr size_t SampleBytes(uint32_t depth) { return std::max<size_t>(depth / 8, 1); }
 
+// Samples that so many bytes of a plane hold, the bits behind the end of a row included.
+constexpr uint64_t SamplesIn(uint64_t bytes, uint32_t depth) {
+    return depth == 1 ? 8 * bytes : bytes / SampleBytes(depth);
+}
+
 // How many planes an image of this mode has when one of them is its transparency plane: 2, 4 or 5; 0 for
 // modes that have none. Any other count means that the image is opaque.
 constexpr uint32_t PlanesWithTransparency(uint32_t colorMode) {

@@ -63,7 +63,17 @@ TEST(Render, DrawsInsideTheClampedRectangleOnly) {
 
 TEST(Render, NoiseIsFixedByItsSeed) {
     PsdDocument a, b;
-    a.width = a.height = b.width = b.height = 99;
+    for (PsdDocument* document : {&a, &b}) {
+        document->width = document->height = 99;
+        ASSERT_EQ(Render(document, 0, 0, 1, 1, 1), PsdReadResult::kOk);
+        EXPECT_FALSE(document->noiseMap) << "nothing dissolves";
+        document->layers = AllocateZeroed<PsdLayer>({1});
+        PsdLayer& layer = document->layers[0];
+        layer.bounds = {0, 0, 1, 1};
+        layer.width = layer.height = 1;
+        layer.image = AllocateZeroed<uint32_t>({1});
+        layer.blendMode = kBlendDissolve;
+    }
     for (const uint64_t seed : {1u, 9u}) ASSERT_EQ(Render(&a, 0, 0, 1, 1, seed), PsdReadResult::kOk);
     ASSERT_EQ(Render(&b, 0, 0, 1, 1, 1), PsdReadResult::kOk);
     EXPECT_TRUE(std::ranges::equal(a.noiseMap.span(), b.noiseMap.span())) << "the first pattern stays";

@@ -74,7 +74,7 @@ private:
     uint8_t Byte() { return Below(2) ? 255 : static_cast<uint8_t>(Below(256)); }
     Pixels Picture(const Rect& bounds) {
         Pixels pixels(static_cast<size_t>(bounds.Width() * bounds.Height()));
-        for (uint32_t& pixel : pixels) pixel = Byte() << 24 | Below(0x1000000);
+        for (uint32_t& pixel : pixels) pixel = PackPixel(Byte(), Below(256), Below(256), Below(256));
         return pixels;
     }
     std::mt19937 m_random;
