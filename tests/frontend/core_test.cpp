@@ -8,11 +8,13 @@
 
 #include "frontend/document_pixels.h"
 #include "frontend/exif_graft.h"
+#include "frontend/float_environment.h"
 #include "frontend/header_probe.h"
 #include "frontend/pixel_copy.h"
 #include "frontend/read_ahead.h"
 #include "frontend/thumbnail_image.h"
 #include "tests/support/document_builder.h"
+#include "tests/support/float_state.h"
 
 namespace tessary::test {
 namespace {
@@ -62,6 +64,28 @@ TEST(DocumentPixels, TakesThePictureThatTheFileVouchesFor) {
             << what << ": only the reading of the layers may move the stream";
     }
     EXPECT_EQ(Decoded(sound, PictureChoice::kAlwaysLayers).color, kLayerColor);
+}
+
+TEST(FloatEnvironment, IsTheSameForEveryHost) {
+    const auto decode = [](const Bytes& file) {
+        MemoryStream stream(file);
+        DocumentPixels picture;
+        EXPECT_EQ(DecodeDocumentPixels(&stream, picture), PsdReadResult::kOk);
+        return std::vector<uint32_t>(picture.pixels.get(), picture.pixels.get() + picture.pixels.count());
+    };
+    const std::vector<Bytes> files = DocumentsOfMuchArithmetic();
+    for (const Bytes& file : files) {
+        const std::vector<uint32_t> want = decode(file);
+        std::vector<uint32_t> got;
+        for (const FloatState& state : kFloatStates) {
+            const auto call = [&] {
+                const FloatEnvironmentScope scope;
+                got = decode(file);
+            };
+            EXPECT_TRUE(KeepsFloatState(state, call)) << &file - files.data();
+            EXPECT_EQ(got, want) << &file - files.data();
+        }
+    }
 }
 
 // A document without merged data, so that large sizes cost nothing.
