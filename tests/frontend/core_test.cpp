@@ -15,6 +15,7 @@
 #include "frontend/thumbnail_image.h"
 #include "tests/support/document_builder.h"
 #include "tests/support/float_state.h"
+#include "tests/support/portable_codec.h"
 
 namespace tessary::test {
 namespace {
@@ -255,6 +256,18 @@ TEST(ReadAhead, RefillsWhereTheBufferEndsAndBelievesNoSource) {
         boasting.source.claimsMore = true;
         boasting.Read(count);
         EXPECT_TRUE(boasting.got == 0 && boasting.state.position == 0);
+    }
+}
+
+TEST(ReadAhead, TakesSourcesThatDoNotTellTheirSize) {
+    const Bytes file = Header(1, 1).HasRealMergedData(false).Resolution(90, 1).Merged({1, 2, 3}).Build();
+    for (const uint32_t size : {0u, 8u, 4096u}) {  // of the buffer, 0 for none
+        MemoryStream source(file);
+        source.statFails = true;
+        source.position = 3;
+        PortableCodec codec(&source, size);
+        EXPECT_EQ(codec.Everything(), PsdReadResult::kOk) << size;
+        EXPECT_EQ(codec.info.dpiX, 90u) << size;
     }
 }
 
