@@ -14,8 +14,8 @@ LEAVES = {
     "render": {"pixel", "image_ops", "integer_hsl", "color_convert"},
 }
 BASE = {"psd_document", "byte_reader"}
-CORE = {"document_pixels", "exif_graft", "header_probe", "pixel_copy", "read_ahead", "registry_script",
-        "stream_position", "thumbnail_image"}
+CORE = {"document_pixels", "exif_graft", "float_environment", "header_probe", "pixel_copy", "read_ahead",
+        "registry_script", "stream_position", "thumbnail_image"}
 EXCEPTIONS = {("document/tagged_blocks.cpp", "properties/property_readers.h")}
 PROCESSOR = {("render/pixel_vectors.h", "immintrin.h"), ("render/vector_path.cpp", "immintrin.h"),
              ("render/vector_path.cpp", "intrin.h"), ("render/vector_path.cpp", "cpuid.h")}

@@ -8,11 +8,14 @@
 
 #include "frontend/document_pixels.h"
 #include "frontend/exif_graft.h"
+#include "frontend/float_environment.h"
 #include "frontend/header_probe.h"
 #include "frontend/pixel_copy.h"
 #include "frontend/read_ahead.h"
 #include "frontend/thumbnail_image.h"
 #include "tests/support/document_builder.h"
+#include "tests/support/float_state.h"
+#include "tests/support/portable_codec.h"
 
 namespace tessary::test {
 namespace {
@@ -62,6 +65,28 @@ TEST(DocumentPixels, TakesThePictureThatTheFileVouchesFor) {
             << what << ": only the reading of the layers may move the stream";
     }
     EXPECT_EQ(Decoded(sound, PictureChoice::kAlwaysLayers).color, kLayerColor);
+}
+
+TEST(FloatEnvironment, IsTheSameForEveryHost) {
+    const auto decode = [](const Bytes& file) {
+        MemoryStream stream(file);
+        DocumentPixels picture;
+        EXPECT_EQ(DecodeDocumentPixels(&stream, picture), PsdReadResult::kOk);
+        return std::vector<uint32_t>(picture.pixels.get(), picture.pixels.get() + picture.pixels.count());
+    };
+    const std::vector<Bytes> files = DocumentsOfMuchArithmetic();
+    for (const Bytes& file : files) {
+        const std::vector<uint32_t> want = decode(file);
+        std::vector<uint32_t> got;
+        for (const FloatState& state : kFloatStates) {
+            const auto call = [&] {
+                const FloatEnvironmentScope scope;
+                got = decode(file);
+            };
+            EXPECT_TRUE(KeepsFloatState(state, call)) << &file - files.data();
+            EXPECT_EQ(got, want) << &file - files.data();
+        }
+    }
 }
 
 // A document without merged data, so that large sizes cost nothing.
@@ -231,6 +256,18 @@ TEST(ReadAhead, RefillsWhereTheBufferEndsAndBelievesNoSource) {
         boasting.source.claimsMore = true;
         boasting.Read(count);
         EXPECT_TRUE(boasting.got == 0 && boasting.state.position == 0);
+    }
+}
+
+TEST(ReadAhead, TakesSourcesThatDoNotTellTheirSize) {
+    const Bytes file = Header(1, 1).HasRealMergedData(false).Resolution(90, 1).Merged({1, 2, 3}).Build();
+    for (const uint32_t size : {0u, 8u, 4096u}) {  // of the buffer, 0 for none
+        MemoryStream source(file);
+        source.statFails = true;
+        source.position = 3;
+        PortableCodec codec(&source, size);
+        EXPECT_EQ(codec.Everything(), PsdReadResult::kOk) << size;
+        EXPECT_EQ(codec.info.dpiX, 90u) << size;
     }
 }
 
