@@ -2,7 +2,7 @@
 // keeps hostile files from taking too much may cost these a pixel.
 #include <gtest/gtest.h>
 
-#include "document/channel_codec.h"
+#include "document/plane_format.h"
 #include "frontend/document_pixels.h"
 #include "render/render.h"
 #include "tests/support/document_builder.h"
