@@ -1,5 +1,5 @@
-// The loops behind adjustment_pixels.h, for the instruction set that pixel_vectors.h was asked for. Defines
-// functions that are not inline: one file for each set includes it.
+// The loops behind adjustment_pixels.h, for the instruction set that pixel_vectors.h was asked for;
+// part of its kernels.
 #pragma once
 
 #include "properties/adjustment_pixels.h"
@@ -71,8 +71,6 @@ uint32_t AddInks(uint32_t inks, const SelectiveMap::HueValues& hue, const Select
     return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(_mm_packs_epi32(sums, zero), zero)));
 }
 
-}  // namespace
-
 void MapHueRow(const HueMap& map, const uint32_t* in, uint32_t* out, size_t count) {
     MapChunks(in, out, count, [&map](uint32_t* pixels, size_t n) {
         uint32_t hues[kChunk], saturations[kChunk], lightnesses[kChunk];
@@ -124,5 +122,7 @@ void MapSelectiveRow(const SelectiveMap& map, const uint32_t* in, uint32_t* out,
         }
     });
 }
+
+}  // namespace
 
 }  // namespace tessary::TESSARY_VECTORS

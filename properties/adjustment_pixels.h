@@ -1,6 +1,6 @@
 // The adjustments that look at whole pixels. Each is made once a layer and then maps pixels: the light ones
 // are callables that take the colour bytes of one pixel as integers 0..255 and rewrite them, the heavy ones
-// map whole rows and keep the alpha bytes; for them `path` is one that the processor has.
+// have kernels that map whole rows.
 #pragma once
 
 #include <array>
@@ -8,7 +8,6 @@
 
 #include "properties/adjustment_records.h"
 #include "render/pixel.h"
-#include "render/vector_path.h"
 
 namespace tessary {
 
@@ -24,7 +23,6 @@ struct HueMap {
     static constexpr int16_t kUnchanged = -1;
 
     explicit HueMap(const HueRecord& record);
-    void MapRow(const uint32_t* in, uint32_t* out, size_t count, VectorPath path = WidestVectorPath()) const;
 
     Shift shifts[360];
 };
@@ -37,7 +35,6 @@ struct SelectiveMap {
     };
 
     explicit SelectiveMap(const SelectiveRecord& record);
-    void MapRow(const uint32_t* in, uint32_t* out, size_t count, VectorPath path = WidestVectorPath()) const;
 
     // What a hue's classes, of which there are at most two, add for each step of what is there.
     struct HueValues {

@@ -2,6 +2,7 @@
 
 #include "properties/adjustment_pixels.h"
 #include "properties/adjustment_tables.h"
+#include "render/kernels.h"
 
 namespace tessary {
 namespace {
@@ -83,10 +84,12 @@ void DrawRecordMap(const void* record, const PixelArea& area) {
     DrawCallback(area, Map(*static_cast<const Record*>(record)));
 }
 
-template <class Record, class Map>
+template <class Record, class Map, auto Kernels::*mapRow>
 void DrawRecordRows(const void* record, const PixelArea& area) {
     const Map map(*static_cast<const Record*>(record));
-    MapRows(area, [&](const uint32_t* in, uint32_t* out, size_t count) { map.MapRow(in, out, count); });
+    MapRows(area, [&](const uint32_t* in, uint32_t* out, size_t count) {
+        (WidestKernels().*mapRow)(map, in, out, count);
+    });
 }
 
 constexpr ByteTable kInverse = [] {
@@ -121,9 +124,9 @@ constexpr KindRow kKindRows[] = {
     {kLayerBalance, kPropertyBalance, kAnyMode, 1, BuildWith<BalanceRecord, BuildBalanceTables>,
      DrawRecordTables<BalanceRecord>},
     {kLayerHue, kPropertyHue, kAnyMode, 3, BuildWith<HueRecord, BuildHueWeights>,
-     DrawRecordRows<HueRecord, HueMap>},
+     DrawRecordRows<HueRecord, HueMap, &Kernels::mapHueRow>},
     {kLayerSelective, kPropertySelective, kAnyMode, 4, nullptr,
-     DrawRecordRows<SelectiveRecord, SelectiveMap>},
+     DrawRecordRows<SelectiveRecord, SelectiveMap, &Kernels::mapSelectiveRow>},
     {kLayerThreshold, kPropertyThreshold, kAnyMode, 1, nullptr, DrawRecordMap<ThresholdRecord, ThresholdMap>},
     {kLayerInvert, kNoRecord, kAnyMode, 1, nullptr, DrawInverse},
     {kLayerPosterize, kPropertyPosterize, kAnyMode, 1, BuildWith<PosterizeRecord, BuildPosterizeTable>,

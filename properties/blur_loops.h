@@ -1,26 +1,11 @@
-// The loops behind effect_blur.h, for the instruction set that pixel_vectors.h was asked for. Defines a
-// function that is not inline: one file for each set includes it.
+// The loops behind effect_blur.h, for the instruction set that pixel_vectors.h was asked for; part of its
+// kernels.
 #pragma once
 
+#include "properties/effect_blur.h"
 #include "render/pixel_vectors.h"
 
-namespace tessary {
-
-// What a blur works with. Borrows everything.
-struct BlurJob {
-    uint32_t* pixels;
-    size_t width, height;
-    // Of the centre, then of the places at distance 1, 2, ... on both sides, the last of which is `reach`.
-    // That is even; where the kernel is not, its last weight is 0.
-    const uint16_t* weights;
-    size_t reach;
-    uint64_t sum;     // of all weights on both sides
-    uint16_t* strip;  // 2 * reach + max(width, height) rows of kBlurStripColumns
-};
-
-inline constexpr size_t kBlurStripColumns = 16;
-
-namespace TESSARY_VECTORS {
+namespace tessary::TESSARY_VECTORS {
 
 namespace {
 
@@ -83,8 +68,6 @@ void BlurColumns(const BlurJob& job, size_t columns, size_t rows, const Fetch& f
     }
 }
 
-}  // namespace
-
 void BlurAlpha(const BlurJob& job) {
     const auto get = [&job](size_t x, size_t y) {
         return static_cast<uint8_t>(job.pixels[y * job.width + x] >> 24);
@@ -99,6 +82,6 @@ void BlurAlpha(const BlurJob& job) {
     BlurColumns(job, job.width, job.height, get, put);
 }
 
-}  // namespace TESSARY_VECTORS
+}  // namespace
 
-}  // namespace tessary
+}  // namespace tessary::TESSARY_VECTORS

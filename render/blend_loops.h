@@ -1,5 +1,5 @@
-// The loops behind blend_rows.h, for the instruction set that pixel_vectors.h was asked for. Defines a
-// function that is not inline: one file for each set includes it.
+// The loops behind blend_rows.h, for the instruction set that pixel_vectors.h was asked for; part of its
+// kernels.
 #pragma once
 
 #include <iterator>
@@ -192,8 +192,6 @@ constexpr BlendRowFunction kGeneralRows[] = {
 };
 static_assert(std::size(kGeneralRows) == kBlendLuminosity + 1);
 
-}  // namespace
-
 BlendRowFunction SelectRow(PsdBlendMode mode, bool fast, bool ranges) {
     if (mode == kBlendDissolve) return ranges ? DissolveRowWithRanges : DissolveRow;
     if (mode == kBlendNormal && fast) {
@@ -201,5 +199,7 @@ BlendRowFunction SelectRow(PsdBlendMode mode, bool fast, bool ranges) {
     }
     return mode < std::size(kGeneralRows) ? kGeneralRows[mode] : BlendRow<Rule::kGeneral, BlendNothing>;
 }
+
+}  // namespace
 
 }  // namespace tessary::TESSARY_VECTORS

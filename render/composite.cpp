@@ -4,6 +4,7 @@
 
 #include "render/blend_rows.h"
 #include "render/coverage.h"
+#include "render/kernels.h"
 
 namespace tessary {
 
@@ -18,7 +19,7 @@ CompositeSource CompositeSourceOf(const PsdLayer& layer) {
             .layer = &layer};
 }
 
-void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area, VectorPath path) {
+void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area) {
     if (area.IsEmpty()) return;
     const PsdLayer* group = source.layer->parent;
     const PsdBlendMode mode = EffectiveMode(source.blendMode, group);
@@ -28,7 +29,7 @@ void CompositeLayer(PsdDocument& document, const CompositeSource& source, const 
     const uint8_t* noise = document.noiseMap.get();
     if (gate.drawsNothing || (mode == kBlendDissolve && !noise)) return;
 
-    const BlendRowFunction blendRow = SelectBlendRow(mode, fast, ranges, path);
+    const BlendRowFunction blendRow = WidestKernels().selectBlendRow(mode, fast, ranges);
     const BlendSettings settings = {EffectiveOpacity(source.opacity, source.fillOpacity, group), gate.keep,
                                     gate.open ? nullptr : &gate, !fast};
     const bool hasCoverage = source.mask && !source.mask->disabled;

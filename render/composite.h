@@ -5,7 +5,6 @@
 #include <cstdint>
 
 #include "document/psd_document.h"
-#include "render/vector_path.h"
 
 namespace tessary {
 
@@ -26,8 +25,6 @@ CompositeSource CompositeSourceOf(const PsdLayer& layer);
 
 // Composites `source` onto the canvas inside `area` (canvas coordinates, already clipped to the canvas and to
 // the source's bounds). Never fails. Pixels of coverage 0 keep every bit.
-//   path   one that the processor has; all give the same pixels
-void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area,
-                    VectorPath path = WidestVectorPath());
+void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area);
 
 }  // namespace tessary

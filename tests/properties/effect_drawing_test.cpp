@@ -97,9 +97,10 @@ TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
                 pixels.push_back(plane.alphas.back() << 24 | i);
             }
             auto narrowly = pixels;
-            for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
-                auto& image = path == VectorPath::kSse2 ? narrowly : pixels;
-                const auto result = BlurAlpha(image.data(), size_t(width), size_t(height), radius, path);
+            for (const bool isNarrow : {true, false}) {
+                auto& image = isNarrow ? narrowly : pixels;
+                const auto result = BlurAlpha(image.data(), size_t(width), size_t(height), radius,
+                                              isNarrow ? sse2::kKernels : WidestKernels());
                 ASSERT_EQ(result, PsdReadResult::kOk);
             }
             EXPECT_EQ(narrowly, pixels);

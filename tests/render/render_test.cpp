@@ -14,8 +14,8 @@
 
 #include "document/platform.h"
 #include "properties/effect_records.h"
-#include "render/blend_rows.h"
 #include "render/color_convert.h"
+#include "render/kernels.h"
 #include "render/pixel_vectors.h"
 #include "tests/render/plain_rule.h"
 #include "tests/support/document_builder.h"
@@ -369,11 +369,12 @@ int Differences(const PlainLayer& rule, const std::vector<uint32_t>& layer,
                 const std::vector<uint8_t>& coverage, const std::vector<uint32_t>& canvas,
                 const std::vector<uint8_t>& noise) {
     int wrong = 0;
-    for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
+    for (const Kernels* kernels : {&sse2::kKernels, &WidestKernels()}) {
         std::vector<uint32_t> drawn = canvas;
-        SelectBlendRow(static_cast<PsdBlendMode>(rule.mode), rule.fast, rule.ranges,
-                       path)({drawn.data(), layer.data(), coverage.data(), noise.data(), drawn.size()},
-                             {static_cast<uint32_t>(rule.opacity), rule.keep});
+        const auto row =
+            kernels->selectBlendRow(static_cast<PsdBlendMode>(rule.mode), rule.fast, rule.ranges);
+        row({drawn.data(), layer.data(), coverage.data(), noise.data(), drawn.size()},
+            {static_cast<uint32_t>(rule.opacity), rule.keep});
         for (size_t i = 0; i < drawn.size(); ++i) {
             wrong += drawn[i] != PlainPixel(rule, layer[i], coverage[i], canvas[i], true, noise[i]);
         }
