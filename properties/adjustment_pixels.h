@@ -46,19 +46,6 @@ struct SelectiveMap {
     uint8_t whole;       // 255 when amounts are absolute and not shares of what is there, else 0
 };
 
-class ThresholdMap {
-public:
-    explicit ThresholdMap(const ThresholdRecord& record) : m_level(record.level) {}
-
-    void operator()(int32_t& red, int32_t& green, int32_t& blue) const {
-        const int32_t luminance = (28 * blue + 151 * green + 77 * red) >> 8;
-        red = green = blue = luminance >= m_level ? 255 : 0;
-    }
-
-private:
-    int32_t m_level;
-};
-
 // What each value of each input channel adds to the three output channels.
 class MixerMap {
 public:
@@ -80,24 +67,6 @@ private:
     std::array<Sums, 256> m_ofRed;  // and the constants
     std::array<Sums, 256> m_ofGreen;
     std::array<Sums, 256> m_ofBlue;
-};
-
-class GradientMapMap {
-public:
-    explicit GradientMapMap(const GradientMapRecord& record)
-        : m_table(record.table), m_flip(record.reverse ? 255 : 0) {}
-
-    void operator()(int32_t& red, int32_t& green, int32_t& blue) const {
-        const int32_t luminance = (77 * red + 151 * green + 28 * blue) >> 8;
-        const uint32_t color = m_table[static_cast<size_t>(luminance ^ m_flip)];  // ^ 255 is 255 - luminance
-        red = static_cast<int32_t>(Red(color));
-        green = static_cast<int32_t>(Green(color));
-        blue = static_cast<int32_t>(Blue(color));
-    }
-
-private:
-    const std::array<uint32_t, 256>& m_table;
-    int32_t m_flip;
 };
 
 }  // namespace tessary

@@ -5,6 +5,7 @@
 #include "document/platform.h"
 #include "properties/apply_adjustment.h"
 #include "properties/draw_effects.h"
+#include "properties/table_run.h"
 #include "render/composite.h"
 #include "render/coverage.h"
 #include "render/image_ops.h"
@@ -109,11 +110,13 @@ bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) 
 
 // Draws an adjustment without pixels and effects of its own, as many rows at a time as stay in the cache. A
 // buffer of document size, as effects would need it, costs more than the adjustment.
-void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area, Owned<TableRun>& run) {
     CoverDocument(document, layer);
     if (AdjustmentStepsPerPixel(layer) == 0) return;
     const Rect part = UnmaskedPart(layer, area);
     if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjust(document, layer, part)) return;
+    if (DeferTables(run, document, layer, part)) return;
+    DrawDeferredTables(run, document);
     constexpr int64_t kStripPixels = 1 << 16;
     const int64_t rows = std::clamp<int64_t>(kStripPixels / part.Width(), 1, part.Height());
     const Owned<uint32_t> pixels =
@@ -136,12 +139,15 @@ void DrawWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     if (DrawPixels(document, layer, area)) DrawEffectsAbove(document, layer, area);
 }
 
-void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area, Owned<TableRun>& run) {
     if (!IsDrawn(layer)) return;
     const bool isAdjustment = layer.layerKind >= kLayerLevels;
+    if (!isAdjustment && !layer.image) return;
     if (isAdjustment && !layer.image) {
         const uint64_t bytes = document.canvas.count() * sizeof(uint32_t);
-        if (bytes > document.effectRoom || !HasEffects(layer)) return DrawAdjustment(document, layer, area);
+        if (bytes > document.effectRoom || !HasEffects(layer))
+            return DrawAdjustment(document, layer, area, run);
+        DrawDeferredTables(run, document);
         if (!MayAdjust(document, layer, area)) return;
         document.effectRoom -= bytes;
         ApplyAdjustment(document, layer, area);
@@ -152,6 +158,7 @@ void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
         document.effectRoom += bytes;
         return;
     }
+    DrawDeferredTables(run, document);
     if (!SpendDrawing(document.layersLeft, OwnSteps(layer, area))) return;
     if (isAdjustment) ApplyAdjustment(document, layer, area);
     DrawWithEffects(document, layer, area);
@@ -179,7 +186,9 @@ PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width,
     FillRect(document->canvas.get(), document->width, area, kBackground);
     ShareDrawing(*document, area);
     document->effectRoom = RoomForBuffers(*document);
-    for (PsdLayer& layer : document->layers.span()) DrawLayer(*document, layer, area);
+    Owned<TableRun> run;
+    for (PsdLayer& layer : document->layers.span()) DrawLayer(*document, layer, area, run);
+    DrawDeferredTables(run, *document);
     return PsdReadResult::kOk;
 }
 
