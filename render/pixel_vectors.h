@@ -112,7 +112,11 @@ inline Pixels operator&(Pixels a, Pixels b) { return BitAnd(a.bits, b.bits); }
 inline Pixels operator|(Pixels a, Pixels b) { return BitOr(a.bits, b.bits); }
 inline Pixels operator==(Pixels a, Pixels b) { return TESSARY_INTRINSIC(cmpeq_epi32)(a.bits, b.bits); }
 inline Pixels operator>(Pixels a, Pixels b) { return TESSARY_INTRINSIC(cmpgt_epi32)(a.bits, b.bits); }
+inline Pixels HigherOf(Pixels a, Pixels b) { return TESSARY_INTRINSIC(max_epi16)(a.bits, b.bits); }
 inline Pixels LowerOf(Pixels a, Pixels b) { return TESSARY_INTRINSIC(min_epi16)(a.bits, b.bits); }
+// Byte by byte.
+inline Pixels LowerBytes(Pixels a, Pixels b) { return TESSARY_INTRINSIC(min_epu8)(a.bits, b.bits); }
+inline Pixels HigherBytes(Pixels a, Pixels b) { return TESSARY_INTRINSIC(max_epu8)(a.bits, b.bits); }
 inline Pixels Without(Pixels a, Pixels mask) { return NotAnd(mask.bits, a.bits); }
 inline Pixels Choose(Pixels mask, Pixels a, Pixels b) { return (a & mask) | Without(b, mask); }
 
@@ -124,6 +128,7 @@ inline Words operator<<(Words a, int n) { return TESSARY_INTRINSIC(slli_epi16)(a
 inline Words operator&(Words a, Words b) { return BitAnd(a.bits, b.bits); }
 inline Words operator^(Words a, Words b) { return BitXor(a.bits, b.bits); }
 inline Words operator>(Words a, Words b) { return TESSARY_INTRINSIC(cmpgt_epi16)(a.bits, b.bits); }
+inline Words HighProduct(Words a, Words b) { return TESSARY_INTRINSIC(mulhi_epu16)(a.bits, b.bits); }
 inline Words LowerOf(Words a, Words b) { return TESSARY_INTRINSIC(min_epi16)(a.bits, b.bits); }
 inline Words HigherOf(Words a, Words b) { return TESSARY_INTRINSIC(max_epi16)(a.bits, b.bits); }
 
@@ -156,11 +161,13 @@ inline Pixels DividedByDivision(Floats numerator, Floats divisor, float limit) {
 // leaves 1 in 2 million after a step of refinement; the reciprocal is made larger by 1 part in 500,000,
 // enough to keep whole quotients from falling short, and too little to lift any other to the next whole
 // number: those are away from it by 1 part in 130,000 at least.
-inline Pixels Divided(Floats numerator, Floats divisor, float limit) {
+inline Floats ReciprocalOf(Floats divisor) {
     constexpr float kTwoAndMore = 2.0f + 1.0f / (1 << 19);
     const Floats guess = TESSARY_INTRINSIC(rcp_ps)(divisor.bits);
-    const Floats reciprocal = guess * (kTwoAndMore - divisor * guess);  // no number for a divisor of 0
-    return Truncate(LowerOf(numerator * reciprocal, limit));
+    return guess * (kTwoAndMore - divisor * guess);  // no number for a divisor of 0
+}
+inline Pixels Divided(Floats numerator, Floats divisor, float limit) {
+    return Truncate(LowerOf(numerator * ReciprocalOf(divisor), limit));
 }
 
 inline Rgb<Floats> ChannelsOf(Pixels pixels) {

@@ -15,6 +15,7 @@
 #include "document/platform.h"
 #include "properties/effect_records.h"
 #include "render/color_convert.h"
+#include "render/hsl_vectors.h"
 #include "render/kernels.h"
 #include "render/pixel_vectors.h"
 #include "tests/render/plain_rule.h"
@@ -420,6 +421,44 @@ TEST(WholeHsl, EveryColorAndEveryHueFollowThePlainRule) {
         const Rgb<Floats> bytes = ChannelsOf(Load(all));
         wrong += compare(HslToRgb<Floats>({float(i >> 16), bytes.green, bytes.blue}), i, PlainToRgb);
         if (i >> 24 == 0) wrong += compare(RgbToHsl(bytes), i, PlainToHsl);
+    }
+    EXPECT_EQ(wrong, 0);
+}
+
+// What the blend modes make of colours without their hues.
+TEST(BlendModes, EveryColorKeepsItsHue) {
+    using namespace sse2;
+    const auto at = [](ChannelWords words, size_t i) {  // 0 and 1 of the lower words, 2 and 3 of the higher
+        uint16_t all[2][8];
+        Store(reinterpret_cast<uint32_t*>(all[0]), words.low.bits);
+        Store(reinterpret_cast<uint32_t*>(all[1]), words.high.bits);
+        const uint16_t* const pixel = all[i / 2] + i % 2 * 4;
+        return PlainColor{{pixel[2], pixel[1], pixel[0]}};
+    };
+    int wrong = 0;
+    for (uint32_t i = 0; i < 1 << 24; i += kPixels) {
+        const uint32_t colors[] = {i, i + 1, i + 2, i + 3};
+        const ChannelExtremes extremes(Load(colors));
+        const ChannelWords sixtieths = SixtiethsOf(Load(colors), extremes);
+        const ChannelWords far = ColorOf(sixtieths, 255, 127);  // channels 1..253 tell sixtieths apart
+        const ChannelWords rest = ToWords(SaturationOf(extremes), LightnessOf(extremes), 0);
+        for (size_t k = 0; k < kPixels; ++k) {
+            const PlainColor want = PlainToHsl(test::ColorOf(colors[k])), got = at(rest, k);
+            const PlainColor wantFar = PlainToRgb({{want.c[0], 255, 127}}), gotFar = at(far, k);
+            wrong += got.c[0] != want.c[1] || got.c[1] != want.c[2];
+            wrong += !std::ranges::equal(gotFar.c, wantFar.c);
+        }
+    }
+    EXPECT_EQ(wrong, 0);
+    for (uint32_t i = 0; i < 61 << 16; i += kPixels) {
+        const uint32_t hue = i >> 16, saturation = i >> 8 & 255, lightness = i & 255;
+        const uint32_t each[] = {lightness, lightness + 1, lightness + 2, lightness + 3};
+        const ChannelWords color = ColorOf(ToWords(60, hue, 0), saturation, Load(each));
+        for (size_t k = 0; k < kPixels; ++k) {
+            const PlainColor got = at(color, k);
+            const PlainColor want = PlainToRgb({{int(hue), int(saturation), int(each[k])}});
+            wrong += !std::ranges::equal(got.c, want.c);
+        }
     }
     EXPECT_EQ(wrong, 0);
 }
