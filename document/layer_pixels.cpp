@@ -131,6 +131,15 @@ PsdReadResult ReadChannel(PsdDocument& document, const PsdChannelInfo& channel, 
     return ReadPlane(document, compression, length, slot, plane, layer, state);
 }
 
+// Takes note whether any of the rows first..end - 1, to which these alphas belong, is covered.
+void ExtendCoveredRows(PsdLayer& layer, const uint8_t* alphas, size_t count, uint64_t first, uint64_t end) {
+    // All are 0 where the first is and each is as the one before.
+    const bool isCovered = !alphas || alphas[0] != 0 || std::memcmp(alphas, alphas + 1, count - 1) != 0;
+    if (!isCovered) return;
+    if (layer.coveredTop == layer.coveredBottom) layer.coveredTop = static_cast<int32_t>(first);
+    layer.coveredBottom = static_cast<int32_t>(end);
+}
+
 PsdReadResult ConvertLayer(PsdLayer& layer, LayerPlanes& planes, uint8_t* buffers) {
     const Plane& frame = planes.frame;
     if (frame.bytes == 0) return PsdReadResult::kOk;
@@ -140,6 +149,7 @@ PsdReadResult ConvertLayer(PsdLayer& layer, LayerPlanes& planes, uint8_t* buffer
     const uint32_t depth = planes.block.depth;
     const PlaneSteps steps = StepsOf(frame);
     uint32_t* pixels = layer.image.get();
+    if (!frame.isFlat) layer.coveredBottom = layer.coveredTop = 0;
     for (uint64_t at = 0; at < steps.units; at += steps.unitsPerStep) {
         const uint64_t units = std::min(steps.unitsPerStep, steps.units - at);
         const size_t count = static_cast<size_t>(units * steps.unitSamples);
@@ -163,6 +173,7 @@ PsdReadResult ConvertLayer(PsdLayer& layer, LayerPlanes& planes, uint8_t* buffer
         block.alpha = samples[kSlotAlpha];
         for (uint32_t i = 0; i < 4; ++i) block.color[i] = samples[kSlotColor + i];
         if (ConvertsPlanes(planes.block)) ConvertPlanes(block, pixels);
+        if (!frame.isFlat) ExtendCoveredRows(layer, block.alpha, count, at, at + units);
         pixels += count;
     }
     for (uint32_t slot = 0; slot < kSlotMask; ++slot) planes.slots[slot].used = true;

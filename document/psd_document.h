@@ -201,7 +201,9 @@ struct PsdLayer {
     int32_t channelRangeCount = 0;
     Owned<PsdBlendRanges> channelRanges;
     PsdPascalString name;
-    Owned<uint32_t> image;  // width x height pixels, or null for an empty layer
+    Owned<uint32_t> image;   // width x height pixels, or null for an empty layer
+    int32_t coveredTop = 0;  // rows of the image as the file has it: all others are known to be transparent
+    int32_t coveredBottom = INT32_MAX;
     PsdPropertyList propertyList;
     bool hasAdjustment = false;
     bool rebuildTables = false;

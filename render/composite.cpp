@@ -9,9 +9,18 @@
 namespace tessary {
 
 CompositeSource CompositeSourceOf(const PsdLayer& layer) {
+    Rect covered = layer.bounds;
+    // An adjustment's own pixels show what the canvas does.
+    if (layer.layerKind < kLayerLevels) {
+        covered.top = static_cast<int32_t>(
+            std::min(int64_t{layer.bounds.top} + layer.coveredTop, int64_t{layer.bounds.bottom}));
+        covered.bottom = static_cast<int32_t>(
+            std::min(int64_t{layer.bounds.top} + layer.coveredBottom, int64_t{layer.bounds.bottom}));
+    }
     return {.pixels = layer.image.get(),
             .rowPixels = static_cast<size_t>(std::max(layer.width, 0)),
             .bounds = layer.bounds,
+            .covered = covered,
             .blendMode = layer.blendMode,
             .opacity = layer.opacity,
             .fillOpacity = layer.fillOpacity,
@@ -19,7 +28,8 @@ CompositeSource CompositeSourceOf(const PsdLayer& layer) {
             .layer = &layer};
 }
 
-void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area) {
+void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& clipped) {
+    const Rect area = Intersect(clipped, source.covered);
     if (area.IsEmpty()) return;
     const PsdLayer* group = source.layer->parent;
     const PsdBlendMode mode = EffectiveMode(source.blendMode, group);

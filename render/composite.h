@@ -13,6 +13,7 @@ struct CompositeSource {
     const uint32_t* pixels = nullptr;
     size_t rowPixels = 0;  // words from one row of pixels to the next
     Rect bounds;           // where the first pixel lies and how far they go, canvas coordinates
+    Rect covered;          // beyond it all pixels are transparent, canvas coordinates
     PsdBlendMode blendMode = kBlendNormal;
     uint8_t opacity = 255;
     uint8_t fillOpacity = 255;

@@ -128,7 +128,7 @@ void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area, Ow
     for (Rect strip = part; strip.top < part.bottom; strip.top = strip.bottom) {
         strip.bottom = static_cast<int32_t>(std::min(strip.top + rows, int64_t{part.bottom}));
         if (!RecolorCanvas(document, layer, strip, pixels.get(), source.rowPixels)) return;
-        source.bounds = strip;
+        source.bounds = source.covered = strip;
         CompositeLayer(document, source, strip);
     }
 }

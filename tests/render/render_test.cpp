@@ -100,6 +100,27 @@ TEST(Render, DrawsDocumentsAsTheirRecordsSay) {
     }
 }
 
+// Rows that are known to be transparent are passed over, and no others; a second layer inverts the canvas in
+// pixels of its own, which are transparent in the file.
+TEST(Render, DrawsEveryCoveredRow) {
+    constexpr int32_t kWidth = 64, kHeight = 5000;
+    constexpr Rect kTall = {0, 0, kWidth, kHeight};
+    for (const int32_t row : {0, 1023, 1024, 2500, kHeight - 1}) {
+        Pixels pixels(size_t{kWidth} * kHeight, 0x00FF0000);
+        pixels[static_cast<size_t>(row * kWidth + kWidth - 1)] = 0xFF102030;
+        DocumentBuilder builder(kColorRgb, 8, 3, kWidth, kHeight);
+        builder.Layer(LayerBuilder({0, -1, kWidth, kHeight - 1}).Pixels(pixels, 1));
+        builder.Layer(LayerBuilder(kTall).Solid(0).Block("nvrt", {}));
+        const Opened opened = OpenBytes(builder.Build());
+        ASSERT_EQ(Render(opened.document.get(), 0, 0, kWidth, kHeight, 1), PsdReadResult::kOk);
+        for (int32_t i = 0; i < kWidth * kHeight; ++i) {
+            const bool isDrawn = i == row * kWidth - 1;
+            ASSERT_EQ(opened.document->canvas[static_cast<size_t>(i)], isDrawn ? 0xFFEFDFCF : kBackground)
+                << i;
+        }
+    }
+}
+
 // Of the buffers of four layers one is kept, one takes too much to be kept, and two, of layers that their
 // data does not fill, are not drawn.
 TEST(Render, EffectsTakeLittleMemory) {
