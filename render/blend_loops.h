@@ -55,7 +55,7 @@ Pixels Mix(Pixels canvas, Pixels layer, Pixels weight, Words takingPart) {
     const Pixels pair = weight | weight << 16;
     ChannelWords weights = Interleave(pair, pair);
     weights = {weights.low & takingPart, weights.high & takingPart};
-    if constexpr (kReaches256<Mode> && kWeighs256) {
+    if constexpr (kWeighs256) {
         // 256 of weight 256 is 256, which is to be stored as 255: there, and only there, 255 is mixed
         // instead.
         blended = {blended.low - ((blended.low & weights.low) >> 8),
@@ -72,7 +72,8 @@ Pixels BlendOver(Pixels canvas, Pixels layer, Pixels coverage, const Weighing& w
     const Pixels overOpaque =
         kCopies ? alpha - (alpha == 255) : alpha;  // a mask is -1: 255 stands for a copy
     const Pixels isOpaque = canvasAlpha == 255;
-    if (IsAllOnes(isOpaque)) return Mix<Mode, kCopies>(canvas, layer, overOpaque, weighing.takingPart);
+    if (IsAllOnes(isOpaque))
+        return Mix < Mode, kCopies && kReaches256 < Mode >> (canvas, layer, overOpaque, weighing.takingPart);
 
     const Pixels isEmpty = canvasAlpha == 0;
     const Pixels isUncovered = coverage == 0;
@@ -82,7 +83,8 @@ Pixels BlendOver(Pixels canvas, Pixels layer, Pixels coverage, const Weighing& w
     if (kRule != Rule::kNormalWithRanges && IsAllOnes(isEmpty)) return Choose(isUncovered, canvas, taken);
 
     const Pixels weight = Choose(isOpaque, overOpaque, WeightOver(alpha, canvasAlpha));
-    const Pixels mixed = Mix<Mode, true>(canvas, layer, Without(weight, isUncovered), weighing.takingPart);
+    const Pixels mixed =
+        Mix<Mode, kReaches256<Mode>>(canvas, layer, Without(weight, isUncovered), weighing.takingPart);
     const Pixels newAlpha = canvasAlpha + ((256 - canvasAlpha) * alpha >> 8);
     const Pixels blended = (mixed & kColorBytes) | newAlpha << 24;
     return kRule == Rule::kNormalWithRanges ? blended : Choose(Without(isEmpty, isUncovered), taken, blended);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <tuple>
 
 #include "properties/effect_blur.h"
 #include "properties/effect_records.h"
