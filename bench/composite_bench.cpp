@@ -144,10 +144,10 @@ void FillAdjustment(PsdLayer& layer, int64_t which) {
     }
 }
 
-// Five adjustments of the whole of an opaque canvas.
+// Eight adjustments of the whole of an opaque canvas.
 void Adjustments(benchmark::State& state) {
     state.SetLabel(kAdjustmentNames[state.range(0)]);
-    constexpr size_t kAdjustments = 5;
+    constexpr size_t kAdjustments = 8;
     PsdDocument document;
     PrepareDocument(document, 1 + kAdjustments);
     FillLayer(document.layers[0], kBlendNormal, 1);

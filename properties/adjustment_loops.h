@@ -41,7 +41,7 @@ Pixels InksOf(const Rgb<Floats>& color, Floats brightest) {
     // Black has no other ink: its three dividends are 0, and only the divisor must not be.
     const Floats divisor = HigherOf(brightest, 1.0f);
     const auto inkOf = [&](Floats channel) {
-        return Divided((brightest - channel) * 255.0f, divisor, 255.0f);
+        return DividedByReciprocal((brightest - channel) * 255.0f, divisor, 255.0f);
     };
     return inkOf(color.red) | inkOf(color.green) << 8 | inkOf(color.blue) << 16 |
            Truncate(255.0f - brightest) << 24;

@@ -70,7 +70,8 @@ struct BlendVividLight {
     static Pixels Blend(Floats s, Floats d) {
         // One quotient at its limit is enough for white, which is also the answer where a divisor is 0. A
         // processor divides beside its other work, so that two ways are faster than one way twice.
-        const Pixels sum = Divided(s * s, 255.0f - d, 511.0f) + DividedByDivision(d * d, 255.0f - s, 511.0f);
+        const Pixels sum =
+            DividedByReciprocal(s * s, 255.0f - d, 511.0f) + Divided(d * d, 255.0f - s, 511.0f);
         return LowerOf(sum >> 1, 255);
     }
 };

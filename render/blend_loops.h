@@ -41,7 +41,7 @@ struct Weighing {
 // empty one.
 Pixels WeightOver(Pixels alpha, Pixels canvasAlpha) {
     const Pixels divisor = ((256 - alpha) * canvasAlpha >> 8) + alpha;
-    return DividedByDivision(ToFloats(alpha * 256), ToFloats(divisor), 256.0f);
+    return Divided(ToFloats(alpha * 256), ToFloats(divisor), 256.0f);
 }
 
 // ((d * 256) + (blended - d) * weight) >> 8. The sum lies in 0..65535, so that 16 bits that wrap on the way

@@ -154,20 +154,18 @@ inline Floats WholePart(Floats a) { return ToFloats(Truncate(a)); }
 
 // min(numerator / divisor, limit) cut to a whole number, and limit where the divisor is 0. Exact for whole
 // numbers up to 65535 over 0..256 and limits up to 511.
-inline Pixels DividedByDivision(Floats numerator, Floats divisor, float limit) {
+inline Pixels Divided(Floats numerator, Floats divisor, float limit) {
     return Truncate(LowerOf(numerator / divisor, limit));
 }
-// The same, and faster in most places. The processor's first guess is wrong by up to 1 part in 2700, which
-// leaves 1 in 2 million after a step of refinement; the reciprocal is made larger by 1 part in 500,000,
-// enough to keep whole quotients from falling short, and too little to lift any other to the next whole
-// number: those are away from it by 1 part in 130,000 at least.
-inline Floats ReciprocalOf(Floats divisor) {
+// The same for places where the processor's divider is busy or several numbers have one divisor. The first
+// guess is wrong by up to 1 part in 2700, which leaves 1 in 2 million after a step of refinement; the
+// reciprocal is made larger by 1 part in 500,000, enough to keep whole quotients from falling short, and too
+// little to lift any other to the next whole number: those are away from it by 1 part in 130,000 at least.
+inline Pixels DividedByReciprocal(Floats numerator, Floats divisor, float limit) {
     constexpr float kTwoAndMore = 2.0f + 1.0f / (1 << 19);
     const Floats guess = TESSARY_INTRINSIC(rcp_ps)(divisor.bits);
-    return guess * (kTwoAndMore - divisor * guess);  // no number for a divisor of 0
-}
-inline Pixels Divided(Floats numerator, Floats divisor, float limit) {
-    return Truncate(LowerOf(numerator * ReciprocalOf(divisor), limit));
+    const Floats reciprocal = guess * (kTwoAndMore - divisor * guess);  // no number for a divisor of 0
+    return Truncate(LowerOf(numerator * reciprocal, limit));
 }
 
 inline Rgb<Floats> ChannelsOf(Pixels pixels) {
