@@ -181,6 +181,8 @@ PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, PlaneDecod
     layer.filledPixels =
         std::min(assembly.filledPixels, uint64_t{assembly.block.width} * assembly.block.height);
     CountFilled(document.allowance, layer.filledPixels);
+    layer.coveredTop = static_cast<int32_t>(assembly.coveredTop);
+    layer.coveredBottom = static_cast<int32_t>(assembly.coveredBottom);
     return PsdReadResult::kOk;
 }
 

@@ -64,8 +64,16 @@ uint8_t* BundleAt(const PixelAssembly& assembly, uint64_t row) {
     return memory + (4 - stored) * width * assembly.block.height + stored * width * row;
 }
 
+// Takes note of rows that are not transparent throughout.
+void ExtendCoveredRows(PixelAssembly& assembly, const Step& step, const uint8_t* alphas) {
+    // All are 0 where the first is and each is as the one before.
+    if (alphas && alphas[0] == 0 && std::memcmp(alphas, alphas + 1, step.bytes - 1) == 0) return;
+    if (assembly.coveredBottom == 0) assembly.coveredTop = step.row;
+    assembly.coveredBottom = step.row + step.rows;
+}
+
 // Converts a bundle and the last plane's rows, or zeros for rows that did not come.
-void ConvertStep(const PixelAssembly& assembly, const Step& step, uint8_t lastRole, const uint8_t* rows) {
+void ConvertStep(PixelAssembly& assembly, const Step& step, uint8_t lastRole, const uint8_t* rows) {
     PlaneBlock block = assembly.block;
     block.height = static_cast<uint32_t>(step.rows);
     block.depth = std::min(block.depth, 8u);
@@ -86,6 +94,7 @@ void ConvertStep(const PixelAssembly& assembly, const Step& step, uint8_t lastRo
     }
     if (lastRole != kRoleCount) place(lastRole, rows ? rows : assembly.zeroRows);
     ConvertPlanes(block, out);
+    if (step.bytes != 0) ExtendCoveredRows(assembly, step, block.alpha);
 }
 
 void NotKept(PixelAssembly& assembly) {

@@ -33,6 +33,8 @@ struct PixelAssembly {
     uint64_t inputBytes = 0;          // that all planes came from
     uint64_t filledPixels = 0;        // of the plane with most samples
     uint64_t chargedPixels = 0;       // unfilled ones
+    uint64_t coveredTop = 0;          // all rows outside are known to be transparent
+    uint64_t coveredBottom = 0;
 
     Owned<uint8_t> buffers;  // rows of a step: as they are decoded, of zeros, and of a bundle
     uint8_t* zeroRows = nullptr;

@@ -201,6 +201,8 @@ struct PsdLayer {
     PsdPascalString name;
     Owned<uint32_t> image;      // width x height pixels and perhaps more; null for a layer without any
     uint64_t filledPixels = 0;  // of them, that the layer's data has filled
+    int32_t coveredTop = 0;     // rows of the image as the file has it: all others are transparent
+    int32_t coveredBottom = INT32_MAX;
     PsdPropertyList propertyList;
     bool hasAdjustment = false;
     bool rebuildTables = false;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "document/psd_document.h"
+#include "properties/color_tables.h"
 
 namespace tessary {
 
@@ -20,6 +21,9 @@ bool ApplyAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area);
 void CoverDocument(const PsdDocument& document, PsdLayer& layer);
 bool RecolorCanvas(const PsdDocument& document, PsdLayer& layer, const Rect& area, uint32_t* pixels,
                    size_t rowPixels);
+
+// The tables of an adjustment that only looks colours up; false for others, and as above.
+bool MakeColorTables(const PsdDocument& document, PsdLayer& layer, ColorTables& tables);
 
 // About how many nanoseconds recolouring takes for each pixel; 0 for kinds that are kept only.
 uint64_t AdjustmentStepsPerPixel(const PsdLayer& layer);

@@ -104,6 +104,7 @@ void CompositeBuffer(PsdDocument& document, const PsdLayer& layer, const EffectB
     if (!buffer.pixels || buffer.opacity == 0) return;
     CompositeSource source;
     if (!MoveToLayer(buffer.bounds, layer, source.bounds)) return;
+    source.covered = source.bounds;
     const Rect clipped = Intersect(source.bounds, area);
     if (clipped.IsEmpty()) return;
     // The layer's mask is in the buffer already.

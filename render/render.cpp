@@ -81,11 +81,14 @@ bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) 
 
 // Draws an adjustment without pixels and effects of its own, as many rows at a time as stay in the cache. A
 // buffer of document size, as effects would need it, costs more than the adjustment.
-void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+void DrawAdjustment(Rendering& rendering, PsdLayer& layer) {
+    PsdDocument& document = *rendering.document;
     CoverDocument(document, layer);
     if (AdjustmentStepsPerPixel(layer) == 0) return;
-    const Rect part = UnmaskedPart(layer, area);
+    const Rect part = UnmaskedPart(layer, rendering.area);
     if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjust(document, layer, part)) return;
+    if (DeferTables(rendering.tables, document, layer, part)) return;
+    DrawDeferredTables(rendering.tables, document);
     constexpr int64_t kStripPixels = 1 << 16;
     const int64_t rows = std::clamp<int64_t>(kStripPixels / part.Width(), 1, part.Height());
     const Owned<uint32_t> pixels =
@@ -97,7 +100,7 @@ void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     for (Rect strip = part; strip.top < part.bottom; strip.top = strip.bottom) {
         strip.bottom = static_cast<int32_t>(std::min(strip.top + rows, int64_t{part.bottom}));
         if (!RecolorCanvas(document, layer, strip, pixels.get(), source.rowPixels)) return;
-        source.bounds = strip;
+        source.bounds = source.covered = strip;
         CompositeLayer(document, source, strip);
     }
 }
@@ -138,7 +141,7 @@ PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rec
         if (area != whole) FillRect(document.canvas.get(), document.width, whole, kBackground);
     }
     FillRect(document.canvas.get(), document.width, area, kBackground);
-    rendering = {&document, area, seed};
+    rendering = {&document, area, seed, {}};
     return PsdReadResult::kOk;
 }
 
@@ -150,9 +153,14 @@ PsdReadResult DrawLayer(Rendering& rendering, PsdLayer& layer) {
         if (result != PsdReadResult::kOk) return result;
     }
     const bool isAdjustment = layer.layerKind >= kLayerLevels;
-    if (isAdjustment && !layer.image) {
-        HasEffects(layer) ? DrawAdjustmentWithEffects(document, layer, rendering.area)
-                          : DrawAdjustment(document, layer, rendering.area);
+    if (isAdjustment && !layer.image && !HasEffects(layer)) {
+        DrawAdjustment(rendering, layer);
+        return PsdReadResult::kOk;
+    }
+    if (!isAdjustment && !layer.image) return PsdReadResult::kOk;
+    DrawDeferredTables(rendering.tables, document);
+    if (!layer.image) {
+        DrawAdjustmentWithEffects(document, layer, rendering.area);
         return PsdReadResult::kOk;
     }
     if (!MayDrawPixels(document, layer, rendering.area)) return PsdReadResult::kOk;
@@ -162,9 +170,9 @@ PsdReadResult DrawLayer(Rendering& rendering, PsdLayer& layer) {
     return PsdReadResult::kOk;
 }
 
-PsdReadResult EndRender(Rendering& rendering) {
+void EndRender(Rendering& rendering) {
+    DrawDeferredTables(rendering.tables, *rendering.document);
     rendering = {};
-    return PsdReadResult::kOk;
 }
 
 PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width, int32_t height,
@@ -179,7 +187,8 @@ PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width,
     for (PsdLayer& layer : document->layers.span()) {
         if (result == PsdReadResult::kOk) result = DrawLayer(rendering, layer);
     }
-    return result == PsdReadResult::kOk ? EndRender(rendering) : result;
+    if (result == PsdReadResult::kOk) EndRender(rendering);
+    return result;
 }
 
 }  // namespace tessary

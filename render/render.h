@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "document/psd_document.h"
+#include "properties/table_run.h"
 
 namespace tessary {
 
@@ -12,6 +13,7 @@ struct Rendering {
     PsdDocument* document = nullptr;  // borrowed; null: not begun
     Rect area;                        // canvas coordinates, clipped to the canvas
     uint64_t seed = 0;                // of the dissolve pattern; 0 takes the clock
+    Owned<TableRun> tables;           // adjustments that wait to be drawn together
 };
 
 // Whether the allowance covers the document's canvas, by what has been read of the document so far.
@@ -29,7 +31,8 @@ bool IsDrawn(const PsdLayer& layer);
 // kOutOfMemory, for want of the dissolve pattern only.
 PsdReadResult DrawLayer(Rendering& rendering, PsdLayer& layer);
 
-PsdReadResult EndRender(Rendering& rendering);
+// Leaves the picture in document.canvas.
+void EndRender(Rendering& rendering);
 
 // All of it for a document that holds its layers: composites them inside the rectangle (clamped to the
 // document) and leaves the result in document->canvas. Some drawn effects are kept for the next call.

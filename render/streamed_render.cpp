@@ -63,7 +63,8 @@ PsdReadResult EndStreamedRender(StreamedRender& render, PsdDocument& document) {
         result = DrawLayer(render.rendering, *layer);
         LetGo(document, *layer);
     }
-    return result == PsdReadResult::kOk ? EndRender(render.rendering) : result;
+    if (result == PsdReadResult::kOk) EndRender(render.rendering);
+    return result;
 }
 
 }  // namespace tessary

@@ -17,8 +17,8 @@ BASE = {"psd_document", "byte_reader"}
 CORE = {"document_pixels", "exif_graft", "float_environment", "header_probe", "pixel_copy", "read_ahead",
         "registry_script", "stream_position", "thumbnail_image"}
 EXCEPTIONS = {("document/tagged_blocks.cpp", "properties/property_readers.h")}
-PROCESSOR = {("render/pixel_vectors.h", "immintrin.h"), ("render/vector_path.cpp", "immintrin.h"),
-             ("render/vector_path.cpp", "intrin.h"), ("render/vector_path.cpp", "cpuid.h")}
+PROCESSOR = {("render/pixel_vectors.h", "immintrin.h"), ("render/kernels.cpp", "immintrin.h"),
+             ("render/kernels.cpp", "intrin.h"), ("render/kernels.cpp", "cpuid.h")}
 STANDARD = re.compile(r"^[a-z_0-9]+$")
 
 
