@@ -32,17 +32,22 @@ def run(command):
     return None if failed else (1000 * (time.perf_counter() - start), output)
 
 
-def printed_time(output):
-    found = re.search(r"median ([0-9.]+) ms", output)
+def printed(pattern, output):
+    found = re.search(pattern, output)
     return float(found.group(1)) if found else None
 
 
+def printed_time(output):
+    return printed(r"median ([0-9.]+) ms", output)
+
+
 def measure(program, path):
-    """What one decoding takes: wall and CPU milliseconds, peak bytes."""
+    """What one decoding takes: wall and CPU milliseconds, peak bytes (0: from a build that does not tell)."""
     child = subprocess.Popen([program, "--time=1", path], stdout=subprocess.PIPE, text=True)
     output = child.stdout.read()
     usage = os.wait4(child.pid, 0)[2]
-    return printed_time(output), 1000 * (usage.ru_utime + usage.ru_stime), 1024 * usage.ru_maxrss
+    peak = printed(r"peak ([0-9]+) KiB", output) or 0
+    return printed_time(output), 1000 * (usage.ru_utime + usage.ru_stime), 1024 * peak
 
 
 def peers():
