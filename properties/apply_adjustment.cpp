@@ -147,13 +147,18 @@ bool EnsurePixels(const PsdDocument& document, PsdLayer& layer) {
     return static_cast<bool>(layer.image);
 }
 
-// The kind of an adjustment that can be drawn, its record and its tables, which are built when they are not
-// yet; null otherwise.
-const KindRow* PrepareKind(const PsdDocument& document, PsdLayer& layer, void*& record) {
+// The kind of an adjustment that acts in the document, and its record; null otherwise.
+const KindRow* ActingKind(const PsdDocument& document, PsdLayer& layer, void*& record) {
     const KindRow* row = FindKind(layer.layerKind);
     record = row && row->propertyCode != kNoRecord ? FindProperty<void>(layer, row->propertyCode) : nullptr;
-    if (!row || !document.canvas || (row->propertyCode != kNoRecord && !record)) return nullptr;
-    if (document.colorMode >= 32 || !(row->colorModes >> document.colorMode & 1)) return nullptr;
+    if (!row || (row->propertyCode != kNoRecord && !record)) return nullptr;
+    return document.colorMode < 32 && (row->colorModes >> document.colorMode & 1) ? row : nullptr;
+}
+
+// The same with its tables, which are built when they are not yet.
+const KindRow* PrepareKind(const PsdDocument& document, PsdLayer& layer, void*& record) {
+    const KindRow* row = ActingKind(document, layer, record);
+    if (!row || !document.canvas) return nullptr;
     if (layer.rebuildTables && row->build) row->build(record, document.colorMode == kColorGrayscale);
     layer.rebuildTables = false;
     return row;
@@ -165,6 +170,11 @@ void CoverDocument(const PsdDocument& document, PsdLayer& layer) {
     layer.bounds = DocumentRect(document);
     layer.width = layer.bounds.right;
     layer.height = layer.bounds.bottom;
+}
+
+bool AdjustmentActs(const PsdDocument& document, PsdLayer& layer) {
+    void* record = nullptr;
+    return ActingKind(document, layer, record) != nullptr;
 }
 
 uint64_t AdjustmentStepsPerPixel(const PsdLayer& layer) {

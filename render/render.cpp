@@ -84,7 +84,6 @@ bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) 
 void DrawAdjustment(Rendering& rendering, PsdLayer& layer) {
     PsdDocument& document = *rendering.document;
     CoverDocument(document, layer);
-    if (AdjustmentStepsPerPixel(layer) == 0) return;
     const Rect part = UnmaskedPart(layer, rendering.area);
     if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjust(document, layer, part)) return;
     if (DeferTables(rendering.tables, document, layer, part)) return;
@@ -152,20 +151,22 @@ PsdReadResult DrawLayer(Rendering& rendering, PsdLayer& layer) {
         const PsdReadResult result = EnsureNoiseMap(document, rendering.seed);
         if (result != PsdReadResult::kOk) return result;
     }
-    const bool isAdjustment = layer.layerKind >= kLayerLevels;
-    if (isAdjustment && !layer.image && !HasEffects(layer)) {
+    const bool acts = layer.layerKind >= kLayerLevels && AdjustmentActs(document, layer);
+    if (!layer.image && !acts) return PsdReadResult::kOk;
+    if (!layer.image && !HasEffects(layer)) {
         DrawAdjustment(rendering, layer);
         return PsdReadResult::kOk;
     }
-    if (!isAdjustment && !layer.image) return PsdReadResult::kOk;
     DrawDeferredTables(rendering.tables, document);
     if (!layer.image) {
         DrawAdjustmentWithEffects(document, layer, rendering.area);
         return PsdReadResult::kOk;
     }
     if (!MayDrawPixels(document, layer, rendering.area)) return PsdReadResult::kOk;
-    if (isAdjustment && MayAdjust(document, layer, Intersect(rendering.area, layer.bounds)))
+    if (acts) {
+        if (!MayAdjust(document, layer, Intersect(rendering.area, layer.bounds))) return PsdReadResult::kOk;
         ApplyAdjustment(document, layer, rendering.area);
+    }
     DrawWithEffects(document, layer, rendering.area);
     return PsdReadResult::kOk;
 }
