@@ -91,13 +91,18 @@ constexpr StageRow kStages[kStageDone] = {
     {ReadMergedImage, PsdReadResult::kMergedStage},
 };
 
-// The stream's size as the reader counts: 32 bits, signed. Sizes that cannot be mean that the stream does not
-// know its end; it is then read until it delivers nothing.
+// The stream's size as the reader counts: 32 bits, signed. One that is asked in vain is sent to its end, from
+// where the caller brings it back. Sizes that cannot be, and no answer at all, mean that it does not know its
+// end; it is then read until it delivers nothing.
 int32_t StreamSize(IStream* stream) {
+    constexpr int32_t kUnknown = std::numeric_limits<int32_t>::max();
     STATSTG stat = {};
-    stream->Stat(&stat, STATFLAG_NONAME);
-    if (stat.cbSize.QuadPart >> 63) return std::numeric_limits<int32_t>::max();
-    return static_cast<int32_t>(static_cast<uint32_t>(stat.cbSize.QuadPart));
+    ULARGE_INTEGER& size = stat.cbSize;
+    if (FAILED(stream->Stat(&stat, STATFLAG_NONAME)) &&
+        FAILED(stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_END, &size)))
+        return kUnknown;
+    if (size.QuadPart >> 63) return kUnknown;
+    return static_cast<int32_t>(static_cast<uint32_t>(size.QuadPart));
 }
 
 }  // namespace

@@ -255,6 +255,21 @@ TEST(ReadDriver, StagesAdvanceOnSuccessOnlyAndLetGoOfTheStream) {
         EXPECT_EQ(stream.bytesRead != 0, fits) << std::hex << size;
     }
     EXPECT_TRUE(CloseDocument(document) == kOk && !document);
+
+    // A stream that does not tell its size: where its end is, else as much as there can be.
+    const struct {
+        const char* what;
+        bool canSeek;
+        int32_t want;
+    } unasked[] = {{"seeks to its end", true, 43}, {"cannot seek", false, INT32_MAX}};
+    for (const auto& test : unasked) {
+        MemoryStream silent(Rgb().Build());
+        silent.statFails = true;
+        silent.canSeek = test.canSeek;
+        silent.position = test.canSeek ? 7 : 0;
+        EXPECT_EQ(OpenDocument(document, &silent, 0), kOk) << test.what;
+        EXPECT_EQ(document ? document->streamSize : 0, test.want) << test.what;
+    }
 }
 
 }  // namespace
