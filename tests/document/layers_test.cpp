@@ -103,8 +103,13 @@ TEST(LayerRecord, NamesFillMultiplesOfFourAndKeep1024Units) {
 
 TEST(TaggedBlocks, EachKeyHasItsField) {
     using W = ByteWriter;
-    LayerBuilder record =
-        Small().Block("knko", {1, 9, 9, 9}).Block("iOpa", {128, 0, 0, 0}).Block("odd ", Bytes(5));
+    // Effects whose lengths no file can have do not take the blocks behind them along.
+    W huge = W().U32(0).U32(16).ClassName("null").U32(2).U32(1u << 31).Text("TEXT").U32(~0u);
+    LayerBuilder record = Small()
+                              .Block("lfx2", huge.Bool("on", true))
+                              .Block("knko", {1, 9, 9, 9})
+                              .Block("iOpa", {128, 0, 0, 0})
+                              .Block("odd ", Bytes(5));
     record.Block("lclr", {1, 2, 3, 4, 5, 6, 7, 8}).Block("lspf", W().U32(0x80000002)).Block("tsly", Bytes(4));
     record.Block("fxrp", W().F64(1e300).F64(-2.9)).Block("lyid", W().I32(-8));
     // 0xFFFF0001 is no channel's id, whatever its low half says.

@@ -54,6 +54,7 @@ TEST(ByteReader, ColorStructuresTakeTenBytes) {
 
 TEST(Descriptor, WalksConsumeExactlyTheirData) {
     W names, tree, lists;
+    const W huge = W().U32(2).Text("alis").U32(0x80000003).Text("long").U32(1);
     names.ItemHead("name", "obj ")
         .U32(8)
         .Text("prop")
@@ -77,7 +78,12 @@ TEST(Descriptor, WalksConsumeExactlyTheirData) {
     const std::pair<W, void (*)(PsdDocument&)> cases[] = {{tree, SkipDescriptor},
                                                           {lists.U32(0), SkipList},
                                                           {W().Unicode(u"n").Id("k"), SkipClass},
-                                                          {W().Id("kkkkk").Id("kkkk"), SkipEnum}};
+                                                          {W().Id("kkkkk").Id("kkkk"), SkipEnum},
+                                                          // Lengths that no file can have.
+                                                          {W().U32(1u << 31), SkipIdString},
+                                                          {W().U32(1u << 30), SkipUnicodeString},
+                                                          {W().U32(~0u).U32(~0u), SkipClass},
+                                                          {huge, SkipList}};
     for (const auto& [data, walk] : cases) {
         StreamReader over(W(data).Zeros(8));
         walk(over.document);
