@@ -131,6 +131,13 @@ TEST(AdjustmentReaders, CurvesKeepNineteenPointsAndTheirLaterChannel) {
     }
 }
 
+TEST(AdjustmentReaders, OneMethodOfSelectiveColorIsAbsolute) {
+    for (const uint32_t method : {0u, 1u, 2u, 255u, 256u, 257u}) {
+        BlockRead read("selc", ByteWriter().U16(1).U16(method).Zeros(80));
+        EXPECT_EQ(read.Get<SelectiveRecord>(kPropertySelective).absolute, method == 1) << method;
+    }
+}
+
 TEST(AdjustmentReaders, AFullListDropsTheBlockWhole) {
     BlockRead read("thrs", ByteWriter().U16(1).Zeros(40), 4);
     for (uint32_t i = 0; i < 19; ++i) ASSERT_EQ(read.Read("nvrt", 0), PsdReadResult::kOk);
