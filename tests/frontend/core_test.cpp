@@ -119,6 +119,18 @@ TEST(HeaderProbe, KeepsToTheLimits) {
     for (const auto& [file, want, width] : cases) EXPECT_EQ(Probe(file, want).width, width);
 }
 
+TEST(HeaderProbe, TakesStreamsThatDoNotTellTheirSize) {
+    const DocumentBuilder document = Header(1, 1).HasRealMergedData(false).Resolution(90, 1);
+    MemoryStream stream(document.Build());
+    stream.statFails = true;
+    stream.position = 3;
+    HeaderInfo info;
+    DocumentPixels picture;
+    EXPECT_EQ(ProbeHeader(&stream, info), S_OK);
+    EXPECT_EQ(info.dpiX, 90u);
+    EXPECT_EQ(DecodeDocumentPixels(&stream, picture), PsdReadResult::kOk);
+}
+
 TEST(HeaderProbe, TruncatesTheResolutionToWholeDots) {
     const std::tuple<double, uint16_t, uint32_t> cases[] = {{299.99, 1, 299}, {28.35, 2, 72}, {118.1, 2, 299},
                                                             {300, 0, 72},     {300, 3, 72},   {0, 1, 0}};
