@@ -3,9 +3,9 @@
 
 BUILD holds psdrender and floor, FOLDER the documents of make_bench_documents; a name that ends in * stands for all that
 begin so. The programs take turns. Times are medians of RUNS (7): wall time as psdrender measures it, CPU time of its
-process less that of a document of one pixel. Peak memory is psdrender's, less that of the same document. ImageMagick and
-GIMP, where they are installed, are timed as whole processes, less their time with that document. OTHER is a build of
-another state of this program; the last column then says how many times its CPU time ours is, best run by best run.
+process less that of a document of one pixel. Peak memory is psdrender's, less that of the same document. ImageMagick
+and GIMP, where they are installed, are timed as whole processes, less their time with that document. OTHER is a build
+of another state of this program; the last column then says how many times its CPU time ours is, best by best.
 """
 import argparse
 import fnmatch

@@ -471,13 +471,14 @@ TEST(BlendModes, EveryColorKeepsItsHue) {
         const uint32_t colors[] = {i, i + 1, i + 2, i + 3};
         const ChannelExtremes extremes(Load(colors));
         const ChannelWords sixtieths = SixtiethsOf(Load(colors), extremes);
-        const ChannelWords far = ColorOf(sixtieths, 255, 127);  // channels 1..253 tell sixtieths apart
+        const ChannelWords distinct = ColorOf(sixtieths, 255, 127);  // channels 1..253 tell sixtieths apart
         const ChannelWords rest = ToWords(SaturationOf(extremes), LightnessOf(extremes), 0);
         for (size_t k = 0; k < kPixels; ++k) {
             const PlainColor want = PlainToHsl(test::ColorOf(colors[k])), got = at(rest, k);
-            const PlainColor wantFar = PlainToRgb({{want.c[0], 255, 127}}), gotFar = at(far, k);
+            const PlainColor wantDistinct = PlainToRgb({{want.c[0], 255, 127}}),
+                             gotDistinct = at(distinct, k);
             wrong += got.c[0] != want.c[1] || got.c[1] != want.c[2];
-            wrong += !std::ranges::equal(gotFar.c, wantFar.c);
+            wrong += !std::ranges::equal(gotDistinct.c, wantDistinct.c);
         }
     }
     EXPECT_EQ(wrong, 0);
