@@ -32,11 +32,11 @@ bool IsBelieved(uint64_t bytes, uint64_t inputBytes, uint32_t expansion) {
            MayKeepPixels(bytes, inputBytes, 0);
 }
 
-bool MayKeepPixels(uint64_t bytes, uint64_t inputBytes, uint64_t filledPixels) {
-    if (bytes <= kFreeBytes) return true;
-    const uint64_t ofInput = Product(inputBytes, kPixelBytesPerInputByte);
-    const uint64_t ofPixels = Product(filledPixels, kBytesPerPixel);
-    const uint64_t rest = bytes - kFreeBytes;
+bool MayKeepPixels(const KeptPixels& pixels) {
+    if (pixels.bytes <= kFreeBytes) return true;
+    const uint64_t ofInput = Product(pixels.inputBytes, kPixelBytesPerInputByte);
+    const uint64_t ofPixels = Product(pixels.filledPixels, kBytesPerPixel);
+    const uint64_t rest = pixels.bytes - kFreeBytes;
     return rest <= ofInput || rest - ofInput <= ofPixels;
 }
 

@@ -7,8 +7,20 @@
 
 namespace tessary {
 
+// Pixels that are kept, and what stands behind them.
+struct KeptPixels {
+    uint64_t bytes = 0;
+    uint64_t inputBytes = 0;    // of the file, that they come from
+    uint64_t filledPixels = 0;  // that stored data has really filled
+};
+
+inline KeptPixels operator+(const KeptPixels& a, const KeptPixels& b) {
+    return {a.bytes + b.bytes, a.inputBytes + b.inputBytes, a.filledPixels + b.filledPixels};
+}
+
 // What one document has used up.
 struct Allowance {
+    KeptPixels kept;               // of all layers that have pixels or masks at the moment
     uint64_t filledPixels = 0;     // of layers, that stored data has really filled
     uint64_t stepsSpent = 0;       // see SpendSteps
     uint64_t recordBytes = 0;      // of all property lists
@@ -20,10 +32,13 @@ struct Allowance {
 // counts as much as it does for pixels.
 bool IsBelieved(uint64_t bytes, uint64_t inputBytes, uint32_t expansion);
 
-// 2. Pixels (of the canvas, the merged image, a layer, a mask, the buffer of an effect) are kept up to 128
-// MiB. Beyond that they need a byte of the file for every 256 of theirs, or as many pixels that data has
-// filled.
-bool MayKeepPixels(uint64_t bytes, uint64_t inputBytes, uint64_t filledPixels);
+// 2. Pixels are kept up to 128 MiB: of the canvas, of the merged image, of the layers that are there at a
+// time with their masks, and of each buffer of an effect. Beyond that they need a byte of the file for every
+// 256 of theirs, or as many pixels that data has filled.
+bool MayKeepPixels(const KeptPixels& pixels);
+inline bool MayKeepPixels(uint64_t bytes, uint64_t inputBytes, uint64_t filledPixels) {
+    return MayKeepPixels({bytes, inputBytes, filledPixels});
+}
 
 // 3. Drawing: pixels that data has filled are paid for. Adjustments, effects and unfilled pixels are charged
 // in steps of about a nanosecond against ten seconds and 250 steps for every filled pixel. SpendSteps gives

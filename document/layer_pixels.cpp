@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "document/byte_reader.h"
@@ -46,6 +47,11 @@ uint32_t PlaneCountOf(const PsdLayer& layer, uint32_t colorMode) {
     return (found & full) == full ? withTransparency : withTransparency - 1;
 }
 
+std::optional<size_t> PixelBytes(const PsdLayer& layer) {
+    return CheckedProduct({static_cast<uint64_t>(std::max(layer.width, 0)),
+                           static_cast<uint64_t>(std::max(layer.height, 0)), sizeof(uint32_t)});
+}
+
 // Whether there is data for pixels of the layer's size, as far as can be told before it is decoded.
 bool MayHavePixels(const PsdLayer& layer, uint32_t depth) {
     uint64_t input = 0;
@@ -55,10 +61,9 @@ bool MayHavePixels(const PsdLayer& layer, uint32_t depth) {
         hasData = hasData || channel.dataLength > kCodeBytes;
         input += channel.dataLength;
     }
-    const auto bytes = CheckedProduct({static_cast<uint64_t>(std::max(layer.width, 0)),
-                                       static_cast<uint64_t>(std::max(layer.height, 0)), sizeof(uint32_t)});
+    const auto bytes = PixelBytes(layer);
     const uint64_t samples = SamplesIn(input * CompressionExpansion(kCompressionZip), depth);
-    return hasData && bytes && *bytes != 0 && MayKeepPixels(*bytes, input, samples);
+    return hasData && bytes && *bytes != 0 && MayKeepPixels({*bytes, input, samples});
 }
 
 ChannelPlan PlanOf(const PsdDocument& document, const PsdLayer& layer, bool isWanted) {
@@ -108,11 +113,12 @@ bool IsBelieved(const PlaneShape& shape, uint32_t dataLength, uint16_t compressi
     return bytes && tessary::IsBelieved(*bytes, dataLength, CompressionExpansion(compression));
 }
 
-PsdReadResult ReadMask(PlaneDecoder& decoder, PsdLayerMask& mask) {
+PsdReadResult ReadMask(PlaneDecoder& decoder, PsdLayerMask& mask, KeptPixels& kept) {
     const PlaneShape& shape = decoder.shape;
     const Owned<uint8_t> buffer = AllocateZeroed<uint8_t>({RowBufferBytes(shape, shape.rowsAtOnce)});
     mask.data = AllocateZeroed<uint8_t>({shape.width, shape.rows});
     if (!buffer || !mask.data) return PsdReadResult::kOutOfMemory;
+    KeptPixels own;
     for (uint64_t row = 0; row < shape.rows && !HasEnded(decoder);) {
         const size_t count = static_cast<size_t>(std::min<uint64_t>(shape.rowsAtOnce, shape.rows - row));
         const uint8_t* rows = nullptr;
@@ -120,11 +126,13 @@ PsdReadResult ReadMask(PlaneDecoder& decoder, PsdLayerMask& mask) {
         if (result != PsdReadResult::kOk) return result;
         std::memcpy(mask.data.get() + row * shape.width, rows, count * shape.width);
         row += count;
-        if (MayKeepPixels(row * shape.width, decoder.source.arrived, FilledSamples(decoder) / 4)) continue;
+        own = {row * shape.width, decoder.source.arrived, FilledSamples(decoder) / sizeof(uint32_t)};
+        if (MayKeepPixels(kept + own)) continue;
         mask.data.Reset();
-        break;
+        return DropPlanes(decoder);
     }
-    return DropPlanes(decoder);
+    kept = kept + own;
+    return PsdReadResult::kOk;
 }
 
 PsdReadResult ReadChannel(PsdDocument& document, PsdLayer& layer, const PsdChannelInfo& channel,
@@ -148,7 +156,7 @@ PsdReadResult ReadChannel(PsdDocument& document, PsdLayer& layer, const PsdChann
     const bool isBelieved = IsBelieved(shape, length, compression);
     if (isMask && plan.wantsMask && length != 0 && shape.rows != 0 && isBelieved && !layer.mask.data) {
         plan.wantsMask = false;
-        result = ReadMask(decoder, layer.mask);
+        result = ReadMask(decoder, layer.mask, document.allowance.kept);
     } else if (role != kRoleCount && !plan.seen[role]) {
         plan.seen[role] = true;
         plan.assembly.isKept = plan.assembly.isKept && isBelieved;
@@ -181,6 +189,8 @@ PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, PlaneDecod
     layer.filledPixels =
         std::min(assembly.filledPixels, uint64_t{assembly.block.width} * assembly.block.height);
     CountFilled(document.allowance, layer.filledPixels);
+    KeptPixels& kept = document.allowance.kept;
+    kept = kept + KeptPixels{*PixelBytes(layer), assembly.inputBytes, layer.filledPixels};
     layer.coveredTop = static_cast<int32_t>(assembly.coveredTop);
     layer.coveredBottom = static_cast<int32_t>(assembly.coveredBottom);
     return PsdReadResult::kOk;

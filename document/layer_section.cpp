@@ -38,6 +38,7 @@ PsdReadResult ReadLayerInfo(PsdDocument& document, uint32_t storedLength, PlaneD
     if (count == 0) return PsdReadResult::kBadLayer;
     document.layers.Reset();
     document.layerCount = 0;
+    document.allowance.kept = {};
     // Room for the records that the stream can hold and for the one that it then breaks off in.
     const uint32_t possible = InputLeft(document) / kSmallestLayerRecord + 1;
     Owned<PsdLayer> layers = AllocateZeroed<PsdLayer>({std::min(count, possible)});

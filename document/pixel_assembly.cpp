@@ -49,7 +49,8 @@ bool TakeMemory(PixelAssembly& assembly, Owned<uint32_t>& spare) {
 bool MayFill(PixelAssembly& assembly, const Step& step, uint64_t inputBytes, uint64_t filled,
              Allowance& allowance) {
     const uint64_t pixels = (step.row + step.rows) * assembly.block.width;
-    if (!MayKeepPixels(pixels * sizeof(uint32_t), inputBytes, filled)) return false;
+    if (!MayKeepPixels(allowance.kept + KeptPixels{pixels * sizeof(uint32_t), inputBytes, filled}))
+        return false;
     const uint64_t unfilled = pixels - std::min(pixels, filled);
     if (unfilled <= assembly.chargedPixels) return true;
     if (!SpendSteps(allowance, kUnfilledSteps * (unfilled - assembly.chargedPixels))) return false;

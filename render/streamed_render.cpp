@@ -19,16 +19,23 @@ void LetGo(PsdDocument& document, PsdLayer& layer) {
     layer.image.Reset();
     layer.mask.data.Reset();
     layer.propertyList.Clear();
+    document.allowance.kept = {};
 }
 
-void Begin(PsdDocument& document, void* context) {
+void Begin(PsdDocument&, void* context) {
     StreamedRender& render = RenderOf(context);
     render.firstWaiting = nullptr;
     render.rendering = {};
-    document.canvas.Reset();
+    ++render.layerInfos;
 }
 
-// The canvas is made as soon as what has been read lets it be kept.
+// Layers that take the place of others wait until it is known that nothing takes theirs: a small file can
+// hold thousands of layer infos. Before anything is drawn at all, what has been read must let the canvas be
+// kept.
+bool MustWait(const StreamedRender& render, const PsdDocument& document) {
+    return render.layerInfos > 1 || (!render.rendering.document && !MayHaveCanvas(document));
+}
+
 PsdReadResult EnsureCanvas(StreamedRender& render, PsdDocument& document) {
     if (render.rendering.document) return PsdReadResult::kOk;
     return BeginRender(render.rendering, document, WholeOf(document), render.seed);
@@ -41,7 +48,7 @@ PsdReadResult Draw(PsdDocument& document, PsdLayer& layer, void* context) {
         return PsdReadResult::kOk;
     }
     if (render.firstWaiting) return PsdReadResult::kOk;
-    if (!render.rendering.document && !MayHaveCanvas(document)) {
+    if (MustWait(render, document)) {
         render.firstWaiting = &layer;
         return PsdReadResult::kOk;
     }

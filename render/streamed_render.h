@@ -10,6 +10,7 @@ namespace tessary {
 struct StreamedRender {
     uint64_t seed = 0;  // of the dissolve pattern; 0 takes the clock
     Rendering rendering;
+    uint32_t layerInfos = 0;  // that have begun
     // The first layer that could not be drawn yet; it and those above it wait with their pixels.
     PsdLayer* firstWaiting = nullptr;
 };
