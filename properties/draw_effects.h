@@ -10,7 +10,13 @@ namespace tessary {
 void DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area);
 void DrawEffectsAbove(PsdDocument& document, PsdLayer& layer, const Rect& area);
 
+// After both, or the first alone: frees what is not kept for the next render.
+void EndEffects(PsdDocument& document, PsdLayer& layer);
+
 // Whether the layer has effects that are switched on and are drawn where it has pixels.
-bool HasEffects(PsdLayer& layer);
+bool HasEffects(const PsdLayer& layer);
+
+// Whether one of them paints with a pattern of the document.
+bool NeedsPatterns(const PsdLayer& layer);
 
 }  // namespace tessary

@@ -134,6 +134,7 @@ void DrawWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     if (!layer.image) return;
     DrawEffectsBelow(document, layer, area);
     if (DrawPixels(document, layer, area)) DrawEffectsAbove(document, layer, area);
+    EndEffects(document, layer);
 }
 
 void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {

@@ -142,7 +142,7 @@ TEST(ShadowsAndGlows, SpreadThenSoftenThenAreKnockedOut) {
         if (s > grown) plane.Blur(s - grown);
         for (int i = 0; i < width * plane.height; ++i) {
             const uint32_t alpha = plane.alphas[size_t(i)];
-            const uint32_t ranged = glow ? std::min(alpha * 50 / uint32_t(range), 255u) : alpha;
+            const uint32_t ranged = glow ? std::min(alpha * 100 / uint32_t(range), 255u) : alpha;
             const bool covered = isInTile(i % width - s + offset, i / width - s + offset);
             const uint32_t want = (covered ? 0 : 255 * ranged >> 8) << 24 | 0xC81E3C;
             ASSERT_EQ(buffer.pixels[size_t(i)], want) << spread << " " << i;

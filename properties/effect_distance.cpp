@@ -1,0 +1,169 @@
+#include "properties/effect_distance.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "document/platform.h"
+
+namespace tessary {
+namespace {
+
+constexpr uint8_t kNone = 255;  // no covered pixel in the column; distances end before
+constexpr uint32_t kSteps[] = {1, 64, 128, 192, 255};
+
+// One column's nearest pixel, which wins along the row from `begin` on.
+struct Arc {
+    int32_t column;
+    int32_t begin;
+    int32_t square;  // of its distance down or up the column
+    uint32_t coverage;
+};
+
+struct Measuring {
+    const CoveragePlane& plane;
+    int32_t reach;
+    uint32_t* distances;
+    // By pixel: how far down or up the nearest covered pixel of the column is, and how much of it is covered.
+    Owned<uint8_t> nearest = {};  // kNone: there is none
+    Owned<uint8_t> coverages = {};
+    Owned<Arc> arcs = {};       // of one row
+    Owned<double> halves = {};  // 1 / (2 * i), by i
+
+    size_t Row(size_t y) const { return y * plane.columns; }
+};
+
+// Rows of nearest pixels, from above and then also from below.
+void LookDown(Measuring& m, uint32_t step) {
+    const size_t columns = m.plane.columns;
+    const uint8_t outside = m.plane.isCoveredBeyond ? 0 : kNone;
+    for (size_t y = 0; y < m.plane.rows; ++y) {
+        const uint8_t* const covered = m.plane.bytes.get() + m.Row(y);
+        uint8_t* const nearest = m.nearest.get() + m.Row(y);
+        uint8_t* const coverages = m.coverages.get() + m.Row(y);
+        for (size_t x = 0; x < columns; ++x) {
+            const uint8_t before = y ? nearest[x - columns] : outside;
+            const uint8_t coverage = y ? coverages[x - columns] : uint8_t{255};
+            const uint8_t farther = static_cast<uint8_t>(before + (before != kNone));
+            const bool isHere = covered[x] >= step;
+            nearest[x] = isHere ? uint8_t{0} : farther;
+            coverages[x] = isHere ? covered[x] : coverage;
+        }
+    }
+}
+
+void LookUp(Measuring& m) {
+    const size_t columns = m.plane.columns;
+    const uint8_t outside = m.plane.isCoveredBeyond ? 0 : kNone;
+    for (size_t y = m.plane.rows; y-- > 0;) {
+        const bool isLast = y + 1 == m.plane.rows;
+        uint8_t* const nearest = m.nearest.get() + m.Row(y);
+        uint8_t* const coverages = m.coverages.get() + m.Row(y);
+        for (size_t x = 0; x < columns; ++x) {
+            const uint8_t before = isLast ? outside : nearest[x + columns];
+            const uint8_t coverage = isLast ? uint8_t{255} : coverages[x + columns];
+            const uint8_t farther = static_cast<uint8_t>(before + (before != kNone));
+            const bool isNearer = farther < nearest[x] || (farther == nearest[x] && coverage > coverages[x]);
+            nearest[x] = isNearer ? farther : nearest[x];
+            coverages[x] = isNearer ? coverage : coverages[x];
+        }
+    }
+}
+
+// Adds a column to the arcs of a row; the last arcs give way as long as it is nearer where they begin.
+// Returns the number of arcs.
+size_t AddArc(const Measuring& m, size_t count, Arc added) {
+    Arc* const arcs = m.arcs.get();
+    while (count > 0) {
+        const Arc& last = arcs[count - 1];
+        const int32_t apart = added.column - last.column;
+        if (apart > 2 * m.reach) {
+            added.begin = last.column + m.reach + 1;
+            break;
+        }
+        // From here on the added one is nearer. The quotient is at least 1 / (4 * reach) from a whole number
+        // or whole, so that the grace is not felt but by rounding.
+        constexpr double kGrace = 1e-6;
+        const double quotient =
+            (apart * apart + added.square - last.square) * m.halves[static_cast<size_t>(apart)];
+        added.begin = last.column + static_cast<int32_t>(std::floor(quotient + kGrace)) + 1;
+        if (added.begin > last.begin) break;
+        --count;
+    }
+    if (count == 0) added.begin = -1;
+    arcs[count] = added;
+    return count + 1;
+}
+
+// The arcs of a row. Of columns that are covered in the row itself only those beside others matter.
+size_t CollectArcs(const Measuring& m, const uint8_t* nearest, const uint8_t* coverages) {
+    const int32_t columns = static_cast<int32_t>(m.plane.columns);
+    size_t count = 0;
+    if (m.plane.isCoveredBeyond) count = AddArc(m, count, {-1, -1, 0, 255});
+    for (int32_t x = 0; x < columns; ++x) {
+        const int32_t distance = nearest[x];
+        if (distance > m.reach) continue;
+        const bool isInside =
+            distance == 0 && x > 0 && x + 1 < columns && nearest[x - 1] == 0 && nearest[x + 1] == 0;
+        if (!isInside) count = AddArc(m, count, {x, -1, distance * distance, coverages[x]});
+    }
+    if (m.plane.isCoveredBeyond) count = AddArc(m, count, {columns, -1, 0, 255});
+    return count;
+}
+
+void MeasureRow(const Measuring& m, size_t y) {
+    const uint8_t* const nearest = m.nearest.get() + m.Row(y);
+    const uint8_t* const coverages = m.coverages.get() + m.Row(y);
+    uint32_t* const distances = m.distances + m.Row(y);
+    const size_t count = CollectArcs(m, nearest, coverages);
+    if (count == 0) return;
+    const int32_t columns = static_cast<int32_t>(m.plane.columns), farthest = m.reach * m.reach;
+    for (size_t i = 0; i < count; ++i) {
+        const Arc& arc = m.arcs[i];
+        const int32_t begin = std::max({arc.begin, arc.column - m.reach, 0});
+        const int32_t end =
+            std::min({i + 1 < count ? m.arcs[i + 1].begin : columns, arc.column + m.reach + 1, columns});
+        for (int32_t x = begin; x < end; ++x) {
+            const int32_t square = (x - arc.column) * (x - arc.column) + arc.square;
+            if (square > farthest || nearest[x] == 0) continue;
+            const uint32_t whole =
+                static_cast<uint32_t>(std::ceil(std::sqrt(static_cast<double>(square)) * kDistanceUnits));
+            distances[x] = std::min(distances[x], whole + kDistanceUnits - 2 * arc.coverage);
+        }
+    }
+}
+
+void MeasureStep(Measuring& m, uint32_t step) {
+    LookDown(m, step);
+    LookUp(m);
+    for (size_t y = 0; y < m.plane.rows; ++y) MeasureRow(m, y);
+}
+
+}  // namespace
+
+PsdReadResult MeasureDistances(const CoveragePlane& plane, uint32_t reach, uint32_t* distances) {
+    Measuring m{.plane = plane, .reach = static_cast<int32_t>(reach), .distances = distances};
+    m.nearest = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
+    m.coverages = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
+    m.arcs = AllocateZeroed<Arc>({plane.columns + 2});
+    m.halves = AllocateZeroed<double>({2 * uint64_t{reach} + 1});
+    if (!m.nearest || !m.coverages || !m.arcs || !m.halves) return PsdReadResult::kOutOfMemory;
+    for (size_t i = 1; i < m.halves.count(); ++i) m.halves[i] = 0.5 / static_cast<double>(i);
+
+    bool has[256] = {};
+    for (size_t i = 0; i < plane.columns * plane.rows; ++i) {
+        const uint8_t coverage = plane.bytes[i];
+        has[coverage] = true;
+        distances[i] = coverage ? 2 * (255u - coverage) : kOutOfReach;
+    }
+    // A step that leaves out no pixel of the one before tells nothing new.
+    uint32_t before = 0;
+    for (const uint32_t step : kSteps) {
+        const bool isNew = before == 0 || std::find(has + before, has + step, true) != has + step;
+        if (isNew) MeasureStep(m, step);
+        before = step;
+    }
+    return PsdReadResult::kOk;
+}
+
+}  // namespace tessary
