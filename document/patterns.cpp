@@ -24,7 +24,7 @@ struct PatternReader {
     uint32_t mode = 0;
     uint32_t palette[kPaletteEntries] = {};
     Rect bounds = {};
-    uint32_t colors = 0;                     // planes; 0: the mode is not drawn
+    uint32_t colors = 0;                          // planes; 0: the mode is not drawn
     Owned<uint8_t> planes[kMostColors + 1] = {};  // colours, then the alpha
 };
 
