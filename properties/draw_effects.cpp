@@ -37,25 +37,20 @@ bool IsEnabled(const EffectsRecord& effects) {
 // By slot number.
 constexpr SlotRow kSlots[kEffectSlotCount] = {
     {IsEnabled<&EffectsRecord::dropShadow>, PlaceOfDropShadow, RenderDropShadow, 14, {1, {0}}, {}},
-    {IsEnabled<&EffectsRecord::innerShadow>, PlaceOfInnerShadow, RenderInnerShadow, 20, {}, {1, {1}}},
+    {IsEnabled<&EffectsRecord::innerShadow>, PlaceOfInnerShadow, RenderInnerShadow, 12, {}, {1, {1}}},
     {IsEnabled<&EffectsRecord::outerGlow>, PlaceOfOuterGlow, RenderOuterGlow, 18, {}, {1, {2}}},
-    {IsEnabled<&EffectsRecord::innerGlow>, PlaceOfInnerGlow, RenderInnerGlow, 20, {}, {1, {3}}},
-    {IsEnabled<&EffectsRecord::satin>, PlaceOfSatin, RenderSatin, 24, {}, {1, {4}}},
+    {IsEnabled<&EffectsRecord::innerGlow>, PlaceOfInnerGlow, RenderInnerGlow, 12, {}, {1, {3}}},
+    {IsEnabled<&EffectsRecord::satin>, PlaceOfSatin, RenderSatin, 14, {}, {1, {4}}},
     {IsEnabled<&EffectsRecord::colorOverlay>, PlaceOfColorOverlay, RenderColorOverlay, 10, {}, {1, {5}}},
     {IsEnabled<&EffectsRecord::gradientOverlay>,
      PlaceOfGradientOverlay,
      RenderGradientOverlay,
-     14,
+     8,
      {},
      {1, {6}}},
-    {IsEnabled<&EffectsRecord::patternOverlay>,
-     PlaceOfPatternOverlay,
-     RenderPatternOverlay,
-     14,
-     {},
-     {1, {7}}},
-    {IsEnabled<&EffectsRecord::stroke>, PlaceOfStroke, RenderStroke, 24, {}, {1, {8}}},
-    {IsEnabled<&EffectsRecord::bevel>, PlaceOfBevel, RenderBevel, 20, {2, {9, 11}}, {3, {10, 12, 13}}},
+    {IsEnabled<&EffectsRecord::patternOverlay>, PlaceOfPatternOverlay, RenderPatternOverlay, 8, {}, {1, {7}}},
+    {IsEnabled<&EffectsRecord::stroke>, PlaceOfStroke, RenderStroke, 12, {}, {1, {8}}},
+    {IsEnabled<&EffectsRecord::bevel>, PlaceOfBevel, RenderBevel, 16, {2, {9, 11}}, {3, {10, 12, 13}}},
 };
 
 // Whether an effect may take so many bytes at a time and so many steps, which are spent.

@@ -73,7 +73,7 @@ PsdReadResult AddSlope(const PsdLayer& layer, const HeightPlane& heights, bool i
     const size_t count = heights.values.count();
     const Owned<uint32_t> distances = AllocateZeroed<uint32_t>({count});
     if (!distances) return PsdReadResult::kOutOfMemory;
-    result = MeasureDistances(plane, static_cast<uint32_t>(radius) + 1, distances.get());
+    result = MeasureDistances(plane, static_cast<uint32_t>(radius) + 1, 0, distances.get());
     if (result != PsdReadResult::kOk) return result;
     const float longest = static_cast<float>(radius), scale = sign / longest;
     for (size_t i = 0; i < count; ++i) {
@@ -303,10 +303,10 @@ EffectPlace PlaceOfBevel(const PsdDocument&, const EffectsRecord& effects) {
     const uint32_t sides = (HasInner(bevel) ? 1u : 0u) + (HasOuter(bevel) ? 1u : 0u);
     return {.margin = HasOuter(bevel) ? BlurReach(radius) : 0,
             .reach = BlurReach(bevel.soften) + 1,
-            .bytes = 4 + 8 * sides + (isSmooth ? 0u : 7u),
-            .steps = 30 + 20 * sides + (isSmooth ? 0u : 60u * sides) + (bevel.useTexture ? 90u : 0u),
-            // A blur that does not round takes three times as long.
-            .blurred = 3 * ((isSmooth ? radius : 1) + bevel.soften)};
+            .bytes = 4 + 8 * sides + (isSmooth ? 0 : 4 + kDistanceBytes),
+            .steps = 8 * sides + (isSmooth ? 0 : kDistanceSteps * sides) + (bevel.useTexture ? 40u : 0u),
+            // A blur that does not round takes four times as long.
+            .blurred = 4 * ((isSmooth ? radius : 1) + bevel.soften)};
 }
 
 PsdReadResult RenderBevel(const EffectJob& job) {

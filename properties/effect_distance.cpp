@@ -9,8 +9,8 @@
 namespace tessary {
 namespace {
 
-constexpr uint8_t kNone = 255;  // no covered pixel in the column; distances end before
-constexpr uint32_t kSteps[] = {1, 64, 128, 192, 255};
+constexpr uint8_t kNone = 255;                         // no covered pixel in the column; distances end before
+constexpr uint32_t kSteps[] = {255, 192, 128, 64, 1};  // the first ones settle most
 
 // One column's nearest pixel, which wins along the row from `begin` on.
 struct Arc {
@@ -23,6 +23,7 @@ struct Arc {
 struct Measuring {
     const CoveragePlane& plane;
     int32_t reach;
+    uint32_t enough;
     uint32_t* distances;
     // By pixel: how far down or up the nearest covered pixel of the column is, and how much of it is covered.
     Owned<uint8_t> nearest = {};  // kNone: there is none
@@ -74,23 +75,25 @@ void LookUp(Measuring& m) {
 // Returns the number of arcs.
 size_t AddArc(const Measuring& m, size_t count, Arc added) {
     Arc* const arcs = m.arcs.get();
-    while (count > 0) {
+    for (; count > 0; --count) {
         const Arc& last = arcs[count - 1];
         const int32_t apart = added.column - last.column;
         if (apart > 2 * m.reach) {
             added.begin = last.column + m.reach + 1;
             break;
         }
-        // From here on the added one is nearer. The quotient is at least 1 / (4 * reach) from a whole number
-        // or whole, so that the grace is not felt but by rounding.
+        const int32_t fromLast = last.begin - last.column, fromAdded = last.begin - added.column;
+        if (fromAdded * fromAdded + added.square < fromLast * fromLast + last.square) continue;
+        // From here on the added one is nearer. The quotient is a whole number or at least 1 / (4 * reach)
+        // from one, so that the grace is not felt but by rounding, and not below the offset.
         constexpr double kGrace = 1e-6;
+        constexpr int32_t kOffset = 1 << 20;
         const double quotient =
             (apart * apart + added.square - last.square) * m.halves[static_cast<size_t>(apart)];
-        added.begin = last.column + static_cast<int32_t>(std::floor(quotient + kGrace)) + 1;
-        if (added.begin > last.begin) break;
-        --count;
+        added.begin = last.column + static_cast<int32_t>(quotient + (kOffset + kGrace)) - kOffset + 1;
+        break;
     }
-    if (count == 0) added.begin = -1;
+    if (count == 0) added.begin = added.column - m.reach;
     arcs[count] = added;
     return count + 1;
 }
@@ -111,7 +114,13 @@ size_t CollectArcs(const Measuring& m, const uint8_t* nearest, const uint8_t* co
     return count;
 }
 
-void MeasureRow(const Measuring& m, size_t y) {
+// The square of a distance that is near enough for every pixel of a step.
+int32_t SquareThatIsEnough(uint32_t enough, uint32_t step) {
+    const double pixels = (static_cast<double>(enough) + 2.0 * step) / kDistanceUnits - 1;
+    return pixels < 0 ? -1 : static_cast<int32_t>(pixels * pixels);
+}
+
+void MeasureRow(const Measuring& m, size_t y, int32_t squareEnough) {
     const uint8_t* const nearest = m.nearest.get() + m.Row(y);
     const uint8_t* const coverages = m.coverages.get() + m.Row(y);
     uint32_t* const distances = m.distances + m.Row(y);
@@ -120,15 +129,20 @@ void MeasureRow(const Measuring& m, size_t y) {
     const int32_t columns = static_cast<int32_t>(m.plane.columns), farthest = m.reach * m.reach;
     for (size_t i = 0; i < count; ++i) {
         const Arc& arc = m.arcs[i];
+        const int32_t next = i + 1 < count ? m.arcs[i + 1].begin : columns;
         const int32_t begin = std::max({arc.begin, arc.column - m.reach, 0});
-        const int32_t end =
-            std::min({i + 1 < count ? m.arcs[i + 1].begin : columns, arc.column + m.reach + 1, columns});
+        const int32_t end = std::min({next, arc.column + m.reach + 1, columns});
         for (int32_t x = begin; x < end; ++x) {
             const int32_t square = (x - arc.column) * (x - arc.column) + arc.square;
-            if (square > farthest || nearest[x] == 0) continue;
-            const uint32_t whole =
-                static_cast<uint32_t>(std::ceil(std::sqrt(static_cast<double>(square)) * kDistanceUnits));
-            distances[x] = std::min(distances[x], whole + kDistanceUnits - 2 * arc.coverage);
+            if (square > farthest || distances[x] <= m.enough || nearest[x] == 0) continue;
+            if (square <= squareEnough) {
+                distances[x] = m.enough;
+                continue;
+            }
+            const double units = std::sqrt(static_cast<double>(square)) * kDistanceUnits;
+            const uint32_t distance =
+                static_cast<uint32_t>(std::ceil(units)) + kDistanceUnits - 2 * arc.coverage;
+            distances[x] = std::min(distances[x], distance);
         }
     }
 }
@@ -136,13 +150,16 @@ void MeasureRow(const Measuring& m, size_t y) {
 void MeasureStep(Measuring& m, uint32_t step) {
     LookDown(m, step);
     LookUp(m);
-    for (size_t y = 0; y < m.plane.rows; ++y) MeasureRow(m, y);
+    const int32_t squareEnough = SquareThatIsEnough(m.enough, step);
+    for (size_t y = 0; y < m.plane.rows; ++y) MeasureRow(m, y, squareEnough);
 }
 
 }  // namespace
 
-PsdReadResult MeasureDistances(const CoveragePlane& plane, uint32_t reach, uint32_t* distances) {
-    Measuring m{.plane = plane, .reach = static_cast<int32_t>(reach), .distances = distances};
+PsdReadResult MeasureDistances(const CoveragePlane& plane, uint32_t reach, uint32_t enough,
+                               uint32_t* distances) {
+    Measuring m{
+        .plane = plane, .reach = static_cast<int32_t>(reach), .enough = enough, .distances = distances};
     m.nearest = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
     m.coverages = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
     m.arcs = AllocateZeroed<Arc>({plane.columns + 2});
@@ -156,11 +173,10 @@ PsdReadResult MeasureDistances(const CoveragePlane& plane, uint32_t reach, uint3
         has[coverage] = true;
         distances[i] = coverage ? 2 * (255u - coverage) : kOutOfReach;
     }
-    // A step that leaves out no pixel of the one before tells nothing new.
-    uint32_t before = 0;
+    // A step that adds no pixel to the one before tells nothing new.
+    size_t before = 256;
     for (const uint32_t step : kSteps) {
-        const bool isNew = before == 0 || std::find(has + before, has + step, true) != has + step;
-        if (isNew) MeasureStep(m, step);
+        if (std::find(has + step, has + before, true) != has + before) MeasureStep(m, step);
         before = step;
     }
     return PsdReadResult::kOk;

@@ -8,18 +8,18 @@
 namespace tessary {
 namespace {
 
-constexpr uint32_t kGradientSteps = 35;
-constexpr uint32_t kDistanceSteps = 60;
-
-// What painting takes: tiles that are made smaller are taken apart.
+// Nanoseconds a pixel that painting takes. Tiles that are made smaller are taken apart.
 uint32_t PatternSteps(double scalePercent, double angleDegrees) {
-    if (scalePercent >= 100) return 30;
-    return angleDegrees != 0 ? 700 : scalePercent < 25 ? 200 : 90;
+    const bool isTurned = angleDegrees != 0;
+    if (scalePercent >= 100) return isTurned ? 38u : scalePercent > 100 ? 28u : 8u;
+    return isTurned ? 300u : scalePercent < 25 ? 75u : 25u;
 }
 
-uint32_t GradientSteps(const GradientSettings& gradient, GradientMethod method) {
+uint32_t GradientSteps(const GradientSettings& gradient, GradientStyle style, GradientMethod method) {
     const size_t stops = gradient.colorStops.count + gradient.opacityStops.count;
-    uint32_t steps = kGradientSteps + (method == GradientMethod::kBytes ? 0 : 20);
+    uint32_t steps = 16;
+    if (method != GradientMethod::kBytes) steps += 10;
+    if (style == GradientStyle::kAngle) steps += 8;
     for (size_t i = 16; i < stops; i *= 2) steps += 10;
     return steps;
 }
@@ -170,7 +170,9 @@ PsdReadResult MeasureSide(const EffectJob& job, const Rect& bounds, bool isInwar
     CoveragePlane plane;
     const auto result = MakeCoverage(job.layer, bounds, isInward, plane);
     if (result != PsdReadResult::kOk) return result;
-    return MeasureDistances(plane, ReachOfGrowth(GrowthHalves(job.effects.stroke)), distances);
+    const uint32_t halves = GrowthHalves(job.effects.stroke);
+    const uint32_t enough = IsShapeBurst(job.effects.stroke) ? 0 : DistanceOfFullGrowth(halves);
+    return MeasureDistances(plane, ReachOfGrowth(halves), enough, distances);
 }
 
 // How much of a pixel the stroke covers.
@@ -299,7 +301,7 @@ PsdReadResult DrawStroke(const EffectJob& job, EffectBuffer& buffer) {
 
 EffectPlace PlaceOfGradientOverlay(const PsdDocument&, const EffectsRecord& effects) {
     const GradientOverlaySettings& overlay = effects.gradientOverlay;
-    return {.steps = GradientSteps(overlay.gradient, overlay.method)};
+    return {.steps = GradientSteps(overlay.gradient, overlay.style, overlay.method)};
 }
 
 EffectPlace PlaceOfPatternOverlay(const PsdDocument&, const EffectsRecord& effects) {
@@ -309,12 +311,13 @@ EffectPlace PlaceOfPatternOverlay(const PsdDocument&, const EffectsRecord& effec
 EffectPlace PlaceOfStroke(const PsdDocument&, const EffectsRecord& effects) {
     const StrokeSettings& stroke = effects.stroke;
     const bool isCenter = stroke.position == StrokeSettings::kCenter;
-    const uint32_t painting =
-        stroke.paint == StrokeSettings::kGradient  ? GradientSteps(stroke.gradient, stroke.method)
-        : stroke.paint == StrokeSettings::kPattern ? PatternSteps(stroke.scalePercent, 0)
-                                                   : 0;
+    const uint32_t painting = stroke.paint == StrokeSettings::kGradient
+                                  ? GradientSteps(stroke.gradient, stroke.style, stroke.method)
+                              : stroke.paint == StrokeSettings::kPattern
+                                  ? PatternSteps(stroke.scalePercent, 0)
+                                  : 0;
     return {.margin = StrokeMargin(stroke),
-            .bytes = isCenter ? 11u : 7u,
+            .bytes = kDistanceBytes + (isCenter ? 8u : 4u),
             .steps = painting + kDistanceSteps * (isCenter ? 2 : 1)};
 }
 

@@ -94,10 +94,10 @@ PsdReadResult DrawOuterGlow(const EffectJob& job, EffectBuffer& buffer) {
 }
 
 // The distances of all pixels of the layer from what it does not cover. kOutOfMemory.
-PsdReadResult MeasureInward(const PsdLayer& layer, uint32_t reach, CoveragePlane& plane,
+PsdReadResult MeasureInward(const PsdLayer& layer, uint32_t reach, uint32_t enough, CoveragePlane& plane,
                             uint32_t* distances) {
     const auto result = MakeCoverage(layer, {0, 0, layer.width, layer.height}, true, plane);
-    return result == PsdReadResult::kOk ? MeasureDistances(plane, reach, distances) : result;
+    return result == PsdReadResult::kOk ? MeasureDistances(plane, reach, enough, distances) : result;
 }
 
 // The layer's coverage in one colour, moved by (dx, dy) and shrunk by so many pixels. Whatever is not needed
@@ -115,7 +115,8 @@ PsdReadResult DrawShrunk(EffectBuffer& buffer, const PsdLayer& layer, uint32_t c
     if (!distances) return PsdReadResult::kOutOfMemory;
     CoveragePlane plane;
     const uint32_t halfPixels = 2 * static_cast<uint32_t>(pixels);
-    const auto result = MeasureInward(layer, ReachOfGrowth(halfPixels), plane, distances.get());
+    const auto result = MeasureInward(layer, ReachOfGrowth(halfPixels), DistanceOfFullGrowth(halfPixels),
+                                      plane, distances.get());
     if (result != PsdReadResult::kOk) return result;
     uint32_t* pixel = buffer.pixels.get();
     for (int64_t y = int64_t{buffer.bounds.top} - dy; y < int64_t{buffer.bounds.bottom} - dy; ++y) {
@@ -169,7 +170,7 @@ PsdReadResult DrawInnerShadow(const EffectJob& job, EffectBuffer& buffer) {
 PsdReadResult DrawPreciseEdge(EffectBuffer& buffer, const PsdLayer& layer, const GlowSettings& glow) {
     CoveragePlane plane;
     uint32_t* const pixels = buffer.pixels.get();
-    const auto result = MeasureInward(layer, static_cast<uint32_t>(glow.size) + 1, plane, pixels);
+    const auto result = MeasureInward(layer, static_cast<uint32_t>(glow.size) + 1, 0, plane, pixels);
     if (result != PsdReadResult::kOk) return result;
     const int32_t length = std::max(1, glow.size - SpreadOf(glow.spreadPercent, glow.size));
     for (size_t i = 0; i < PixelCount(buffer); ++i) {
@@ -253,9 +254,6 @@ PsdReadResult DrawColorOverlay(const EffectJob& job, EffectBuffer& buffer) {
     return result;
 }
 
-// What distances from the edge take, in memory and in steps.
-constexpr uint32_t kDistanceBytes = 7, kDistanceSteps = 60;
-
 // What details of an effect add to drawing it.
 template <class Settings>
 uint32_t StepsOfDetails(const Settings& settings) {
@@ -290,7 +288,7 @@ EffectPlace PlaceOfInnerShadow(const PsdDocument&, const EffectsRecord& effects)
     const ShadowSettings& shadow = effects.innerShadow;
     const bool isChoked = SpreadOf(shadow.spreadPercent, shadow.size) > 0;
     return {.reach = BlurReach(shadow.size),
-            .bytes = static_cast<uint32_t>(sizeof(uint32_t)) + (isChoked ? kDistanceBytes : 0),
+            .bytes = static_cast<uint32_t>(sizeof(uint32_t)) + (isChoked ? 4 + kDistanceBytes : 0),
             .steps = StepsOfDetails(shadow) + (isChoked ? kDistanceSteps : 0),
             .blurred = shadow.size};
 }
@@ -306,7 +304,7 @@ EffectPlace PlaceOfInnerGlow(const PsdDocument&, const EffectsRecord& effects) {
     const GlowSettings& glow = effects.innerGlow;
     const bool isPrecise = glow.technique == GlowSettings::kPrecise;
     const bool measures = isPrecise || SpreadOf(glow.spreadPercent, glow.size) > 0;
-    return {.bytes = static_cast<uint32_t>(sizeof(uint32_t)) + (measures ? kDistanceBytes : 0),
+    return {.bytes = static_cast<uint32_t>(sizeof(uint32_t)) + (measures ? 4 + kDistanceBytes : 0),
             .steps = StepsOfDetails(glow) + (glow.useGradient ? 12u : 0u) + (measures ? kDistanceSteps : 0),
             .blurred = isPrecise ? 0 : glow.size};
 }

@@ -73,9 +73,12 @@ struct Samples {
     uint8_t weights[kSamples];
 
     void Take(const Side& side, double first, double step) {
+        const double floored = std::floor(first);
+        const uint32_t start = side.Index(floored), size = static_cast<uint32_t>(side.size);
         count = 0;
         for (uint32_t i = 0; i < kSamples; ++i) {
-            const uint32_t index = side.Index(std::floor(first + (i + 0.5) * step / kSamples));
+            uint32_t index = start + static_cast<uint32_t>(first - floored + (i + 0.5) * step / kSamples);
+            if (index >= size) index %= size;
             if (count == 0 || indices[count - 1] != index) {
                 indices[count] = index;
                 weights[count++] = 0;
@@ -103,17 +106,33 @@ void ShrunkRow(const Paint& paint, double x, double y, size_t count, uint32_t* p
     }
 }
 
+// The whole place at or below all samples of a pixel, and the tile's index there.
+struct SampleBase {
+    double floored;
+    uint32_t index, size;
+
+    SampleBase(const Side& side, double center, double reach)
+        : floored(std::floor(center - reach)), index(side.Index(floored)),
+          size(static_cast<uint32_t>(side.size)) {}
+    uint32_t Index(double at) const {
+        const uint32_t moved = index + static_cast<uint32_t>(at - floored);
+        return moved < size ? moved : moved % size;
+    }
+};
+
 uint32_t TurnedMean(const Paint& paint, const Side& columns, const Side& rows, double x, double y) {
     const PsdPattern& tile = *paint.tile;
+    const double cosine = paint.cosine / paint.scale, sine = paint.sine / paint.scale;
+    const double reach = (std::abs(cosine) + std::abs(sine)) / 2;
+    const SampleBase across(columns, (x + 0.5) * cosine - (y + 0.5) * sine, reach);
+    const SampleBase down(rows, (x + 0.5) * sine + (y + 0.5) * cosine, reach);
     PixelSum sum;
     for (uint32_t j = 0; j < kSamples; ++j) {
         for (uint32_t i = 0; i < kSamples; ++i) {
             const double sx = x + (i + 0.5) / kSamples, sy = y + (j + 0.5) / kSamples;
-            const double u = (sx * paint.cosine - sy * paint.sine) / paint.scale;
-            const double v = (sx * paint.sine + sy * paint.cosine) / paint.scale;
-            sum.Add(
-                tile.pixels[size_t{rows.Index(std::floor(v))} * tile.width + columns.Index(std::floor(u))],
-                1);
+            const uint32_t column = across.Index(sx * cosine - sy * sine),
+                           row = down.Index(sx * sine + sy * cosine);
+            sum.Add(tile.pixels[size_t{row} * tile.width + column], 1);
         }
     }
     return sum.Mean();
