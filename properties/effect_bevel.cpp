@@ -302,7 +302,8 @@ EffectPlace PlaceOfBevel(const PsdDocument&, const EffectsRecord& effects) {
     const bool isSmooth = bevel.technique == BevelSettings::kSmooth;
     const uint32_t sides = (HasInner(bevel) ? 1u : 0u) + (HasOuter(bevel) ? 1u : 0u);
     return {.margin = HasOuter(bevel) ? BlurReach(radius) : 0,
-            .reach = BlurReach(bevel.soften) + 1,
+            // The surface beyond need not be flat.
+            .reach = BlurReach(bevel.soften) + 1 + (isSmooth ? 0 : BlurReach(1)),
             .bytes = 4 + 8 * sides + (isSmooth ? 0 : 4 + kDistanceBytes),
             .steps = 8 * sides + (isSmooth ? 0 : kDistanceSteps * sides) + (bevel.useTexture ? 40u : 0u),
             // A blur that does not round takes four times as long.

@@ -12,7 +12,7 @@ namespace {
 uint32_t PatternSteps(double scalePercent, double angleDegrees) {
     const bool isTurned = angleDegrees != 0;
     if (scalePercent >= 100) return isTurned ? 38u : scalePercent > 100 ? 28u : 8u;
-    return isTurned ? 300u : scalePercent < 25 ? 75u : 25u;
+    return isTurned ? 130u : scalePercent < 25 ? 75u : 25u;
 }
 
 uint32_t GradientSteps(const GradientSettings& gradient, GradientStyle style, GradientMethod method) {

@@ -13,6 +13,7 @@
 #include "document/channel_codec.h"
 #include "tests/support/document_builder.h"
 #include "tools/sample_blocks.h"
+#include "tools/sample_effects.h"
 #include "tools/sample_picture.h"
 #include "tools/sample_planes.h"
 
@@ -183,6 +184,15 @@ void WriteLayeredSamples(const Writer& write, Scale px) {
         document.Layer(LayerOf(scene, "background"))
             .Layer(LayerOf(tile, "tile", px(60), px(35)).Block("lfx2", block));
         write(name, document.Build());
+    }
+
+    std::vector<EffectSample> alone = EffectSamples();
+    alone.push_back({"all", AllEffects()});
+    for (const auto& [name, settings] : alone) {
+        DocumentBuilder document = Layered(px(160), px(120));
+        document.Layer(LayerOf(scene, "background"));
+        document.Layer(LayerOf(tile, "tile", px(60), px(35)).Block("lfx2", EffectsBlock(settings)));
+        write(std::string("effect-") + name, document.DocumentBlock("Patt", WeaveBlock()).Build());
     }
 
     DocumentBuilder deep = Layered(px(160), px(120), 16);
