@@ -75,13 +75,12 @@ void LookUp(Measuring& m) {
 // Returns the number of arcs.
 size_t AddArc(const Measuring& m, size_t count, Arc added) {
     Arc* const arcs = m.arcs.get();
+    // Beyond its reach it does not matter to which arc a pixel falls.
+    added.begin = added.column - m.reach;
     for (; count > 0; --count) {
         const Arc& last = arcs[count - 1];
         const int32_t apart = added.column - last.column;
-        if (apart > 2 * m.reach) {
-            added.begin = last.column + m.reach + 1;
-            break;
-        }
+        if (apart > 2 * m.reach) break;
         const int32_t fromLast = last.begin - last.column, fromAdded = last.begin - added.column;
         if (fromAdded * fromAdded + added.square < fromLast * fromLast + last.square) continue;
         // From here on the added one is nearer. The quotient is a whole number or at least 1 / (4 * reach)
@@ -90,10 +89,10 @@ size_t AddArc(const Measuring& m, size_t count, Arc added) {
         constexpr int32_t kOffset = 1 << 20;
         const double quotient =
             (apart * apart + added.square - last.square) * m.halves[static_cast<size_t>(apart)];
-        added.begin = last.column + static_cast<int32_t>(quotient + (kOffset + kGrace)) - kOffset + 1;
+        const int32_t begin = last.column + static_cast<int32_t>(quotient + (kOffset + kGrace)) - kOffset + 1;
+        added.begin = std::clamp(begin, added.column - m.reach, added.column + m.reach + 1);
         break;
     }
-    if (count == 0) added.begin = added.column - m.reach;
     arcs[count] = added;
     return count + 1;
 }

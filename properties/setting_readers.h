@@ -16,10 +16,10 @@ PsdReadResult ReadFlagValue(PsdDocument& document, uint32_t type, bool& value);
 PsdReadResult ReadNumberValue(PsdDocument& document, uint32_t type, double& value);
 
 // The same, limited to a range; not a number counts as its lower end.
-template <double low, double high>
+template <int32_t low, int32_t high>
 PsdReadResult ReadNumberWithin(PsdDocument& document, uint32_t type, double& value) {
     const PsdReadResult result = ReadNumberValue(document, type, value);
-    value = value > low ? std::min(value, high) : low;
+    value = value > low ? std::min(value, static_cast<double>(high)) : low;
     return result;
 }
 
