@@ -144,11 +144,11 @@ Texture TextureOf(const EffectJob& job) {
 // Rows above, at and below the one that is lit; those above have been lit already.
 struct SlopeRows {
     Owned<float> memory;
-    float* rows[3];
+    float* rows[3] = {};
 
     bool Make(size_t columns) {
         memory = AllocateZeroed<float>({3, columns});
-        for (size_t i = 0; i < 3; ++i) rows[i] = memory.get() + i * columns;
+        for (size_t i = 0; memory && i < 3; ++i) rows[i] = memory.get() + i * columns;
         return static_cast<bool>(memory);
     }
     void Turn() { std::rotate(rows, rows + 1, rows + 3); }

@@ -28,46 +28,48 @@ struct Measuring {
     // By pixel: how far down or up the nearest covered pixel of the column is, and how much of it is covered.
     Owned<uint8_t> nearest = {};  // kNone: there is none
     Owned<uint8_t> coverages = {};
-    Owned<Arc> arcs = {};       // of one row
-    Owned<double> halves = {};  // 1 / (2 * i), by i
+    Owned<uint8_t> beyond = {};  // a row of each of these, where the plane ends
+    Owned<Arc> arcs = {};        // of one row
+    Owned<double> halves = {};   // 1 / (2 * i), by i
 
     size_t Row(size_t y) const { return y * plane.columns; }
 };
 
+// One pixel farther down or up the column.
+uint8_t Farther(uint8_t distance) { return static_cast<uint8_t>(distance + (distance != kNone)); }
+
 // Rows of nearest pixels, from above and then also from below.
 void LookDown(Measuring& m, uint32_t step) {
     const size_t columns = m.plane.columns;
-    const uint8_t outside = m.plane.isCoveredBeyond ? 0 : kNone;
+    const uint8_t *above = m.beyond.get(), *coverageAbove = above + columns;
     for (size_t y = 0; y < m.plane.rows; ++y) {
         const uint8_t* const covered = m.plane.bytes.get() + m.Row(y);
         uint8_t* const nearest = m.nearest.get() + m.Row(y);
         uint8_t* const coverages = m.coverages.get() + m.Row(y);
         for (size_t x = 0; x < columns; ++x) {
-            const uint8_t before = y ? nearest[x - columns] : outside;
-            const uint8_t coverage = y ? coverages[x - columns] : uint8_t{255};
-            const uint8_t farther = static_cast<uint8_t>(before + (before != kNone));
             const bool isHere = covered[x] >= step;
-            nearest[x] = isHere ? uint8_t{0} : farther;
-            coverages[x] = isHere ? covered[x] : coverage;
+            nearest[x] = isHere ? uint8_t{0} : Farther(above[x]);
+            coverages[x] = isHere ? covered[x] : coverageAbove[x];
         }
+        above = nearest;
+        coverageAbove = coverages;
     }
 }
 
 void LookUp(Measuring& m) {
     const size_t columns = m.plane.columns;
-    const uint8_t outside = m.plane.isCoveredBeyond ? 0 : kNone;
-    for (size_t y = m.plane.rows; y-- > 0;) {
-        const bool isLast = y + 1 == m.plane.rows;
-        uint8_t* const nearest = m.nearest.get() + m.Row(y);
-        uint8_t* const coverages = m.coverages.get() + m.Row(y);
+    const uint8_t *below = m.beyond.get(), *coverageBelow = below + columns;
+    for (size_t left = m.plane.rows; left > 0; --left) {
+        uint8_t* const nearest = m.nearest.get() + m.Row(left - 1);
+        uint8_t* const coverages = m.coverages.get() + m.Row(left - 1);
         for (size_t x = 0; x < columns; ++x) {
-            const uint8_t before = isLast ? outside : nearest[x + columns];
-            const uint8_t coverage = isLast ? uint8_t{255} : coverages[x + columns];
-            const uint8_t farther = static_cast<uint8_t>(before + (before != kNone));
+            const uint8_t farther = Farther(below[x]), coverage = coverageBelow[x];
             const bool isNearer = farther < nearest[x] || (farther == nearest[x] && coverage > coverages[x]);
             nearest[x] = isNearer ? farther : nearest[x];
             coverages[x] = isNearer ? coverage : coverages[x];
         }
+        below = nearest;
+        coverageBelow = coverages;
     }
 }
 
@@ -161,10 +163,14 @@ PsdReadResult MeasureDistances(const CoveragePlane& plane, uint32_t reach, uint3
         .plane = plane, .reach = static_cast<int32_t>(reach), .enough = enough, .distances = distances};
     m.nearest = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
     m.coverages = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
+    m.beyond = AllocateZeroed<uint8_t>({2, plane.columns});
     m.arcs = AllocateZeroed<Arc>({plane.columns + 2});
     m.halves = AllocateZeroed<double>({2 * uint64_t{reach} + 1});
-    if (!m.nearest || !m.coverages || !m.arcs || !m.halves) return PsdReadResult::kOutOfMemory;
+    if (!m.nearest || !m.coverages || !m.beyond || !m.arcs || !m.halves) return PsdReadResult::kOutOfMemory;
     for (size_t i = 1; i < m.halves.count(); ++i) m.halves[i] = 0.5 / static_cast<double>(i);
+
+    std::fill_n(m.beyond.get(), plane.columns, plane.isCoveredBeyond ? uint8_t{0} : kNone);
+    std::fill_n(m.beyond.get() + plane.columns, plane.columns, uint8_t{255});
 
     bool has[256] = {};
     for (size_t i = 0; i < plane.columns * plane.rows; ++i) {
