@@ -8,8 +8,8 @@
 
 namespace tessary {
 
-inline constexpr int32_t kMaxEffectSize = 250;               // pixels, of sizes and blurs
-inline constexpr int32_t kMaxEffectDistance = 30000;         // pixels
+inline constexpr int32_t kMaxEffectSize = 250;                // pixels, of sizes and blurs
+inline constexpr int32_t kMaxEffectDistance = 30000;          // pixels
 inline constexpr int32_t kLeastScale = 1, kMostScale = 1000;  // percent, of gradients and patterns
 
 // Drop shadow and inner shadow.
