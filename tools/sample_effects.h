@@ -262,4 +262,43 @@ inline std::vector<EffectItems> AllEffects() {
     };
 }
 
+// Of the layers of the picture that shows what the product can do: all ten, spread over it.
+struct PictureEffects {
+    static Items Lit(std::string_view mode, double opacity, uint32_t color, double distance, double size) {
+        return Items()
+            .Shown(mode, opacity)
+            .Color("Clr ", color)
+            .Angle("lagl", 135)
+            .Pixels("Dstn", distance)
+            .Pixels("blur", size);
+    }
+
+    std::vector<EffectItems> sun = {{"OrGl", Lit("Scrn", 80, 0xFFD080, 0, 60)},
+                                    {"IrGl", Lit("Nrml", 90, 0xFFB040, 0, 16)}};
+    std::vector<EffectItems> farHills = {
+        {"GrFl",
+         Items().Shown("Nrml", 70).Object("Grad", Gradient({0xFF5A3A84, 0xFFD08AA8})).Angle("Angl", 90)}};
+    std::vector<EffectItems> nearHills = {{"SoFi", Items().Shown("Nrml", 35).Color("Clr ", 0x301848)},
+                                          {"IrSh", Lit("Scrn", 60, 0xFFC890, 5, 8)}};
+    std::vector<EffectItems> water = {
+        {"patternFill", Items().Shown("SftL", 45).Object("Ptrn", WeavePattern()).Percent("Scl ", 150)}};
+    std::vector<EffectItems> cube = {
+        {"DrSh", Lit("Mltp", 70, 0x0A0528, 14, 16)},
+        {"ChFX", Lit("Scrn", 20, 0xFFE0FF, 18, 14)},
+        {"FrFX", Items().Shown().Pixels("Sz  ", 3).Choice("Styl", "OutF").Color("Clr ", 0xFFF0D8)},
+        {"ebbl", Items()
+                     .Flag("enab")
+                     .Choice("bvlS", "InrB")
+                     .Choice("hglM", "Scrn")
+                     .Color("hglC", 0xFFFFFF)
+                     .Percent("hglO", 70)
+                     .Choice("sdwM", "Mltp")
+                     .Color("sdwC", 0x201040)
+                     .Percent("sdwO", 60)
+                     .Angle("lagl", 135)
+                     .Angle("Lald", 30)
+                     .Percent("srgR", 100)
+                     .Pixels("blur", 8)}};
+};
+
 }  // namespace tessary::tools
