@@ -82,7 +82,7 @@ void OneLayer(benchmark::State& state) {
         state.PauseTiming();
         std::memcpy(document.canvas.get(), canvas.get(), kPixels * sizeof(uint32_t));
         state.ResumeTiming();
-        CompositeLayer(document, CompositeSourceOf(layer), layer.bounds);
+        static_cast<void>(CompositeLayer(document, CompositeSourceOf(layer), layer.bounds));
     }
     CountPixels(state, 1);
 }

@@ -40,6 +40,12 @@ bool MayKeepPixels(const KeptPixels& pixels) {
     return rest <= ofInput || rest - ofInput <= ofPixels;
 }
 
+bool MayWorkOn(const Allowance& allowance, uint64_t bytes, uint32_t bytesPerPixel, uint64_t inputBytes) {
+    constexpr uint64_t kBuffers = 3;
+    const uint64_t pixels = Product(allowance.filledPixels, bytesPerPixel) / (kBytesPerPixel * kBuffers);
+    return MayKeepPixels(bytes / kBuffers, inputBytes, pixels);
+}
+
 void CountFilled(Allowance& allowance, uint64_t pixels) { allowance.filledPixels += pixels; }
 
 bool SpendSteps(Allowance& allowance, uint64_t steps) {

@@ -20,7 +20,8 @@ inline KeptPixels operator+(const KeptPixels& a, const KeptPixels& b) {
 
 // What one document has used up.
 struct Allowance {
-    KeptPixels kept;               // of all layers that have pixels or masks at the moment
+    KeptPixels kept;  // of all layers that have pixels or masks at the moment
+    KeptPixels patterns;
     uint64_t filledPixels = 0;     // of layers, that stored data has really filled
     uint64_t stepsSpent = 0;       // see SpendSteps
     uint64_t recordBytes = 0;      // of all property lists
@@ -39,6 +40,10 @@ bool MayKeepPixels(const KeptPixels& pixels);
 inline bool MayKeepPixels(uint64_t bytes, uint64_t inputBytes, uint64_t filledPixels) {
     return MayKeepPixels({bytes, inputBytes, filledPixels});
 }
+
+// What an effect works on, all its buffers together, may be three such buffers, and beyond that what the
+// bytes of the file and the filled pixels are worth at so many bytes a pixel.
+bool MayWorkOn(const Allowance& allowance, uint64_t bytes, uint32_t bytesPerPixel, uint64_t inputBytes);
 
 // 3. Drawing: pixels that data has filled are paid for. Adjustments, effects and unfilled pixels are charged
 // in steps of about a nanosecond against ten seconds and 250 steps for every filled pixel. SpendSteps gives
@@ -70,7 +75,10 @@ inline constexpr uint64_t kMostDeliveredBytes = uint64_t{1} << 31;
 // bytes for its single one.
 inline constexpr uint32_t kMostAlphaNames = 4096;
 
-// 9. Pixels of the embedded thumbnail, which the system's JPEG decoder makes.
+// 9. Pixels of the tile of a pattern.
+inline constexpr uint64_t kMostTilePixels = uint64_t{1} << 24;
+
+// 10. Pixels of the embedded thumbnail, which the system's JPEG decoder makes.
 inline constexpr uint64_t kMostThumbnailBytes = uint64_t{64} << 20;
 
 }  // namespace tessary

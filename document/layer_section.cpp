@@ -7,6 +7,7 @@
 #include "document/byte_reader.h"
 #include "document/layer_pixels.h"
 #include "document/layer_record.h"
+#include "document/patterns.h"
 
 namespace tessary {
 namespace {
@@ -83,6 +84,10 @@ PsdReadResult ReadDocumentBlocks(PsdDocument& document, uint32_t end, PlaneDecod
         if (key == FourCC("Lr16")) {
             const PsdReadResult result = ReadLayerInfo(document, length, decoder);
             if (result != PsdReadResult::kOk) return result;
+        } else if (key == FourCC("Patt") || key == FourCC("Pat2")) {
+            const uint32_t blockEnd = WrapAdd(Position(document), length);
+            ReadPatterns(document, blockEnd);
+            SkipTo(document, blockEnd);
         } else {
             Skip(document, static_cast<int32_t>(length));
         }

@@ -230,6 +230,14 @@ struct PsdLayer {
     const PsdLayer* parent = nullptr;  // the group's record in the same array
 };
 
+// A tile that effects paint with.
+struct PsdPattern {
+    PsdPascalString identifier;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    Owned<uint32_t> pixels;  // width x height
+};
+
 struct PsdResolution {
     bool present = false;
     float horizontal = 0;         // in the unit beside it
@@ -429,10 +437,14 @@ struct PsdDocument {
     uint16_t globalMaskOpacity = 0;
     uint8_t globalMaskKind = 0;
 
+    uint32_t patternCount = 0;
+    Owned<PsdPattern> patterns;  // the first `patternCount` are in use
+
     Owned<uint32_t> mergedPixels;  // width x height, or null when the read mode passes it over
 
     Owned<uint32_t> canvas;       // width x height, made by Render
     Owned<uint8_t> noiseMap;      // width x height, made when the first layer that dissolves is drawn
+    uint64_t noiseSeed = 0;       // 0 takes the clock
     Owned<uint32_t> sparePixels;  // of a layer that was drawn, for the next one's
     Allowance allowance;
 };
@@ -484,7 +496,7 @@ T* AppendProperty(PsdLayer& layer, uint32_t code) {
 
 // The record of the first entry with this code, or null. T must be the type it was appended with.
 template <class T>
-T* FindProperty(PsdLayer& layer, uint32_t code) {
+T* FindProperty(const PsdLayer& layer, uint32_t code) {
     for (uint32_t i = 0; i < layer.propertyList.count; ++i) {
         if (layer.propertyList.entries[i].propertyCode == code)
             return static_cast<T*>(layer.propertyList.entries[i].record);

@@ -61,18 +61,27 @@ void ReadInnerGlow(PsdDocument& document, EffectsRecord& effects, uint32_t versi
     if (version >= 2) effects.innerGlow.fromCenter = ReadBool(document);
 }
 
+// The style is stored by a number of its own, and the depth as a height in pixels. Half of the blur of an
+// emboss lies on each side of the edge.
 void ReadBevel(PsdDocument& document, EffectsRecord& effects, uint32_t) {
+    constexpr BevelSettings::Style kStyles[] = {BevelSettings::kOtherStyle, BevelSettings::kOuter,
+                                                BevelSettings::kInner, BevelSettings::kEmboss,
+                                                BevelSettings::kPillowEmboss};
     BevelSettings& bevel = effects.bevel;
     bevel.angleDegrees = ReadAngle(document);
-    bevel.depthPercent = ReadFixedInteger(document, 0, 0x7FFF);
-    bevel.size = ReadSize(document);
+    bevel.altitudeDegrees = 30;
+    const double strength = std::max(double{ReadFixed(document)}, 0.0);
+    const double blur = std::max(double{ReadFixed(document)}, 0.0);
+    bevel.depthPercent = blur == 0 ? 100 : LimitSetting(100 * strength / std::min(blur, 20.0) + 0.5, 0, 1000);
     bevel.highlightMode = ReadSignedBlendKey(document);
     bevel.shadowMode = ReadSignedBlendKey(document);
     bevel.highlightColor = ReadColor(document);
     bevel.shadowColor = ReadColor(document);
     const uint8_t style = ReadU8(document);
-    bevel.style = style <= BevelSettings::kPillowEmboss ? static_cast<BevelSettings::Style>(style)
-                                                        : BevelSettings::kInner;
+    bevel.style = style < std::size(kStyles) ? kStyles[style] : BevelSettings::kOtherStyle;
+    const bool isEmboss =
+        bevel.style == BevelSettings::kEmboss || bevel.style == BevelSettings::kPillowEmboss;
+    bevel.size = LimitSetting(blur + 0.5, 0, kMaxEffectSize) * (isEmboss ? 2 : 1);
     bevel.highlightOpacity = ReadU8(document);
     bevel.shadowOpacity = ReadU8(document);
     bevel.enabled = ReadBool(document);

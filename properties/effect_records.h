@@ -8,8 +8,9 @@
 
 namespace tessary {
 
-inline constexpr int32_t kMaxEffectSize = 250;        // pixels, of sizes and blurs
-inline constexpr int32_t kMaxEffectDistance = 30000;  // pixels
+inline constexpr int32_t kMaxEffectSize = 250;                // pixels, of sizes and blurs
+inline constexpr int32_t kMaxEffectDistance = 30000;          // pixels
+inline constexpr int32_t kLeastScale = 1, kMostScale = 1000;  // percent, of gradients and patterns
 
 // Drop shadow and inner shadow.
 struct ShadowSettings {
@@ -45,7 +46,7 @@ struct GlowSettings {
     int32_t jitterPercent = 0;
     bool contourAntiAlias = false;
     ContourSettings contour;
-    int32_t rangePercent = 50;  // 50 changes nothing
+    int32_t rangePercent = 50;  // 100 changes nothing
 };
 
 struct SatinSettings {
@@ -77,8 +78,9 @@ struct GradientOverlaySettings {
     GradientStyle style = GradientStyle::kLinear;
     bool reverse = false;
     bool align = true;
-    int32_t scalePercent = 100;
+    double scalePercent = 100;  // kLeastScale..kMostScale
     OffsetSettings offset;
+    GradientMethod method = GradientMethod::kBytes;
 };
 
 struct PatternOverlaySettings {
@@ -87,7 +89,9 @@ struct PatternOverlaySettings {
     uint8_t opacity = 0;
     PatternSettings pattern;
     double angleDegrees = 0;
-    int32_t scalePercent = 100;
+    double scalePercent = 100;  // kLeastScale..kMostScale
+    bool linked = true;         // moves with the layer
+    OffsetSettings phase;
 };
 
 struct StrokeSettings {
@@ -106,15 +110,20 @@ struct StrokeSettings {
     double angleDegrees = 0;
     bool reverse = false;
     bool align = true;
-    int32_t scalePercent = 100;
+    double scalePercent = 100;
     OffsetSettings offset;
+    GradientMethod method = GradientMethod::kBytes;
     bool linked = true;
+    OffsetSettings phase;
 };
 
 struct BevelSettings {
-    enum Style : uint8_t { kInner, kOuter, kEmboss, kPillowEmboss };
+    // Of a style that is not one of these nothing is drawn.
+    enum Style : uint8_t { kInner, kOuter, kEmboss, kPillowEmboss, kOtherStyle };
+    enum Technique : uint8_t { kSmooth, kChiselHard, kChiselSoft };
     bool enabled = false;
     Style style = kInner;
+    Technique technique = kSmooth;
     bool directionDown = false;
     PsdBlendMode highlightMode = kBlendNormal;
     uint32_t highlightColor = 0;
@@ -123,18 +132,25 @@ struct BevelSettings {
     uint32_t shadowColor = 0;
     uint8_t shadowOpacity = 0;
     bool useGlobalLight = false;
+    bool hasLocalAngle = false;  // else the angle is that of an older key
     int32_t angleDegrees = 0;
-    int32_t altitudeDegrees = 0;
-    int32_t depthPercent = 0;
-    int32_t size = 0;
-    int32_t soften = 0;
-    bool contourAntiAlias = false;
+    int32_t altitudeDegrees = 0;  // 0..90
+    int32_t depthPercent = 0;     // 0..1000
+    int32_t size = 0;             // 0..2 * kMaxEffectSize, of an emboss on both sides of the edge
+    int32_t soften = 0;           // 0..kMaxEffectSize
+    bool glossAntiAlias = false;
     ContourSettings glossContour;
+    bool useContour = false;
+    bool contourAntiAlias = false;
     ContourSettings contour;
-    int32_t rangePercent = 50;
+    int32_t rangePercent = 100;  // of the contour
+    bool useTexture = false;
     PatternSettings texture;
+    int32_t textureDepthPercent = 0;  // -1000..1000
     bool textureInverted = false;
-    int32_t textureScalePercent = 100;
+    double textureScalePercent = 100;
+    bool textureLinked = true;
+    OffsetSettings texturePhase;
 };
 
 // The order in which the passes go through them is from the last to the first.
@@ -178,6 +194,7 @@ struct EffectsRecord {
     bool present[kEffectSlotCount] = {};
     bool renderPending[kEffectSlotCount] = {};
     EffectBuffer buffers[kEffectBufferCount];
+    bool isHeld[kEffectSlotCount] = {};  // the buffers wait for the second pass
 
     void MarkRead(EffectSlot slot) { present[slot] = renderPending[slot] = true; }
 };

@@ -1,26 +1,54 @@
 // Draws effects into their buffers. Each renderer draws from the layer's own pixels, sets the bounds, mode
-// and opacity of its buffer and clears its slot's pending mark.
+// and opacity of its buffers and clears its slot's pending mark.
 #pragma once
 
-#include "document/psd_document.h"
-#include "properties/effect_records.h"
+#include "properties/effect_buffers.h"
 
 namespace tessary {
 
-// Where an effect's buffer lies: as the layer with so many pixels more on all sides, 0..250, moved by (dx,
-// dy) pixels. And what it takes: nanoseconds a pixel, without its blur.
-struct EffectPlace {
-    int32_t margin, dx, dy;
-    uint32_t steps;
-};
 EffectPlace PlaceOfDropShadow(const PsdDocument& document, const EffectsRecord& effects);
+EffectPlace PlaceOfInnerShadow(const PsdDocument& document, const EffectsRecord& effects);
 EffectPlace PlaceOfOuterGlow(const PsdDocument& document, const EffectsRecord& effects);
+EffectPlace PlaceOfInnerGlow(const PsdDocument& document, const EffectsRecord& effects);
+EffectPlace PlaceOfSatin(const PsdDocument& document, const EffectsRecord& effects);
 EffectPlace PlaceOfColorOverlay(const PsdDocument& document, const EffectsRecord& effects);
+EffectPlace PlaceOfGradientOverlay(const PsdDocument& document, const EffectsRecord& effects);
+EffectPlace PlaceOfPatternOverlay(const PsdDocument& document, const EffectsRecord& effects);
+EffectPlace PlaceOfStroke(const PsdDocument& document, const EffectsRecord& effects);
+EffectPlace PlaceOfBevel(const PsdDocument& document, const EffectsRecord& effects);
 
-// All: the layer has pixels, the place is the effect's. kOutOfMemory leaves the slot pending and its buffer
-// empty.
-PsdReadResult RenderDropShadow(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects);
-PsdReadResult RenderOuterGlow(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects);
-PsdReadResult RenderColorOverlay(const PsdLayer& layer, const EffectPlace& place, EffectsRecord& effects);
+// All: the place is the effect's. kOutOfMemory leaves the slot pending and its buffers empty. An effect that
+// has nothing to paint with or no size leaves them empty, too.
+PsdReadResult RenderDropShadow(const EffectJob& job);
+PsdReadResult RenderInnerShadow(const EffectJob& job);
+PsdReadResult RenderOuterGlow(const EffectJob& job);
+PsdReadResult RenderInnerGlow(const EffectJob& job);
+PsdReadResult RenderSatin(const EffectJob& job);
+PsdReadResult RenderColorOverlay(const EffectJob& job);
+PsdReadResult RenderGradientOverlay(const EffectJob& job);
+PsdReadResult RenderPatternOverlay(const EffectJob& job);
+PsdReadResult RenderStroke(const EffectJob& job);
+PsdReadResult RenderBevel(const EffectJob& job);
+
+// What all renderers of one buffer end with. A buffer that was not finished is not kept.
+template <class Settings>
+PsdReadResult FinishEffect(const EffectJob& job, EffectSlot slot, const Settings& settings,
+                           PsdReadResult drawn) {
+    EffectBuffer& buffer = job.effects.buffers[slot];
+    if (drawn != PsdReadResult::kOk) {
+        buffer.pixels.Reset();
+        return drawn;
+    }
+    buffer.blendMode = settings.blendMode;
+    buffer.opacity = settings.opacity;
+    job.effects.renderPending[slot] = false;
+    return PsdReadResult::kOk;
+}
+
+// Light falls in from its angle: an effect moves the other way; y grows downward.
+struct LightOffset {
+    int32_t dx, dy;
+};
+LightOffset OffsetFromLight(int32_t angleDegrees, int32_t distance);
 
 }  // namespace tessary

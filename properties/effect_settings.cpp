@@ -13,13 +13,15 @@ namespace {
 constexpr auto ReadSizeValue = ReadLimited<0, kMaxEffectSize>;
 constexpr auto ReadDistanceValue = ReadLimited<0, kMaxEffectDistance>;
 constexpr auto ReadShareValue = ReadLimited<0, 100>;
+constexpr auto ReadScaleValue = ReadNumberWithin<kLeastScale, kMostScale>;
 
-// Values of an enumeration by their place in a list; a value that is not in it becomes the first.
+// Values of an enumeration by their place in a list.
 template <auto& values, class Enumeration>
-PsdReadResult ReadChoice(PsdDocument& document, uint32_t type, Enumeration& choice) {
+PsdReadResult ReadChoice(PsdDocument& document, uint32_t type, Enumeration& choice,
+                         Enumeration other = Enumeration{}) {
     PsdItemKey key;
     if (!ReadEnumValue(document, type, key)) return PsdReadResult::kOk;
-    choice = Enumeration{};
+    choice = other;
     for (size_t i = 0; i < std::size(values); ++i) {
         if (key == values[i]) choice = static_cast<Enumeration>(i);
     }
@@ -46,7 +48,10 @@ PsdReadResult ReadStrokePaint(PsdDocument& document, uint32_t type, StrokeSettin
     return ReadChoice<kStrokePaints>(document, type, value);
 }
 PsdReadResult ReadBevelStyle(PsdDocument& document, uint32_t type, BevelSettings::Style& value) {
-    return ReadChoice<kBevelStyles>(document, type, value);
+    return ReadChoice<kBevelStyles>(document, type, value, BevelSettings::kOtherStyle);
+}
+PsdReadResult ReadBevelTechnique(PsdDocument& document, uint32_t type, BevelSettings::Technique& value) {
+    return ReadChoice<kTechniques>(document, type, value);
 }
 PsdReadResult ReadBevelDirection(PsdDocument& document, uint32_t type, bool& down) {
     return ReadChoice<kBevelDirections>(document, type, down);
@@ -62,6 +67,18 @@ PsdReadResult ReadGlowGradient(PsdDocument& document, uint32_t type, void* recor
     GlowSettings& glow = *static_cast<GlowSettings*>(record);
     glow.useGradient = true;
     return ReadGradientObject(document, type, glow.gradient);
+}
+
+// The angle of a bevel has an older key as well, which counts only alone.
+PsdReadResult ReadBevelAngle(PsdDocument& document, uint32_t type, void* record) {
+    BevelSettings& bevel = *static_cast<BevelSettings*>(record);
+    bevel.hasLocalAngle = true;
+    return ReadIntegerValue(document, type, bevel.angleDegrees);
+}
+PsdReadResult ReadOldBevelAngle(PsdDocument& document, uint32_t type, void* record) {
+    BevelSettings& bevel = *static_cast<BevelSettings*>(record);
+    int32_t passedOver = 0;
+    return ReadIntegerValue(document, type, bevel.hasLocalAngle ? passedOver : bevel.angleDegrees);
 }
 
 // Of both shadows; an inner shadow has no "layerConceals".
@@ -128,8 +145,9 @@ constexpr DescriptorItemRow kGradientOverlayItems[] = {
     {"Type", Into<&GradientOverlaySettings::style, ReadGradientStyleValue>},
     {"Rvrs", Into<&GradientOverlaySettings::reverse, ReadFlagValue>},
     {"Algn", Into<&GradientOverlaySettings::align, ReadFlagValue>},
-    {"Scl ", Into<&GradientOverlaySettings::scalePercent, ReadIntegerValue>},
+    {"Scl ", Into<&GradientOverlaySettings::scalePercent, ReadScaleValue>},
     {"Ofst", Into<&GradientOverlaySettings::offset, ReadOffsetObject>},
+    {"gs99", Into<&GradientOverlaySettings::method, ReadGradientMethodValue>},
 };
 
 constexpr DescriptorItemRow kPatternOverlayItems[] = {
@@ -138,7 +156,9 @@ constexpr DescriptorItemRow kPatternOverlayItems[] = {
     {"Opct", Into<&PatternOverlaySettings::opacity, ReadPercentValue>},
     {"Ptrn", Into<&PatternOverlaySettings::pattern, ReadPatternObject>},
     {"Angl", Into<&PatternOverlaySettings::angleDegrees, ReadNumberValue>},
-    {"Scl ", Into<&PatternOverlaySettings::scalePercent, ReadIntegerValue>},
+    {"Scl ", Into<&PatternOverlaySettings::scalePercent, ReadScaleValue>},
+    {"Algn", Into<&PatternOverlaySettings::linked, ReadFlagValue>},
+    {"phase", Into<&PatternOverlaySettings::phase, ReadOffsetObject>},
 };
 
 constexpr DescriptorItemRow kStrokeItems[] = {
@@ -155,14 +175,17 @@ constexpr DescriptorItemRow kStrokeItems[] = {
     {"Angl", Into<&StrokeSettings::angleDegrees, ReadNumberValue>},
     {"Rvrs", Into<&StrokeSettings::reverse, ReadFlagValue>},
     {"Algn", Into<&StrokeSettings::align, ReadFlagValue>},
-    {"Scl ", Into<&StrokeSettings::scalePercent, ReadIntegerValue>},
+    {"Scl ", Into<&StrokeSettings::scalePercent, ReadScaleValue>},
     {"Ofst", Into<&StrokeSettings::offset, ReadOffsetObject>},
+    {"gradientsInterpolationMethod", Into<&StrokeSettings::method, ReadGradientMethodValue>},
     {"Lnkd", Into<&StrokeSettings::linked, ReadFlagValue>},
+    {"phase", Into<&StrokeSettings::phase, ReadOffsetObject>},
 };
 
 constexpr DescriptorItemRow kBevelItems[] = {
     {"enab", Into<&BevelSettings::enabled, ReadFlagValue>},
     {"bvlS", Into<&BevelSettings::style, ReadBevelStyle>},
+    {"bvlT", Into<&BevelSettings::technique, ReadBevelTechnique>},
     {"bvlD", Into<&BevelSettings::directionDown, ReadBevelDirection>},
     {"hglM", Into<&BevelSettings::highlightMode, ReadBlendModeValue>},
     {"hglC", Into<&BevelSettings::highlightColor, ReadColorObject>},
@@ -171,19 +194,25 @@ constexpr DescriptorItemRow kBevelItems[] = {
     {"sdwC", Into<&BevelSettings::shadowColor, ReadColorObject>},
     {"sdwO", Into<&BevelSettings::shadowOpacity, ReadPercentValue>},
     {"uglg", Into<&BevelSettings::useGlobalLight, ReadFlagValue>},
-    {"lagl", Into<&BevelSettings::angleDegrees, ReadIntegerValue>},
-    {"Angl", Into<&BevelSettings::angleDegrees, ReadIntegerValue>},
-    {"Lald", Into<&BevelSettings::altitudeDegrees, ReadIntegerValue>},
-    {"srgR", Into<&BevelSettings::depthPercent, ReadIntegerValue>},
+    {"lagl", ReadBevelAngle},
+    {"Angl", ReadOldBevelAngle},
+    {"Lald", Into<&BevelSettings::altitudeDegrees, ReadLimited<0, 90>>},
+    {"srgR", Into<&BevelSettings::depthPercent, ReadLimited<0, 1000>>},
     {"blur", Into<&BevelSettings::size, ReadSizeValue>},
     {"Sftn", Into<&BevelSettings::soften, ReadSizeValue>},
-    {"AntA", Into<&BevelSettings::contourAntiAlias, ReadFlagValue>},
+    {"antialiasGloss", Into<&BevelSettings::glossAntiAlias, ReadFlagValue>},
     {"TrnS", Into<&BevelSettings::glossContour, ReadContourObject>},
+    {"useShape", Into<&BevelSettings::useContour, ReadFlagValue>},
+    {"AntA", Into<&BevelSettings::contourAntiAlias, ReadFlagValue>},
     {"MpgS", Into<&BevelSettings::contour, ReadContourObject>},
     {"Inpr", Into<&BevelSettings::rangePercent, ReadShareValue>},
+    {"useTexture", Into<&BevelSettings::useTexture, ReadFlagValue>},
     {"Ptrn", Into<&BevelSettings::texture, ReadPatternObject>},
+    {"textureDepth", Into<&BevelSettings::textureDepthPercent, ReadLimited<-1000, 1000>>},
     {"InvT", Into<&BevelSettings::textureInverted, ReadFlagValue>},
-    {"Scl ", Into<&BevelSettings::textureScalePercent, ReadIntegerValue>},
+    {"Scl ", Into<&BevelSettings::textureScalePercent, ReadScaleValue>},
+    {"Algn", Into<&BevelSettings::textureLinked, ReadFlagValue>},
+    {"phase", Into<&BevelSettings::texturePhase, ReadOffsetObject>},
 };
 
 struct EffectRow {

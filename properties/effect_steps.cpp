@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "properties/curve_spline.h"
-#include "properties/stop_table.h"
+#include "properties/gradient_ramp.h"
 #include "render/image_ops.h"
 
 namespace tessary {
@@ -14,8 +14,17 @@ void MapAlpha(uint32_t* pixels, size_t count, Map map) {
     for (size_t i = 0; i < count; ++i) pixels[i] = (pixels[i] & 0x00FFFFFF) | map(Alpha(pixels[i])) << 24;
 }
 
-// The table of a contour: straight between two points, the spline of tone curves through more. With
-// `antiAlias` its steps are softened.
+}  // namespace
+
+void BoostAlpha(uint32_t* pixels, size_t count) {
+    MapAlpha(pixels, count, [](uint32_t alpha) { return alpha < 24 ? 10 * alpha : 255; });
+}
+
+void ApplyRange(uint32_t* pixels, size_t count, int32_t rangePercent) {
+    const uint32_t range = static_cast<uint32_t>(std::max(rangePercent, 1));
+    MapAlpha(pixels, count, [range](uint32_t alpha) { return std::min(alpha * 100 / range, 255u); });
+}
+
 void BuildContourTable(const ContourSettings& contour, bool antiAlias, uint8_t (&table)[256]) {
     const std::span<const ContourPoint> points = contour.points.span();
     ByteTable curve;
@@ -40,20 +49,6 @@ void BuildContourTable(const ContourSettings& contour, bool antiAlias, uint8_t (
     }
 }
 
-}  // namespace
-
-void BoostAlpha(uint32_t* pixels, size_t count) {
-    MapAlpha(pixels, count, [](uint32_t alpha) { return alpha < 24 ? 10 * alpha : 255; });
-}
-
-void ApplyRange(uint32_t* pixels, size_t count, int32_t rangePercent) {
-    const uint32_t range = static_cast<uint32_t>(std::max(rangePercent, 0));
-    MapAlpha(pixels, count, [range](uint32_t alpha) {
-        if (range == 0) return alpha ? 255u : 0u;
-        return std::min(alpha * 50 / range, 255u);
-    });
-}
-
 void ApplyContour(uint32_t* pixels, size_t count, const ContourSettings& contour, bool antiAlias) {
     if (contour.points.count < 2) return;
     uint8_t table[256];
@@ -61,27 +56,25 @@ void ApplyContour(uint32_t* pixels, size_t count, const ContourSettings& contour
     MapAlpha(pixels, count, [&table](uint32_t alpha) { return uint32_t{table[alpha]}; });
 }
 
-void MapThroughGradient(uint32_t* pixels, size_t count, const GradientSettings& gradient,
-                        int32_t jitterPercent, uint64_t seed) {
-    if (gradient.colorStops.count == 0) return;
+PsdReadResult MapThroughGradient(uint32_t* pixels, size_t count, const GradientSettings& gradient,
+                                 int32_t jitterPercent, uint64_t seed) {
+    if (!HasRamp(gradient)) return PsdReadResult::kOk;
+    GradientRamp ramp;
+    const PsdReadResult result = MakeRamp(gradient, GradientMethod::kBytes, ramp);
+    if (result != PsdReadResult::kOk) return result;
+    double places[256];
+    for (int32_t i = 0; i < 256; ++i) places[i] = i / 255.0;
     uint32_t colors[256];
-    BuildStopTable(colors, gradient.colorStops.span(), 0, [](const GradientColorStop& stop) {
-        return TableStop{static_cast<int32_t>(stop.location / 16), static_cast<int32_t>(stop.midpoint),
-                         stop.color};
-    });
-    uint32_t opacities[256];
-    BuildStopTable(opacities, gradient.opacityStops.span(), 255, [](const GradientOpacityStop& stop) {
-        return TableStop{static_cast<int32_t>(stop.location / 16), static_cast<int32_t>(stop.midpoint),
-                         stop.opacity};
-    });
+    DrawRamp(ramp, places, 256, colors);
     const int32_t reach = std::clamp(jitterPercent, 0, 100) * 255 / 100;
     for (size_t i = 0; i < count; ++i) {
         const uint32_t alpha = Alpha(pixels[i]);
         if (alpha == 0) continue;
         int32_t index = static_cast<int32_t>(255 - alpha);
         if (reach) index = std::clamp(index + NoiseAt(seed, i, reach), 0, 255);
-        pixels[i] = (colors[index] & 0x00FFFFFF) | opacities[index] << 24;
+        pixels[i] = colors[index];
     }
+    return PsdReadResult::kOk;
 }
 
 }  // namespace tessary

@@ -45,14 +45,29 @@ struct ColorComponents {
     double second = 0;
     double third = 0;
     double fourth = 0;
+    // Of RGB colours, which come as bytes or as fractions; the bytes count.
+    double bytes[3] = {kAbsent, kAbsent, kAbsent};
+    double fractions[3] = {};
+
+    static constexpr double kAbsent = std::numeric_limits<double>::quiet_NaN();
 };
 
 template <double ColorComponents::*component>
 constexpr auto kComponent = Into<component, ReadNumberValue>;
 
-constexpr DescriptorItemRow kRgbItems[] = {{"Rd  ", kComponent<&ColorComponents::first>},
-                                           {"Grn ", kComponent<&ColorComponents::second>},
-                                           {"Bl  ", kComponent<&ColorComponents::third>}};
+template <double (ColorComponents::*components)[3], size_t index>
+PsdReadResult ReadComponent(PsdDocument& document, uint32_t type, void* record) {
+    return ReadNumberValue(document, type, (static_cast<ColorComponents*>(record)->*components)[index]);
+}
+
+constexpr DescriptorItemRow kRgbItems[] = {
+    {"Rd  ", ReadComponent<&ColorComponents::bytes, 0>},
+    {"Grn ", ReadComponent<&ColorComponents::bytes, 1>},
+    {"Bl  ", ReadComponent<&ColorComponents::bytes, 2>},
+    {"redFloat", ReadComponent<&ColorComponents::fractions, 0>},
+    {"greenFloat", ReadComponent<&ColorComponents::fractions, 1>},
+    {"blueFloat", ReadComponent<&ColorComponents::fractions, 2>},
+};
 constexpr DescriptorItemRow kCmykItems[] = {{"Cyn ", kComponent<&ColorComponents::first>},
                                             {"Mgnt", kComponent<&ColorComponents::second>},
                                             {"Ylw ", kComponent<&ColorComponents::third>},
@@ -68,7 +83,10 @@ constexpr DescriptorItemRow kGrayItems[] = {{"Gry ", kComponent<&ColorComponents
 uint32_t RoundedByte(double value) { return static_cast<uint32_t>(LimitSetting(value + 0.5, 0, 255)); }
 
 uint32_t RgbColor(const ColorComponents& c) {
-    return PackPixel(255, RoundedByte(c.first), RoundedByte(c.second), RoundedByte(c.third));
+    const auto component = [&c](size_t i) {
+        return RoundedByte(std::isnan(c.bytes[i]) ? 255 * c.fractions[i] : c.bytes[i]);
+    };
+    return PackPixel(255, component(0), component(1), component(2));
 }
 uint32_t CmykColor(const ColorComponents& c) {
     return CmykToArgb(c.first * 0.01, c.second * 0.01, c.third * 0.01, c.fourth * 0.01);
@@ -258,11 +276,21 @@ PsdReadResult ReadBlendModeValue(PsdDocument& document, uint32_t type, PsdBlendM
 PsdReadResult ReadGradientStyleValue(PsdDocument& document, uint32_t type, GradientStyle& value) {
     PsdItemKey key;
     if (!ReadEnumValue(document, type, key)) return PsdReadResult::kOk;
-    value = key == "Rdl "   ? GradientStyle::kRadial
-            : key == "Angl" ? GradientStyle::kAngle
-            : key == "Rflc" ? GradientStyle::kReflected
-            : key == "Dmnd" ? GradientStyle::kDiamond
-                            : GradientStyle::kLinear;
+    value = key == "Rdl "         ? GradientStyle::kRadial
+            : key == "Angl"       ? GradientStyle::kAngle
+            : key == "Rflc"       ? GradientStyle::kReflected
+            : key == "Dmnd"       ? GradientStyle::kDiamond
+            : key == "shapeburst" ? GradientStyle::kShapeBurst
+                                  : GradientStyle::kLinear;
+    return PsdReadResult::kOk;
+}
+
+PsdReadResult ReadGradientMethodValue(PsdDocument& document, uint32_t type, GradientMethod& value) {
+    PsdItemKey key;
+    if (!ReadEnumValue(document, type, key)) return PsdReadResult::kOk;
+    value = key == "Perc" || key == "Smoo" ? GradientMethod::kPerceptual
+            : key == "Lnr "                ? GradientMethod::kLinearLight
+                                           : GradientMethod::kBytes;
     return PsdReadResult::kOk;
 }
 

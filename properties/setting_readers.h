@@ -2,6 +2,7 @@
 // type that the reader does not expect is passed over and leaves the setting as it was.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "document/descriptor.h"
@@ -13,6 +14,14 @@ PsdReadResult ReadFlagValue(PsdDocument& document, uint32_t type, bool& value);
 
 // A number with or without a unit.
 PsdReadResult ReadNumberValue(PsdDocument& document, uint32_t type, double& value);
+
+// The same, limited to a range; not a number counts as its lower end.
+template <int32_t low, int32_t high>
+PsdReadResult ReadNumberWithin(PsdDocument& document, uint32_t type, double& value) {
+    const PsdReadResult result = ReadNumberValue(document, type, value);
+    value = value > low ? std::min(value, static_cast<double>(high)) : low;
+    return result;
+}
 
 // A number truncated toward zero; not a number counts as 0.
 PsdReadResult ReadIntegerValue(PsdDocument& document, uint32_t type, int32_t& value);
@@ -36,6 +45,7 @@ bool ReadEnumValue(PsdDocument& document, uint32_t type, PsdItemKey& value);
 
 PsdReadResult ReadBlendModeValue(PsdDocument& document, uint32_t type, PsdBlendMode& value);
 PsdReadResult ReadGradientStyleValue(PsdDocument& document, uint32_t type, GradientStyle& value);
+PsdReadResult ReadGradientMethodValue(PsdDocument& document, uint32_t type, GradientMethod& value);
 
 // A Unicode string of any length: its first units are kept, the rest is passed over.
 PsdReadResult ReadLongText(PsdDocument& document, PsdUnicodeString& value);

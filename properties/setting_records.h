@@ -7,20 +7,30 @@
 
 namespace tessary {
 
-enum class GradientStyle : uint32_t { kLinear = 0, kRadial = 1, kAngle = 2, kReflected = 3, kDiamond = 4 };
+enum class GradientStyle : uint32_t {
+    kLinear = 0,
+    kRadial = 1,
+    kAngle = 2,
+    kReflected = 3,
+    kDiamond = 4,
+    kShapeBurst = 5,  // strokes only: from edge to edge
+};
+
+// What is mixed between two stops: bytes, light, or what the eye makes of it.
+enum class GradientMethod : uint8_t { kBytes, kLinearLight, kPerceptual };
 
 struct GradientColorStop {
     enum Kind : uint8_t { kUserColor, kForegroundColor, kBackgroundColor };
     uint32_t color = 0;      // ARGB
     uint32_t location = 0;   // 0..4096
-    uint32_t midpoint = 50;  // percent of the way to the next stop
+    uint32_t midpoint = 50;  // percent of the way from the stop before
     Kind kind = kUserColor;
 };
 
 struct GradientOpacityStop {
     uint8_t opacity = 255;
     uint32_t location = 0;   // 0..4096
-    uint32_t midpoint = 50;  // percent of the way to the next stop
+    uint32_t midpoint = 50;  // as above
 };
 
 // A list that grows while it is read.
@@ -44,8 +54,8 @@ struct SettingList {
 
 struct GradientSettings {
     PsdUnicodeString name;
-    bool isNoise = false;       // a noise gradient has no stops
-    int32_t interpolation = 0;  // smoothness, 0..4096
+    bool isNoise = false;          // a noise gradient has no stops
+    int32_t interpolation = 4096;  // smoothness, 0..4096
     SettingList<GradientColorStop> colorStops;
     SettingList<GradientOpacityStop> opacityStops;
 };
@@ -68,7 +78,7 @@ struct PatternSettings {
 };
 
 struct OffsetSettings {
-    double horizontal = 0;  // percent
+    double horizontal = 0;  // percent of a gradient's box, pixels of a pattern
     double vertical = 0;
 };
 

@@ -5,6 +5,7 @@
 #include "render/blend_rows.h"
 #include "render/coverage.h"
 #include "render/kernels.h"
+#include "render/noise_map.h"
 
 namespace tessary {
 
@@ -28,16 +29,20 @@ CompositeSource CompositeSourceOf(const PsdLayer& layer) {
             .layer = &layer};
 }
 
-void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& clipped) {
+PsdReadResult CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& clipped) {
     const Rect area = Intersect(clipped, source.covered);
-    if (area.IsEmpty()) return;
+    if (area.IsEmpty()) return PsdReadResult::kOk;
     const PsdLayer* group = source.layer->parent;
     const PsdBlendMode mode = EffectiveMode(source.blendMode, group);
     const bool fast = source.blendMode == kBlendNormal && GroupPassesThrough(group);
     const bool ranges = document.colorMode == kColorRgb && NeedsBlendGate(*source.layer);
     const BlendGate gate = ranges ? BlendGateOf(*source.layer) : BlendGate{};
+    if (gate.drawsNothing) return PsdReadResult::kOk;
+    if (mode == kBlendDissolve) {
+        const PsdReadResult result = EnsureNoiseMap(document);
+        if (result != PsdReadResult::kOk) return result;
+    }
     const uint8_t* noise = document.noiseMap.get();
-    if (gate.drawsNothing || (mode == kBlendDissolve && !noise)) return;
 
     const BlendRowFunction blendRow = WidestKernels().selectBlendRow(mode, fast, ranges);
     const BlendSettings settings = {EffectiveOpacity(source.opacity, source.fillOpacity, group), gate.keep,
@@ -63,6 +68,7 @@ void CompositeLayer(PsdDocument& document, const CompositeSource& source, const 
             blendRow(run, settings);
         }
     }
+    return PsdReadResult::kOk;
 }
 
 }  // namespace tessary

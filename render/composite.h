@@ -25,7 +25,8 @@ struct CompositeSource {
 CompositeSource CompositeSourceOf(const PsdLayer& layer);
 
 // Composites `source` onto the canvas inside `area` (canvas coordinates, already clipped to the canvas and to
-// the source's bounds). Never fails. Pixels of coverage 0 keep every bit.
-void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area);
+// the source's bounds). Pixels of coverage 0 keep every bit. The first one that dissolves makes the
+// document's noise map: kOutOfMemory without it.
+PsdReadResult CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area);
 
 }  // namespace tessary

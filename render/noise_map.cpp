@@ -8,11 +8,11 @@
 
 namespace tessary {
 
-TESSARY_WRAPS PsdReadResult EnsureNoiseMap(PsdDocument& document, uint64_t seed) {
+TESSARY_WRAPS PsdReadResult EnsureNoiseMap(PsdDocument& document) {
     if (document.noiseMap) return PsdReadResult::kOk;
     document.noiseMap = AllocateZeroed<uint8_t>({document.width, document.height});
     if (!document.noiseMap) return PsdReadResult::kOutOfMemory;
-    uint64_t state = seed != 0 ? seed : SystemTimeSeed();
+    uint64_t state = document.noiseSeed != 0 ? document.noiseSeed : SystemTimeSeed();
     const size_t count = document.noiseMap.count();
     for (size_t i = 0; i < count; i += 8) {
         // A counter whose bits are mixed: the clock's neighbouring values must give unlike patterns.

@@ -8,7 +8,6 @@
 #include "render/composite.h"
 #include "render/coverage.h"
 #include "render/image_ops.h"
-#include "render/noise_map.h"
 
 namespace tessary {
 
@@ -69,54 +68,63 @@ bool MayDrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& are
     return SpendSteps(document.allowance, rows + unfilled * BlendingSteps(layer));
 }
 
-// Draws the layer's own pixels. False when its mask lies beside the area: then its upper effects are not
-// drawn either.
-bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
-    if (!HasPixelsToDraw(layer) || Intersect(area, layer.bounds).IsEmpty()) return true;
+// Draws the layer's own pixels.
+//   isHidden  its mask lies beside the area: then its upper effects are not drawn either
+PsdReadResult DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area, bool& isHidden) {
+    isHidden = false;
+    if (!HasPixelsToDraw(layer) || Intersect(area, layer.bounds).IsEmpty()) return PsdReadResult::kOk;
     const Rect part = UnmaskedPart(layer, area);
-    if (part.IsEmpty()) return false;
-    CompositeLayer(document, CompositeSourceOf(layer), part);
-    return true;
+    isHidden = part.IsEmpty();
+    return isHidden ? PsdReadResult::kOk : CompositeLayer(document, CompositeSourceOf(layer), part);
 }
 
 // Draws an adjustment without pixels and effects of its own, as many rows at a time as stay in the cache. A
 // buffer of document size, as effects would need it, costs more than the adjustment.
-void DrawAdjustment(Rendering& rendering, PsdLayer& layer) {
+PsdReadResult DrawAdjustment(Rendering& rendering, PsdLayer& layer) {
     PsdDocument& document = *rendering.document;
     CoverDocument(document, layer);
     const Rect part = UnmaskedPart(layer, rendering.area);
-    if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjust(document, layer, part)) return;
-    if (DeferTables(rendering.tables, document, layer, part)) return;
+    if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjust(document, layer, part) ||
+        DeferTables(rendering.tables, document, layer, part))
+        return PsdReadResult::kOk;
     DrawDeferredTables(rendering.tables, document);
     constexpr int64_t kStripPixels = 1 << 16;
     const int64_t rows = std::clamp<int64_t>(kStripPixels / part.Width(), 1, part.Height());
     const Owned<uint32_t> pixels =
         AllocateZeroed<uint32_t>({static_cast<uint64_t>(part.Width()), static_cast<uint64_t>(rows)});
-    if (!pixels) return;
+    if (!pixels) return PsdReadResult::kOk;
+    PsdReadResult result = PsdReadResult::kOk;
     CompositeSource source = CompositeSourceOf(layer);
     source.pixels = pixels.get();
     source.rowPixels = static_cast<size_t>(part.Width());
-    for (Rect strip = part; strip.top < part.bottom; strip.top = strip.bottom) {
+    Rect strip = part;
+    for (; strip.top < part.bottom && result == PsdReadResult::kOk; strip.top = strip.bottom) {
         strip.bottom = static_cast<int32_t>(std::min(strip.top + rows, int64_t{part.bottom}));
-        if (!RecolorCanvas(document, layer, strip, pixels.get(), source.rowPixels)) return;
+        if (!RecolorCanvas(document, layer, strip, pixels.get(), source.rowPixels)) break;
         source.bounds = source.covered = strip;
-        CompositeLayer(document, source, strip);
+        result = CompositeLayer(document, source, strip);
     }
+    return result;
 }
 
-void DrawWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
-    if (!layer.image) return;
-    DrawEffectsBelow(document, layer, area);
-    if (DrawPixels(document, layer, area)) DrawEffectsAbove(document, layer, area);
+PsdReadResult DrawWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+    if (!layer.image) return PsdReadResult::kOk;
+    bool isHidden = false;
+    PsdReadResult result = DrawEffectsBelow(document, layer, area);
+    if (result == PsdReadResult::kOk) result = DrawPixels(document, layer, area, isHidden);
+    if (result == PsdReadResult::kOk && !isHidden) result = DrawEffectsAbove(document, layer, area);
+    EndEffects(document, layer);
+    return result;
 }
 
 // An adjustment without pixels of its own gets a buffer of document size for its effects. It is not kept: a
 // file of a few kilobytes can hold thousands of adjustments. The next render makes it again.
-void DrawAdjustmentWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
-    if (!MayAdjust(document, layer, area)) return;
+PsdReadResult DrawAdjustmentWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+    if (!MayAdjust(document, layer, area)) return PsdReadResult::kOk;
     ApplyAdjustment(document, layer, area);
-    DrawWithEffects(document, layer, area);
+    const PsdReadResult result = DrawWithEffects(document, layer, area);
     layer.image.Reset();
+    return result;
 }
 
 }  // namespace
@@ -140,35 +148,25 @@ PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rec
         if (area != whole) FillRect(document.canvas.get(), document.width, whole, kBackground);
     }
     FillRect(document.canvas.get(), document.width, area, kBackground);
-    rendering = {&document, area, seed, {}};
+    document.noiseSeed = seed;
+    rendering = {&document, area, {}};
     return PsdReadResult::kOk;
 }
 
 PsdReadResult DrawLayer(Rendering& rendering, PsdLayer& layer) {
     PsdDocument& document = *rendering.document;
     if (!IsDrawn(layer)) return PsdReadResult::kOk;
-    if (EffectiveMode(layer.blendMode, layer.parent) == kBlendDissolve || HasEffects(layer)) {
-        const PsdReadResult result = EnsureNoiseMap(document, rendering.seed);
-        if (result != PsdReadResult::kOk) return result;
-    }
     const bool acts = layer.layerKind >= kLayerLevels && AdjustmentActs(document, layer);
     if (!layer.image && !acts) return PsdReadResult::kOk;
-    if (!layer.image && !HasEffects(layer)) {
-        DrawAdjustment(rendering, layer);
-        return PsdReadResult::kOk;
-    }
+    if (!layer.image && !HasEffects(layer)) return DrawAdjustment(rendering, layer);
     DrawDeferredTables(rendering.tables, document);
-    if (!layer.image) {
-        DrawAdjustmentWithEffects(document, layer, rendering.area);
-        return PsdReadResult::kOk;
-    }
+    if (!layer.image) return DrawAdjustmentWithEffects(document, layer, rendering.area);
     if (!MayDrawPixels(document, layer, rendering.area)) return PsdReadResult::kOk;
     if (acts) {
         if (!MayAdjust(document, layer, Intersect(rendering.area, layer.bounds))) return PsdReadResult::kOk;
         ApplyAdjustment(document, layer, rendering.area);
     }
-    DrawWithEffects(document, layer, rendering.area);
-    return PsdReadResult::kOk;
+    return DrawWithEffects(document, layer, rendering.area);
 }
 
 void EndRender(Rendering& rendering) {

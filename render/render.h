@@ -12,7 +12,6 @@ namespace tessary {
 struct Rendering {
     PsdDocument* document = nullptr;  // borrowed; null: not begun
     Rect area;                        // canvas coordinates, clipped to the canvas
-    uint64_t seed = 0;                // of the dissolve pattern; 0 takes the clock
     Owned<TableRun> tables;           // adjustments that wait to be drawn together
 };
 
@@ -21,6 +20,7 @@ bool MayHaveCanvas(const PsdDocument& document);
 
 // Makes the canvas, or takes the one that is there and keeps what lies outside the area, and clears the area.
 //   wanted  canvas coordinates, whatever lies outside the document is cut
+//   seed    of the dissolve pattern, unless the document has one; 0 takes the clock
 // kEmptyArea (nothing of the area lies in the document), kOutOfMemory.
 PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rect& wanted, uint64_t seed);
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "document/byte_reader.h"
+#include "properties/draw_effects.h"
 
 namespace tessary {
 namespace {
@@ -30,10 +30,11 @@ void Begin(PsdDocument&, void* context) {
 }
 
 // Layers that take the place of others wait until it is known that nothing takes theirs: a small file can
-// hold thousands of layer infos. Before anything is drawn at all, what has been read must let the canvas be
-// kept.
-bool MustWait(const StreamedRender& render, const PsdDocument& document) {
-    return render.layerInfos > 1 || (!render.rendering.document && !MayHaveCanvas(document));
+// hold thousands of layer infos. Patterns stand behind all layers. And before anything is drawn, what has
+// been read must let the canvas be kept.
+bool MustWait(const StreamedRender& render, const PsdDocument& document, const PsdLayer& layer) {
+    return render.layerInfos > 1 || NeedsPatterns(layer) ||
+           (!render.rendering.document && !MayHaveCanvas(document));
 }
 
 PsdReadResult EnsureCanvas(StreamedRender& render, PsdDocument& document) {
@@ -48,7 +49,7 @@ PsdReadResult Draw(PsdDocument& document, PsdLayer& layer, void* context) {
         return PsdReadResult::kOk;
     }
     if (render.firstWaiting) return PsdReadResult::kOk;
-    if (MustWait(render, document)) {
+    if (MustWait(render, document, layer)) {
         render.firstWaiting = &layer;
         return PsdReadResult::kOk;
     }

@@ -13,6 +13,7 @@
 #include "tests/support/document_builder.h"
 #include "tools/bombs.h"
 #include "tools/sample_blocks.h"
+#include "tools/sample_effects.h"
 #include "tools/sample_picture.h"
 #include "tools/sample_planes.h"
 
@@ -183,6 +184,15 @@ void WriteLayeredSamples(const Writer& write, Scale px) {
         write(name, document.Build());
     }
 
+    std::vector<EffectSample> alone = EffectSamples();
+    alone.push_back({"all", AllEffects()});
+    for (const auto& [name, settings] : alone) {
+        DocumentBuilder document = Layered(px(160), px(120));
+        document.Layer(LayerOf(scene, "background"));
+        document.Layer(LayerOf(tile, "tile", px(60), px(35)).Block("lfx2", EffectsBlock(settings)));
+        write(std::string("effect-") + name, document.DocumentBlock("Patt", WeaveBlock()).Build());
+    }
+
     DocumentBuilder deep = Layered(px(160), px(120), 16);
     LayerBuilder layer({0, 0, px(160), px(120)});
     const Bytes planes = PlanesOf(scene, kColorRgb, 16, 4);
@@ -338,27 +348,34 @@ void WritePicture(const Writer& write) {
                      x = 352 + (i * 47 % 31 - 15) * (1 + i * 0.06);
         glints.Draw(Box(x - wide, y - 0.9, x + wide, y + 0.9, 0.9), Flat(0xC0FFC070));
     }
+    const PictureEffects effects;
+    const auto with = [](LayerBuilder layer, const std::vector<EffectItems>& own) {
+        return layer.Block("lfx2", EffectsBlock(own));
+    };
     DocumentBuilder document = Layered(kWidth, kHeight);
-    document.Resource(1058, TinyExif()).Resource(1060, TinyXmp());
+    document.Resource(1058, TinyExif()).Resource(1060, TinyXmp()).DocumentBlock("Patt", WeaveBlock());
     document.Layer(LayerOf(
         canvas().Draw(Everywhere, Down({0xFF161A48, 0xFF4B3A8C, 0xFFB9578F, 0xFFFF9A6B, 0xFFFFD79A}, 250)),
         "sky"));
     document.Layer(LayerOf(canvas().Draw(Everywhere, glow), "glow").Mode("scrn"));
-    document.Layer(LayerOf(canvas().Draw(Disc(352, 196, 30), Flat(0xFFFFF4D0)), "sun"));
+    document.Layer(with(LayerOf(canvas().Draw(Disc(352, 196, 30), Flat(0xFFFFF4D0)), "sun"), effects.sun));
     document.Layer(GroupEnd())
         .Layer(LayerOf(stones, "stones"))
         .Layer(GroupHead("sLit", "sLit").Opacity(110).Name("mosaic"));
-    document.Layer(LayerOf(canvas().Draw(Hills(206, 17, 62, 0.4), Flat(0xFF7C5AA6)), "far hills")
-                       .Mask({0, 0, kWidth, kHeight}, 0, 0)
-                       .Channel(-2, AlphaOf(mist), kCompressionPackBits));
+    document.Layer(with(LayerOf(canvas().Draw(Hills(206, 17, 62, 0.4), Flat(0xFF7C5AA6)), "far hills")
+                            .Mask({0, 0, kWidth, kHeight}, 0, 0)
+                            .Channel(-2, AlphaOf(mist), kCompressionPackBits),
+                        effects.farHills));
     document.Layer(
-        LayerOf(canvas().Draw(Hills(226, 11, 41, 2.2), Flat(0xFF4A3178)), "near hills").Opacity(235));
+        with(LayerOf(canvas().Draw(Hills(226, 11, 41, 2.2), Flat(0xFF4A3178)), "near hills").Opacity(235),
+             effects.nearHills));
     document.Layer(
-        LayerOf(canvas().Draw(Box(-5, 240, 500, 400),
-                              Down({0xFF6A3F86, 0xFF6A3F86, 0xFF6A3F86, 0xFF5A3A84, 0xFF1B1C4E}, 320)),
-                "water"));
+        with(LayerOf(canvas().Draw(Box(-5, 240, 500, 400),
+                                   Down({0xFF6A3F86, 0xFF6A3F86, 0xFF6A3F86, 0xFF5A3A84, 0xFF1B1C4E}, 320)),
+                     "water"),
+             effects.water));
     document.Layer(LayerOf(glints, "glints").Mode("lddg").Opacity(150));
-    document.Layer(LayerOf(MosaicCube(92), "cube", 74, 62).Block("lfx2", DropShadow(70, 135, 14, 16)));
+    document.Layer(with(LayerOf(MosaicCube(92), "cube", 74, 62), effects.cube));
     document.Layer(Adjustment("curv", Curve({{0, 0}, {128, 84}, {255, 205}}), &vignette).Name("vignette"));
     write("picture", document.Build());
 }

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <tuple>
 
 #include "properties/effect_blur.h"
 #include "properties/effect_records.h"
 #include "render/render.h"
 #include "tests/support/document_builder.h"
+#include "tools/sample_effects.h"
 
 namespace tessary::test {
 namespace {
@@ -44,9 +46,10 @@ Bytes EffectsBlock(const std::vector<Effect>& effects, bool masterSwitch = true)
 LayerBuilder Unfilled() { return LayerBuilder(kTile).Solid(0xFF5060F0).Block("iOpa", Bytes(4)); }
 
 struct Drawing {
-    explicit Drawing(const Layers& layers) {
+    explicit Drawing(const Layers& layers, const std::function<void(DocumentBuilder&)>& change = {}) {
         DocumentBuilder builder(kColorRgb, 8, 3, kSide, kSide);
         for (const LayerBuilder& layer : layers) builder.Layer(layer);
+        if (change) change(builder);
         document = std::move(OpenBytes(builder.Resource(1037, ByteWriter().U32(90)).Build()).document);
         EXPECT_EQ(Render(document.get(), 0, 0, kSide, kSide, 1), PsdReadResult::kOk);
     }
@@ -147,7 +150,7 @@ TEST(ShadowsAndGlows, SpreadThenSoftenThenAreKnockedOut) {
         if (s > grown) plane.Blur(s - grown);
         for (int i = 0; i < width * plane.height; ++i) {
             const uint32_t alpha = plane.alphas[size_t(i)];
-            const uint32_t ranged = glow ? std::min(alpha * 50 / uint32_t(range), 255u) : alpha;
+            const uint32_t ranged = glow ? std::min(alpha * 100 / uint32_t(range), 255u) : alpha;
             const bool covered = isInTile(i % width - s + offset, i / width - s + offset);
             const uint32_t want = (covered ? 0 : 255 * ranged >> 8) << 24 | 0xC81E3C;
             ASSERT_EQ(buffer.pixels[size_t(i)], want) << spread << " " << i;
@@ -173,32 +176,75 @@ TEST(Effects, AMaskTakesItsShareOnce) {
     }
 }
 
-// The same picture comes out of plain layers that stack in the order of the effects.
-TEST(Effects, StackInTheirOrder) {
-    const Effect shadow = {"DrSh", {{"lagl", 120}, {"Dstn", 4}, {"blur", 4}}, "none", 80, true, 0x10A020};
-    const Effect glow = {"OrGl", {{"blur", 5}}, "none", 100, true, 0x2030F0};
-    const Effect overlay = {"SoFi", {}, "none", 60, true, 0xF02010};
-    const LayerBuilder layer = LayerBuilder(kTile).Pixels(std::vector<uint32_t>(42, 0x80C0C000));
-    Drawing drawing({glow, overlay, shadow}, layer);
-    const auto plain = [&](EffectSlot slot) {
-        const EffectBuffer& buffer = drawing.Buffer(slot);
-        const auto pixels = buffer.pixels.span();
-        const Rect at = {kTile.left + buffer.bounds.left, kTile.top + buffer.bounds.top,
-                         kTile.left + buffer.bounds.right, kTile.top + buffer.bounds.bottom};
-        return LayerBuilder(at).Pixels({pixels.begin(), pixels.end()}).Opacity(buffer.opacity);
-    };
-    const Layers stack = {plain(kSlotDropShadow), layer, plain(kSlotColorOverlay), plain(kSlotOuterGlow)};
-    const std::vector<uint32_t> canvas = drawing.Canvas();
-    EXPECT_EQ(Drawing(stack).Canvas(), canvas);
-    EXPECT_EQ(Render(drawing.document.get(), 0, 0, kSide, kSide, 1), PsdReadResult::kOk);
-    EXPECT_EQ(drawing.Canvas(), canvas);
+// The same picture comes out of plain layers that stack in the order of the effects. All fade with the layer,
+// and none with what fills it.
+TEST(Effects, StackInTheirOrderAndFadeWithTheLayer) {
+    auto effects = tools::AllEffects();
+    effects.back().second.Choice("bvlS", "Embs");
+    const LayerBuilder layer = LayerBuilder(kTile).Pixels(std::vector<uint32_t>(42, 0xE0C0C000)).Opacity(128);
+    for (const bool isFilled : {true, false}) {
+        LayerBuilder shown = layer;
+        if (!isFilled) shown.Block("iOpa", Bytes(4));
+        const auto draw = [](const Layers& layers) {
+            return Drawing(
+                layers, [](DocumentBuilder& builder) { builder.DocumentBlock("Patt", tools::WeaveBlock()); });
+        };
+        Drawing drawing = draw({LayerBuilder(shown).Block("lfx2", tools::EffectsBlock(effects))});
+        Layers stack;
+        for (const uint32_t number : {9u, 11u, 0u, 99u, 10u, 12u, 8u, 7u, 6u, 5u, 4u, 3u, 2u, 1u}) {
+            if (number == 99) {
+                stack.push_back(shown);
+                continue;
+            }
+            const EffectBuffer& buffer = drawing.Buffer(static_cast<EffectSlot>(number));
+            ASSERT_TRUE(buffer.pixels && buffer.opacity) << number;
+            const auto* const pixels = buffer.pixels.get();
+            const auto count = buffer.bounds.Width() * buffer.bounds.Height();
+            const Rect at = {kTile.left + buffer.bounds.left, kTile.top + buffer.bounds.top,
+                             kTile.left + buffer.bounds.right, kTile.top + buffer.bounds.bottom};
+            const char* const mode = buffer.blendMode == kBlendMultiply    ? "mul "
+                                     : buffer.blendMode == kBlendScreen    ? "scrn"
+                                     : buffer.blendMode == kBlendSoftLight ? "sLit"
+                                                                           : "norm";
+            stack.push_back(LayerBuilder(at)
+                                .Pixels({pixels, pixels + count})
+                                .Mode(mode)
+                                .Opacity(static_cast<uint8_t>(buffer.opacity * 128 / 255)));
+        }
+        const std::vector<uint32_t> canvas = drawing.Canvas();
+        EXPECT_EQ(draw(stack).Canvas(), canvas) << isFilled;
+        EXPECT_EQ(Render(drawing.document.get(), 0, 0, kSide, kSide, 1), PsdReadResult::kOk);
+        EXPECT_EQ(drawing.Canvas(), canvas) << isFilled;
+    }
+}
+
+// Of any size, on layers of one pixel and beside the canvas, and on adjustments, which cover the canvas.
+TEST(Effects, AreDrawnWhereverLayersLie) {
+    auto effects = tools::AllEffects();
+    const Rect places[] = {{47, 47, 48, 48}, {-4, -3, -1, 90}, {500, 500, 510, 510}, {-30000, 10, 30000, 11}};
+    for (const double size : {0.0, 250.0}) {
+        for (auto& [key, items] : effects)
+            items.Pixels("blur", size).Pixels("Sz  ", size).Pixels("Dstn", 100 * size);
+        const Bytes block = tools::EffectsBlock(effects);
+        for (const Rect& place : places) {
+            const Drawing drawing(Layers{LayerBuilder(place).Solid(0xC0808080).Block("lfx2", block)});
+            const bool shows = place.left < kSide && (place.right > 0 || size > 0);
+            EXPECT_EQ(drawing.Canvas() != std::vector<uint32_t>(kSide * kSide, kBackground), shows)
+                << place.left;
+        }
+        const LayerBuilder below = LayerBuilder(kTile).Solid(0xFF204080);
+        const LayerBuilder adjustment = LayerBuilder({0, 0, 0, 0}).Solid(0).Block("nvrt", {});
+        EXPECT_NE(Drawing(Layers{below, LayerBuilder(adjustment).Block("lfx2", block)}).Canvas(),
+                  Drawing(Layers{below, adjustment}).Canvas());
+    }
 }
 
 TEST(Effects, AreDrawnOnlyWhereTheyAreSwitchedOn) {
     const std::vector<uint32_t> nothing(kSide * kSide, kBackground);
-    for (const std::string_view key : {"DrSh", "OrGl", "SoFi"}) {
+    for (const std::string_view key : {"DrSh", "IrSh", "OrGl", "IrGl", "ChFX", "SoFi", "FrFX"}) {
         const auto effect = [&](double opacity, bool enabled, bool master) {
-            const Bytes block = EffectsBlock({{key, {{"blur", 3}}, "none", opacity, enabled}}, master);
+            const Bytes block = EffectsBlock(
+                {{key, {{"blur", 3}, {"Sz  ", 2}, {"Dstn", 2}}, "none", opacity, enabled}}, master);
             return Drawing(Layers{Unfilled().Block("lfx2", block)}).Canvas();
         };
         EXPECT_NE(effect(100, true, true), nothing) << key;

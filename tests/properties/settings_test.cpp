@@ -16,6 +16,7 @@
 #include "render/kernels.h"
 #include "tests/render/plain_rule.h"
 #include "tests/support/document_builder.h"
+#include "tools/sample_effects.h"
 
 namespace tessary::test {
 namespace {
@@ -168,6 +169,52 @@ TEST(ObjectEffects, ReadsADropShadowWhole) {
               (Values{kBlendMultiply, 0xFF0180FF, 191, -60, kMaxEffectDistance, 30, kMaxEffectSize, 0}));
 }
 
+TEST(ObjectEffects, ReadWhatPaintsAndWhatShapes) {
+    const auto bevel = tools::Items()
+                           .Choice("bvlS", "none")
+                           .Choice("bvlT", "Slmt")
+                           .Choice("bvlD", "Out ")
+                           .Angle("Angl", 11)
+                           .Angle("lagl", 77.7)
+                           .Angle("Angl", 12)
+                           .Angle("Lald", 120)
+                           .Percent("srgR", 5000)
+                           .Pixels("Sftn", -4)
+                           .Flag("antialiasGloss")
+                           .Flag("useShape")
+                           .Flag("useTexture")
+                           .Percent("textureDepth", -2000)
+                           .Percent("Scl ", 0)
+                           .Flag("Algn", false)
+                           .Offset("phase", 2.5, -3);
+    const auto stroke = tools::Items()
+                            .Percent("Scl ", 33.3)
+                            .Choice("gradientsInterpolationMethod", "Lnr ")
+                            .Choice("Type", "shapeburst")
+                            .Offset("phase", 1.5, 2);
+    const auto gradient = tools::Items().Choice("gs99", "Smoo").Percent("Scl ", 9999);
+    const auto pattern = tools::Items().Flag("Algn", false).Offset("phase", 7, 8.25).Angle("Angl", 0.5);
+    const std::vector<tools::EffectItems> effects = {
+        {"ebbl", bevel}, {"FrFX", stroke}, {"GrFl", gradient}, {"patternFill", pattern}};
+    BlockRead read("lfx2", ByteWriter().Raw(tools::EffectsBlock(effects)));
+    const BevelSettings& b = read.Get().bevel;
+    EXPECT_EQ(
+        (Values{b.style, b.technique, b.directionDown, static_cast<uint32_t>(b.angleDegrees),
+                static_cast<uint32_t>(b.altitudeDegrees), static_cast<uint32_t>(b.depthPercent),
+                static_cast<uint32_t>(b.soften), static_cast<uint32_t>(b.textureDepthPercent + 2000),
+                static_cast<uint32_t>(b.rangePercent)}),
+        (Values{BevelSettings::kOtherStyle, BevelSettings::kChiselSoft, 1, 77, 90, 1000, 0, 1000, 100}));
+    EXPECT_TRUE(b.glossAntiAlias && b.useContour && b.useTexture && !b.textureLinked &&
+                b.textureScalePercent == 1 && b.texturePhase.horizontal == 2.5);
+    const StrokeSettings& s = read.Get().stroke;
+    EXPECT_TRUE(s.scalePercent == 33.3 && s.method == GradientMethod::kLinearLight && s.linked &&
+                s.style == GradientStyle::kShapeBurst && s.phase.horizontal == 1.5);
+    const GradientOverlaySettings& g = read.Get().gradientOverlay;
+    EXPECT_TRUE(g.method == GradientMethod::kPerceptual && g.scalePercent == 1000 && g.align);
+    const PatternOverlaySettings& p = read.Get().patternOverlay;
+    EXPECT_TRUE(!p.linked && p.phase.vertical == 8.25 && p.angleDegrees == 0.5 && p.scalePercent == 100);
+}
+
 TEST(ObjectEffects, FindTheirSlots) {
     ByteWriter block = ObjectEffects(10);
     for (const char* key : {"DrSh", "IrSh", "IrGl", "ChFX", "SoFi", "GrFl", "patternFill", "FrFX", "ebbl"})
@@ -186,6 +233,8 @@ TEST(ObjectEffects, ColorClassesGoThroughTheSingleColorConversions) {
         {"HSBC", {{"H   ", 120}, {"Strt", 100}, {"Brgh", 50}}, 0xFF00FF00},
         {"LbCl", {{"Lmnc", 0}, {"A   ", 0}, {"B   ", 0}}, 0xFF000000},
         {"Grsc", {{"Gry ", 100}}, 0xFF000000},
+        {"RGBC", {{"redFloat", 1}, {"greenFloat", 0.5}, {"blueFloat", 7}}, 0xFFFF80FF},
+        {"RGBC", {{"redFloat", 1}, {"Rd  ", 9}, {"Bl  ", 3}}, 0xFF090003},
         {"none", {{"Gry ", 0}}, 0},
     };
     for (const auto& [classId, parts, want] : cases) {
@@ -229,6 +278,28 @@ TEST(OldEffects, ReadsEveryBlockToTheEndThatItsSizeStates) {
                           s.blendMode, s.useGlobalLight, s.opacity, effects.outerGlow.spreadPercent,
                           effects.colorOverlay.color}),
                   (Values{7, 7, 35, 120, 11, 0xFF010203, kBlendMultiply, 1, 200, 100, 0xFF0D0E0F}));
+    }
+}
+
+// Blur and strength in pixels; the style has numbers of its own, and half of an emboss lies on each side.
+TEST(OldEffects, BevelsAreStoredInTheirOwnUnits) {
+    const struct {
+        double strength, blur;
+        uint8_t style;
+        BevelSettings::Style want;
+        int depth, size;
+    } cases[] = {
+        {5, 10, 2, BevelSettings::kInner, 50, 10},     {9.9, 3.4, 1, BevelSettings::kOuter, 291, 3},
+        {7, 40, 3, BevelSettings::kEmboss, 35, 80},    {-2, 7, 4, BevelSettings::kPillowEmboss, 0, 14},
+        {4, 0, 0, BevelSettings::kOtherStyle, 100, 0}, {900, 1, 5, BevelSettings::kOtherStyle, 1000, 1}};
+    for (const auto& test : cases) {
+        ByteWriter fields = ByteWriter().U32(2).Fixed(110).Fixed(test.strength).Fixed(test.blur);
+        fields.Text("8BIMscrn8BIMmul ").Zeros(20).U8(test.style).U8(190).U8(90).U8(1).U8(0).U8(1);
+        BlockRead read("lrFX", ByteWriter().U16(0).U16(1).Text("8BIMbevl").Counted(fields));
+        const BevelSettings& b = read.Get(kPropertyOldEffects).bevel;
+        EXPECT_TRUE(b.style == test.want && b.depthPercent == test.depth && b.size == test.size)
+            << int{test.style};
+        EXPECT_TRUE(b.enabled && b.directionDown && b.highlightOpacity == 190 && b.altitudeDegrees == 30);
     }
 }
 

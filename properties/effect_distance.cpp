@@ -1,0 +1,190 @@
+#include "properties/effect_distance.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "document/platform.h"
+
+namespace tessary {
+namespace {
+
+constexpr uint8_t kNone = 255;                         // no covered pixel in the column; distances end before
+constexpr uint32_t kSteps[] = {255, 192, 128, 64, 1};  // the first ones settle most
+
+// One column's nearest pixel, which wins along the row from `begin` on.
+struct Arc {
+    int32_t column;
+    int32_t begin;
+    int32_t square;  // of its distance down or up the column
+    uint32_t coverage;
+};
+
+struct Measuring {
+    const CoveragePlane& plane;
+    int32_t reach;
+    uint32_t enough;
+    uint32_t* distances;
+    // By pixel: how far down or up the nearest covered pixel of the column is, and how much of it is covered.
+    Owned<uint8_t> nearest = {};  // kNone: there is none
+    Owned<uint8_t> coverages = {};
+    Owned<uint8_t> beyond = {};  // a row of each of these, where the plane ends
+    Owned<Arc> arcs = {};        // of one row
+    Owned<double> halves = {};   // 1 / (2 * i), by i
+
+    size_t Row(size_t y) const { return y * plane.columns; }
+};
+
+// One pixel farther down or up the column.
+uint8_t Farther(uint8_t distance) { return static_cast<uint8_t>(distance + (distance != kNone)); }
+
+// Rows of nearest pixels, from above and then also from below.
+void LookDown(Measuring& m, uint32_t step) {
+    const size_t columns = m.plane.columns;
+    const uint8_t *above = m.beyond.get(), *coverageAbove = above + columns;
+    for (size_t y = 0; y < m.plane.rows; ++y) {
+        const uint8_t* const covered = m.plane.bytes.get() + m.Row(y);
+        uint8_t* const nearest = m.nearest.get() + m.Row(y);
+        uint8_t* const coverages = m.coverages.get() + m.Row(y);
+        for (size_t x = 0; x < columns; ++x) {
+            const bool isHere = covered[x] >= step;
+            nearest[x] = isHere ? uint8_t{0} : Farther(above[x]);
+            coverages[x] = isHere ? covered[x] : coverageAbove[x];
+        }
+        above = nearest;
+        coverageAbove = coverages;
+    }
+}
+
+void LookUp(Measuring& m) {
+    const size_t columns = m.plane.columns;
+    const uint8_t *below = m.beyond.get(), *coverageBelow = below + columns;
+    for (size_t left = m.plane.rows; left > 0; --left) {
+        uint8_t* const nearest = m.nearest.get() + m.Row(left - 1);
+        uint8_t* const coverages = m.coverages.get() + m.Row(left - 1);
+        for (size_t x = 0; x < columns; ++x) {
+            const uint8_t farther = Farther(below[x]), coverage = coverageBelow[x];
+            const bool isNearer = farther < nearest[x] || (farther == nearest[x] && coverage > coverages[x]);
+            nearest[x] = isNearer ? farther : nearest[x];
+            coverages[x] = isNearer ? coverage : coverages[x];
+        }
+        below = nearest;
+        coverageBelow = coverages;
+    }
+}
+
+// Adds a column to the arcs of a row; the last arcs give way as long as it is nearer where they begin.
+// Returns the number of arcs.
+size_t AddArc(const Measuring& m, size_t count, Arc added) {
+    Arc* const arcs = m.arcs.get();
+    // Beyond its reach it does not matter to which arc a pixel falls.
+    added.begin = added.column - m.reach;
+    for (; count > 0; --count) {
+        const Arc& last = arcs[count - 1];
+        const int32_t apart = added.column - last.column;
+        if (apart > 2 * m.reach) break;
+        const int32_t fromLast = last.begin - last.column, fromAdded = last.begin - added.column;
+        if (fromAdded * fromAdded + added.square < fromLast * fromLast + last.square) continue;
+        // From here on the added one is nearer. The quotient is a whole number or at least 1 / (4 * reach)
+        // from one, so that the grace is not felt but by rounding, and not below the offset.
+        constexpr double kGrace = 1e-6;
+        constexpr int32_t kOffset = 1 << 20;
+        const double quotient =
+            (apart * apart + added.square - last.square) * m.halves[static_cast<size_t>(apart)];
+        const int32_t begin = last.column + static_cast<int32_t>(quotient + (kOffset + kGrace)) - kOffset + 1;
+        added.begin = std::clamp(begin, added.column - m.reach, added.column + m.reach + 1);
+        break;
+    }
+    arcs[count] = added;
+    return count + 1;
+}
+
+// The arcs of a row. Of columns that are covered in the row itself only those beside others matter.
+size_t CollectArcs(const Measuring& m, const uint8_t* nearest, const uint8_t* coverages) {
+    const int32_t columns = static_cast<int32_t>(m.plane.columns);
+    size_t count = 0;
+    if (m.plane.isCoveredBeyond) count = AddArc(m, count, {-1, -1, 0, 255});
+    for (int32_t x = 0; x < columns; ++x) {
+        const int32_t distance = nearest[x];
+        if (distance > m.reach) continue;
+        const bool isInside =
+            distance == 0 && x > 0 && x + 1 < columns && nearest[x - 1] == 0 && nearest[x + 1] == 0;
+        if (!isInside) count = AddArc(m, count, {x, -1, distance * distance, coverages[x]});
+    }
+    if (m.plane.isCoveredBeyond) count = AddArc(m, count, {columns, -1, 0, 255});
+    return count;
+}
+
+// The square of a distance that is near enough for every pixel of a step.
+int32_t SquareThatIsEnough(uint32_t enough, uint32_t step) {
+    const double pixels = (static_cast<double>(enough) + 2.0 * step) / kDistanceUnits - 1;
+    return pixels < 0 ? -1 : static_cast<int32_t>(pixels * pixels);
+}
+
+void MeasureRow(const Measuring& m, size_t y, int32_t squareEnough) {
+    const uint8_t* const nearest = m.nearest.get() + m.Row(y);
+    const uint8_t* const coverages = m.coverages.get() + m.Row(y);
+    uint32_t* const distances = m.distances + m.Row(y);
+    const size_t count = CollectArcs(m, nearest, coverages);
+    if (count == 0) return;
+    const int32_t columns = static_cast<int32_t>(m.plane.columns), farthest = m.reach * m.reach;
+    for (size_t i = 0; i < count; ++i) {
+        const Arc& arc = m.arcs[i];
+        const int32_t next = i + 1 < count ? m.arcs[i + 1].begin : columns;
+        const int32_t begin = std::max({arc.begin, arc.column - m.reach, 0});
+        const int32_t end = std::min({next, arc.column + m.reach + 1, columns});
+        for (int32_t x = begin; x < end; ++x) {
+            const int32_t square = (x - arc.column) * (x - arc.column) + arc.square;
+            if (square > farthest || distances[x] <= m.enough || nearest[x] == 0) continue;
+            if (square <= squareEnough) {
+                distances[x] = m.enough;
+                continue;
+            }
+            const double units = std::sqrt(static_cast<double>(square)) * kDistanceUnits;
+            const uint32_t distance =
+                static_cast<uint32_t>(std::ceil(units)) + kDistanceUnits - 2 * arc.coverage;
+            distances[x] = std::min(distances[x], distance);
+        }
+    }
+}
+
+void MeasureStep(Measuring& m, uint32_t step) {
+    LookDown(m, step);
+    LookUp(m);
+    const int32_t squareEnough = SquareThatIsEnough(m.enough, step);
+    for (size_t y = 0; y < m.plane.rows; ++y) MeasureRow(m, y, squareEnough);
+}
+
+}  // namespace
+
+PsdReadResult MeasureDistances(const CoveragePlane& plane, uint32_t reach, uint32_t enough,
+                               uint32_t* distances) {
+    Measuring m{
+        .plane = plane, .reach = static_cast<int32_t>(reach), .enough = enough, .distances = distances};
+    m.nearest = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
+    m.coverages = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
+    m.beyond = AllocateZeroed<uint8_t>({2, plane.columns});
+    m.arcs = AllocateZeroed<Arc>({plane.columns + 2});
+    m.halves = AllocateZeroed<double>({2 * uint64_t{reach} + 1});
+    if (!m.nearest || !m.coverages || !m.beyond || !m.arcs || !m.halves) return PsdReadResult::kOutOfMemory;
+    for (size_t i = 1; i < m.halves.count(); ++i) m.halves[i] = 0.5 / static_cast<double>(i);
+
+    std::fill_n(m.beyond.get(), plane.columns, plane.isCoveredBeyond ? uint8_t{0} : kNone);
+    std::fill_n(m.beyond.get() + plane.columns, plane.columns, uint8_t{255});
+
+    bool has[256] = {};
+    for (size_t i = 0; i < plane.columns * plane.rows; ++i) {
+        const uint8_t coverage = plane.bytes[i];
+        has[coverage] = true;
+        distances[i] = coverage ? 2 * (255u - coverage) : kOutOfReach;
+    }
+    // A step that adds no pixel to the one before tells nothing new.
+    size_t before = 256;
+    for (const uint32_t step : kSteps) {
+        if (std::find(has + step, has + before, true) != has + before) MeasureStep(m, step);
+        before = step;
+    }
+    return PsdReadResult::kOk;
+}
+
+}  // namespace tessary
