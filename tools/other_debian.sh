@@ -25,7 +25,8 @@ for command; do
     echo "== $command"
     # shellcheck disable=SC2016
     unshare --mount --pid --fork --kill-child bash -c '
-        mount -t proc proc "$1/proc" && mkdir -p "$1/dev/shm" && mount -t tmpfs tmpfs "$1/dev/shm"
+        mount -t proc proc "$1/proc" && mkdir -p "$1/dev/shm" "$1/dev/pts"
+        mount -t tmpfs tmpfs "$1/dev/shm" && mount -t devpts devpts "$1/dev/pts"
         exec chroot "$1" env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
             LANG=C.UTF-8 bash -c "cd /root/tessary && exec $2"' - "$root" "$command"
 done
