@@ -28,11 +28,12 @@ if(NOT MSVC)
   target_link_options(tessary-setup PRIVATE -municode)
   foreach(program Tessary wicview tessary-setup)
     if(TESSARY_SYMBOLS)
-      # What is needed to read the report of a crash goes into a file beside the program.
+      # What is needed to read the report of a crash goes into a file beside the program. With -p no program gets the
+      # time of its copying.
       add_custom_command(TARGET ${program} POST_BUILD
-                         COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${program}>
+                         COMMAND ${CMAKE_OBJCOPY} -p --only-keep-debug $<TARGET_FILE:${program}>
                                  ${PROJECT_BINARY_DIR}/$<TARGET_FILE_NAME:${program}>.debug
-                         COMMAND ${CMAKE_OBJCOPY} --strip-all $<TARGET_FILE:${program}> VERBATIM)
+                         COMMAND ${CMAKE_OBJCOPY} -p --strip-all $<TARGET_FILE:${program}> VERBATIM)
     else()
       target_link_options(${program} PRIVATE -s)
     endif()

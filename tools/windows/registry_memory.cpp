@@ -255,8 +255,7 @@ RegistryMemory Remember(const RegistrationPlan& plan, const RegistryMemory& memo
         if (IsOwnPlace(place)) {
             change.before.reset();
         } else if (old != memory.end()) {
-            const bool ours = change.before == old->second.after || (!change.before && !registered);
-            if (ours) change.before = old->second.before;
+            if (!change.before || change.before == old->second.after) change.before = old->second.before;
         } else if (registered && memory.empty() && change.before == change.after) {
             change.before.reset();
         }
@@ -270,7 +269,7 @@ void ForgetUntouched(RegistryMemory& memory) {
     std::erase_if(memory, [](const auto& item) { return Read(item.first) == item.second.before; });
 }
 
-LSTATUS PutBack(const RegistryMemory& memory, bool registered, std::vector<RegistryPlace>& takenOver) {
+LSTATUS PutBack(const RegistryMemory& memory, std::vector<RegistryPlace>& takenOver) {
     LSTATUS first = ERROR_SUCCESS;
     const auto note = [&](LSTATUS status) {
         if (first == ERROR_SUCCESS) first = status;
@@ -281,7 +280,7 @@ LSTATUS PutBack(const RegistryMemory& memory, bool registered, std::vector<Regis
             if (now && !place.value) note(MissingIsFine(RegDeleteTreeW(place.root, place.key.c_str())));
         } else if (now == change.before) {
             continue;
-        } else if (now != change.after && (now || registered)) {
+        } else if (now && now != change.after) {
             if (place.value) takenOver.push_back(place);
         } else if (change.before) {
             note(now && !place.value ? WriteAgain(place, *change.before) : Write(place, *change.before));

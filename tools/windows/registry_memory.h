@@ -55,9 +55,9 @@ RegistryMemory Remember(const RegistrationPlan& plan, const RegistryMemory& memo
 // Forgets places that look as they did before although the plan has been carried out.
 void ForgetUntouched(RegistryMemory& memory);
 
-// Puts back what was there, except where somebody else has put something since. Those places are added to
-// `takenOver`. Goes on after a failure and returns the first.
-LSTATUS PutBack(const RegistryMemory& memory, bool registered, std::vector<RegistryPlace>& takenOver);
+// Puts back what was there, except where somebody else has put something since; what is missing nobody has
+// taken over. Those places are added to `takenOver`. Goes on after a failure and returns the first.
+LSTATUS PutBack(const RegistryMemory& memory, std::vector<RegistryPlace>& takenOver);
 
 // Keeps the memory below a key. An empty memory leaves no key behind.
 LSTATUS SaveMemory(HKEY root, const std::wstring& key, const RegistryMemory& memory);

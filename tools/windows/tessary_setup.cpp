@@ -186,7 +186,7 @@ int Install(const Scope& scope) {
     result = CallRegistration(dll, scope.perUser);
     if (FAILED(result)) {
         std::vector<RegistryPlace> takenOver;
-        PutBack(memory, false, takenOver);
+        PutBack(memory, takenOver);
         Forget(scope);
         return Fail(L"cannot register " + dll + L": " + Reason(result) + L". Nothing has been changed");
     }
@@ -220,7 +220,7 @@ int Uninstall(const Scope& scope) {
                     Scope{!scope.perUser}.option() + L"\"");
     }
     std::vector<RegistryPlace> takenOver;
-    LSTATUS status = PutBack(memory, server != nullptr, takenOver);
+    LSTATUS status = PutBack(memory, takenOver);
     if (status == ERROR_SUCCESS) status = Forget(scope);
     SHChangeNotify(SHCNE_ASSOCCHANGED, SHCNF_IDLIST, nullptr, nullptr);
     for (const RegistryPlace& place : takenOver)
