@@ -260,13 +260,13 @@ RegistryMemory Remember(const RegistrationPlan& plan, const RegistryMemory& memo
             change.before.reset();
         }
         result.erase(place);
-        if (change.before != change.after) result[place] = std::move(change);
+        if (change.before || change.after) result[place] = std::move(change);
     }
     return result;
 }
 
 void ForgetUntouched(RegistryMemory& memory) {
-    std::erase_if(memory, [](const auto& item) { return Read(item.first) == item.second.before; });
+    std::erase_if(memory, [](const auto& item) { return !item.second.before && !Read(item.first); });
 }
 
 LSTATUS PutBack(const RegistryMemory& memory, std::vector<RegistryPlace>& takenOver) {

@@ -52,7 +52,7 @@ bool IsOwnPlace(const RegistryPlace& place);
 // registration writes it is taken for that.
 RegistryMemory Remember(const RegistrationPlan& plan, const RegistryMemory& memory, bool registered);
 
-// Forgets places that look as they did before although the plan has been carried out.
+// Forgets places where nothing was and nothing is although the plan has been carried out.
 void ForgetUntouched(RegistryMemory& memory);
 
 // Puts back what was there, except where somebody else has put something since; what is missing nobody has

@@ -130,6 +130,10 @@ bool IsRegistered(const Scope& scope) {
     return FindServer(servers, scope) != nullptr;
 }
 
+bool IsReplaced(const RegistryPlace& place, const RegistryChange& change) {
+    return place.value && change.before && change.before != change.after;
+}
+
 // What is remembered, or, when nothing is because somebody else has registered the decoder, what the scripts
 // tell.
 RegistryMemory WhatToPutBack(const Scope& scope, bool& remembered) {
@@ -137,12 +141,7 @@ RegistryMemory WhatToPutBack(const Scope& scope, bool& remembered) {
     remembered = !memory.empty();
     std::vector<RegistryOperation> operations;
     if (remembered || FAILED(ReadOwnScript(L"Tessary.dll", scope.perUser, operations))) return memory;
-    memory = Remember(PlanRegistration(operations), {}, true);
-    for (const auto& [place, value] : PlanRegistration(operations).after) {
-        // What registration would not change is as it left it.
-        if (!memory.contains(place)) memory[place] = {{}, value};
-    }
-    return memory;
+    return Remember(PlanRegistration(operations), {}, true);
 }
 
 // The memory's own key goes with the last that is in it.
@@ -195,7 +194,7 @@ int Install(const Scope& scope) {
     if (status != ERROR_SUCCESS)
         return Fail(L"cannot remember what was registered: " + Reason(static_cast<DWORD>(status)));
     size_t foreign = 0;
-    for (const auto& [place, change] : memory) foreign += place.value && change.before;
+    for (const auto& [place, change] : memory) foreign += IsReplaced(place, change);
     Print(stdout, L"Tessary is registered for " + std::wstring(scope.whom()) + L" from " + dll);
     if (foreign > 0)
         Print(stdout, L"What it replaced, " + std::to_wstring(foreign) +
@@ -273,7 +272,7 @@ int Status() {
                           L" removes what was not there and puts back:");
         bool any = false;
         for (const auto& [place, change] : memory) {
-            if (!change.before || !place.value) continue;
+            if (!IsReplaced(place, change)) continue;
             Print(stdout, L"  " + PlaceText(place) + L": " + DataText(change.before));
             any = true;
         }
