@@ -28,6 +28,7 @@ foreach(folder document render properties frontend)
   add_test_program(${folder}_tests ${sources})
 endforeach()
 add_test_program(whole_tests tests/whole_test.cpp)
+target_compile_definitions(whole_tests PRIVATE TESSARY_CORPUS="${TESSARY_CORPUS}")
 
 if(NOT WIN32)
   add_test(NAME native.hostile_check COMMAND hostile_check ${PROJECT_BINARY_DIR}/small_samples 50)

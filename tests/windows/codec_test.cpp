@@ -450,7 +450,7 @@ bool OpensAsClientsDo(MemoryStream& stream) {
 // Says at which document it is, for whoever watches this process: it may end at any of them.
 TEST(Documents, LeaveNothingBehind) {
     const char* const folder = std::getenv("TESSARY_DOCUMENTS");
-    if (!folder) GTEST_SKIP() << "no documents";
+    if (!folder) GTEST_SKIP() << "tools/replay.py FOLDER runs it";
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         std::cout << "document " << entry.path().filename().string() << std::endl;
         std::ifstream file(entry.path(), std::ios::binary);
