@@ -15,6 +15,7 @@
 #include "tools/sample_blocks.h"
 #include "tools/sample_picture.h"
 #include "tools/sample_planes.h"
+#include "tools/sample_thumbnail.h"
 
 namespace tessary::tools {
 namespace {
@@ -362,7 +363,8 @@ void WritePicture(const Writer& write) {
     document.Layer(LayerOf(glints, "glints").Mode("lddg").Opacity(150));
     document.Layer(LayerOf(MosaicCube(92), "cube", 74, 62).Block("lfx2", DropShadow(70, 135, 14, 16)));
     document.Layer(Adjustment("curv", Curve({{0, 0}, {128, 84}, {255, 205}}), &vignette).Name("vignette"));
-    write("picture", document.Build());
+    const Bytes plain = document.Build();
+    write("picture", document.Resource(1036, ThumbnailOf(plain)).Build());
 }
 
 Bytes Cut(Bytes bytes, size_t length) {
