@@ -63,7 +63,12 @@ mv x64 AMD64
 registry delete 'HKLM\Software\Classes\CLSID\{7ED96837-96F0-4812-B211-F13C24117ED3}\Instance\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}'
 expect 1 'not listed' wicview --doctor
 expect 0 'registered for this machine' tessary-setup repair
-mv AMD64/Tessary.dll .
+cp AMD64/Tessary.dll whole.dll
+echo damaged >AMD64/Tessary.dll
+expect 1 'the file is damaged.*The registry is as it was' tessary-setup repair
+expect 0 '^  HKLM.*"Foreign.Document"' tessary-setup status
+rm AMD64/Tessary.dll
+mv whole.dll Tessary.dll
 expect 0 'registered for this machine' tessary-setup install
 expect 0 'no longer registered' tessary-setup uninstall
 expect 0 'registered for this user' tessary-setup install --user

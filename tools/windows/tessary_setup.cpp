@@ -147,7 +147,7 @@ RegistryMemory WhatToPutBack(const Scope& scope, bool& remembered) {
 // The memory's own key goes with the last that is in it.
 LSTATUS Forget(const Scope& scope) {
     const LSTATUS status = RegDeleteTreeW(scope.root(), kSetupKey);
-    RegDeleteKeyW(scope.root(), L"Software\\Tessary");  // fails when something else is in it, as it should
+    RegDeleteKeyW(scope.root(), L"Software\\Tessary");  // fails when other keys are in it, as it should
     return status == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : status;
 }
 
@@ -167,6 +167,18 @@ HRESULT CallRegistration(const std::wstring& dll, bool perUser) {
     return result;
 }
 
+// After a failure the DLL has left the registry as it was, or, for one user, unregistered what was
+// registered.
+void TakeBack(const Scope& scope, const RegistryMemory& old, const RegistryMemory& memory) {
+    if (IsRegistered(scope) && !old.empty()) {
+        SaveMemory(scope.root(), kMemoryKey, old);
+        return;
+    }
+    std::vector<RegistryPlace> takenOver;
+    if (!IsRegistered(scope)) PutBack(memory, takenOver);
+    Forget(scope);
+}
+
 int Install(const Scope& scope) {
     if (!MayRegister()) return FailForRights();
     std::wstring dll;
@@ -184,10 +196,8 @@ int Install(const Scope& scope) {
 
     result = CallRegistration(dll, scope.perUser);
     if (FAILED(result)) {
-        std::vector<RegistryPlace> takenOver;
-        PutBack(memory, takenOver);
-        Forget(scope);
-        return Fail(L"cannot register " + dll + L": " + Reason(result) + L". Nothing has been changed");
+        TakeBack(scope, old, memory);
+        return Fail(L"cannot register " + dll + L": " + Reason(result) + L". The registry is as it was");
     }
     ForgetUntouched(memory);
     status = SaveMemory(scope.root(), kMemoryKey, memory);
