@@ -38,6 +38,10 @@ done
 expect 2 'end in \.png' wicview sound.psd out.jpg
 expect 1 'no such file' wicview missing.psd
 expect 1 'is not registered: run "tessary-setup install"' wicview --doctor
+other='HKU\S-1-5-21-1-1-1-1001'
+registry add "$other\Software\Classes\CLSID\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}" /ve /d Tessary
+expect 1 'is registered for another user only \(S-1-5-21-1-1-1-1001\)' wicview --doctor
+registry delete "$other"
 expect 1 'not registered' tessary-setup status
 expect 1 'use "tessary-setup install"' tessary-setup repair
 expect 0 'not registered' tessary-setup uninstall
@@ -60,7 +64,8 @@ mv AMD64 x64
 expect 1 'its folder has to be called AMD64' wicview --doctor
 expect 1 'there is no Tessary.dll' tessary-setup repair
 mv x64 AMD64
-registry delete 'HKLM\Software\Classes\CLSID\{7ED96837-96F0-4812-B211-F13C24117ED3}\Instance\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}'
+decoders='HKLM\Software\Classes\CLSID\{7ED96837-96F0-4812-B211-F13C24117ED3}\Instance'
+registry delete "$decoders\{3D6A1E52-7C41-4B9F-A0D3-5E8B24C91F07}"
 expect 1 'not listed' wicview --doctor
 expect 0 'registered for this machine' tessary-setup repair
 cp AMD64/Tessary.dll whole.dll

@@ -7,7 +7,14 @@ folder=$(realpath "$1")
 version=$2
 out=$(realpath -m "$3")
 # Every version is a product of its own, every content a package of its own.
-identifier() { python3 -c 'import sys, uuid; print(str(uuid.uuid5(uuid.UUID("6b1d5f0e-93c2-4e57-a6b4-2f8c70d1e935"), sys.argv[1])).upper())' "$1"; }
+identifier() {
+    python3 - "$1" <<'END'
+import sys
+import uuid
+
+print(str(uuid.uuid5(uuid.UUID("6b1d5f0e-93c2-4e57-a6b4-2f8c70d1e935"), sys.argv[1])).upper())
+END
+}
 content=$(cd "$folder" && find . -type f -print0 | sort -z | xargs -0 sha256sum; cat "$here/tessary.wxs" "$here/make_msi.sh")
 cd "$folder"
 rm -f "$out"
@@ -28,7 +35,10 @@ last=0
 for action in FindRelatedProducts LaunchConditions InstallInitialize RemoveExistingProducts ProcessComponents \
     UndoUnregister Unregister RemoveFiles InstallFiles UndoRegister Register InstallFinalize; do
     number=$(sed -n "s/^$action\t//p" <<<"$sequence")
-    [ "${number:-0}" -gt $last ] || { echo "make_msi.sh: $action stands at ${number:-no place}, after $last" >&2 && exit 1; }
+    if [ "${number:-0}" -le $last ]; then
+        echo "make_msi.sh: $action stands at ${number:-no place}, after $last" >&2
+        exit 1
+    fi
     last=$number
 done
 
@@ -41,6 +51,9 @@ import sys
 path, seconds = sys.argv[1], int(sys.argv[2])
 data = open(path, "rb").read()
 time = struct.pack("<Q", (seconds + 11644473600) * 10000000)
-data, count = re.subn(rb"\x40\0\0\0.{6}[\xc0-\xef]\x01", lambda found: b"\x40\0\0\0" + time, data, flags=re.DOTALL)
-sys.exit(f"make_msi.sh: {count} times in the summary instead of 2") if count != 2 else open(path, "wb").write(data)
+pattern = re.compile(rb"\x40\0\0\0.{6}[\xc0-\xef]\x01", re.DOTALL)
+data, count = pattern.subn(lambda found: b"\x40\0\0\0" + time, data)
+if count != 2:
+    sys.exit(f"make_msi.sh: {count} times in the summary instead of 2")
+open(path, "wb").write(data)
 END
