@@ -11,6 +11,7 @@ suite=${1:-trixie}
 tools/install_packages.sh debootstrap git
 mkdir -p build
 root=$(mktemp -d "$PWD/build/$suite.XXXXXX")
+chmod 755 "$root" # apt downloads as a user of its own
 trap 'rm -rf --one-file-system "$root"' EXIT
 debootstrap --variant=minbase --include=ca-certificates,git "$suite" "$root" >"$root.log" 2>&1 || {
     tail -n 5 "$root.log" >&2

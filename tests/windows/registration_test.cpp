@@ -329,7 +329,7 @@ tools::RegistryMemory InstallRemembering(int script, const tools::RegistryMemory
     EXPECT_EQ(tools::SaveMemory(HKEY_CURRENT_USER, L"Software\\M", memory), ERROR_SUCCESS);
     EXPECT_EQ(Install(Script(script), path, false), S_OK);
     memory = tools::LoadMemory(HKEY_CURRENT_USER, L"Software\\M");
-    tools::ForgetUntouched(memory);
+    tools::ForgetUntouched(memory, HKEY_LOCAL_MACHINE);
     return memory;
 }
 

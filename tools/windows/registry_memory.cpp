@@ -1,5 +1,7 @@
 #include "tools/windows/registry_memory.h"
 
+#include <sddl.h>
+
 #include <set>
 #include <utility>
 
@@ -179,6 +181,23 @@ void PlanOne(const RegistryOperation& operation, const RegistryPlace& key, Regis
     plan.after[value] = RawValueOf(operation.value);
 }
 
+// The identifier of the user whose part of the registry is seen; empty when it cannot be had.
+std::wstring CurrentUser() {
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return {};
+    alignas(TOKEN_USER) BYTE user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+    DWORD bytes = 0;
+    wchar_t* text = nullptr;
+    std::wstring result;
+    if (GetTokenInformation(token, TokenUser, user, sizeof(user), &bytes) &&
+        ConvertSidToStringSidW(reinterpret_cast<const TOKEN_USER*>(user)->User.Sid, &text)) {
+        result = text;
+        LocalFree(text);
+    }
+    CloseHandle(token);
+    return result;
+}
+
 std::wstring NumberedKey(const std::wstring& key, DWORD number) {
     wchar_t text[12];
     swprintf(text, 12, L"%04lu", static_cast<unsigned long>(number));
@@ -265,8 +284,11 @@ RegistryMemory Remember(const RegistrationPlan& plan, const RegistryMemory& memo
     return result;
 }
 
-void ForgetUntouched(RegistryMemory& memory) {
-    std::erase_if(memory, [](const auto& item) { return !item.second.before && !Read(item.first); });
+void ForgetUntouched(RegistryMemory& memory, HKEY root) {
+    std::erase_if(memory, [root](const auto& item) {
+        const auto& [place, change] = item;
+        return (!change.before || place.root != root) && Read(place) == change.before;
+    });
 }
 
 LSTATUS PutBack(const RegistryMemory& memory, std::vector<RegistryPlace>& takenOver) {
@@ -305,6 +327,8 @@ LSTATUS SaveMemory(HKEY root, const std::wstring& key, const RegistryMemory& mem
         status = SaveText(root, item, L"Root", place.root == HKEY_LOCAL_MACHINE ? L"HKLM" : L"HKCU");
         if (status == ERROR_SUCCESS) status = SaveText(root, item, L"Key", place.key);
         if (status == ERROR_SUCCESS && place.value) status = SaveText(root, item, L"Value", *place.value);
+        if (status == ERROR_SUCCESS && place.root == HKEY_CURRENT_USER)
+            status = SaveText(root, item, L"User", CurrentUser());
         if (status == ERROR_SUCCESS && change.before) status = Write({root, item, L"Before"}, *change.before);
         if (status == ERROR_SUCCESS && change.after) status = Write({root, item, L"After"}, *change.after);
     }

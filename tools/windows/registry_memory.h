@@ -52,14 +52,16 @@ bool IsOwnPlace(const RegistryPlace& place);
 // registration writes it is taken for that.
 RegistryMemory Remember(const RegistrationPlan& plan, const RegistryMemory& memory, bool registered);
 
-// Forgets places where nothing was and nothing is although the plan has been carried out.
-void ForgetUntouched(RegistryMemory& memory);
+// Forgets places that carrying out the plan has left alone: where nothing was and nothing is, and in the part
+// of the registry that is not `root`, which the decoder is registered for, where things are as they were.
+void ForgetUntouched(RegistryMemory& memory, HKEY root);
 
 // Puts back what was there, except where somebody else has put something since; what is missing nobody has
 // taken over. Those places are added to `takenOver`. Goes on after a failure and returns the first.
 LSTATUS PutBack(const RegistryMemory& memory, std::vector<RegistryPlace>& takenOver);
 
-// Keeps the memory below a key. An empty memory leaves no key behind.
+// Keeps the memory below a key. An empty memory leaves no key behind. What was in one user's part is loaded
+// for the same user only.
 LSTATUS SaveMemory(HKEY root, const std::wstring& key, const RegistryMemory& memory);
 RegistryMemory LoadMemory(HKEY root, const std::wstring& key);
 

@@ -199,7 +199,7 @@ int Install(const Scope& scope) {
         TakeBack(scope, old, memory);
         return Fail(L"cannot register " + dll + L": " + Reason(result) + L". The registry is as it was");
     }
-    ForgetUntouched(memory);
+    ForgetUntouched(memory, scope.root());
     status = SaveMemory(scope.root(), kMemoryKey, memory);
     if (status != ERROR_SUCCESS)
         return Fail(L"cannot remember what was registered: " + Reason(static_cast<DWORD>(status)));
