@@ -1,10 +1,14 @@
 #!/usr/bin/env python3
-"""Compares decoding with its floor and with other programs: compare.py BUILD FOLDER [RUNS [NAME...]].
+"""Compares decoding with its floor, with other programs and with another build.
 
-BUILD holds psdrender and floor, FOLDER the documents of make_bench_documents. The programs take turns and times are
-medians. ImageMagick and GIMP are timed as whole processes, less their time with a document of one pixel. Peak memory is
-psdrender's, less that of the same document.
+BUILD holds psdrender and floor, FOLDER the documents of make_bench_documents; a name that ends in * stands for all that
+begin so. The programs take turns. Times are medians of RUNS (7): wall time as psdrender measures it, CPU time of its
+process less that of a document of one pixel. Peak memory is psdrender's, less that of the same document. ImageMagick
+and GIMP, where they are installed, are timed as whole processes, less their time with that document. OTHER is a build
+of another state of this program; the last column then says how many times its CPU time ours is, best by best.
 """
+import argparse
+import fnmatch
 import os
 import pathlib
 import re
@@ -12,7 +16,6 @@ import shutil
 import statistics
 import struct
 import subprocess
-import sys
 import tempfile
 import time
 
@@ -29,15 +32,22 @@ def run(command):
     return None if failed else (1000 * (time.perf_counter() - start), output)
 
 
-def printed_time(command):
-    done = run(command)
-    found = re.search(r"median ([0-9.]+) ms", done[1]) if done else None
+def printed(pattern, output):
+    found = re.search(pattern, output)
     return float(found.group(1)) if found else None
 
 
-def peak_bytes(psdrender, path):
-    child = subprocess.Popen([psdrender, "--time=1", path], stdout=subprocess.DEVNULL)
-    return 1024 * os.wait4(child.pid, 0)[2].ru_maxrss
+def printed_time(output):
+    return printed(r"median ([0-9.]+) ms", output)
+
+
+def measure(program, path):
+    """What one decoding takes: wall and CPU milliseconds, peak bytes (0: from a build that does not tell)."""
+    child = subprocess.Popen([program, "--time=1", path], stdout=subprocess.PIPE, text=True)
+    output = child.stdout.read()
+    usage = os.wait4(child.pid, 0)[2]
+    peak = printed(r"peak ([0-9]+) KiB", output) or 0
+    return printed_time(output), 1000 * (usage.ru_utime + usage.ru_stime), 1024 * peak
 
 
 def peers():
@@ -52,43 +62,67 @@ def peers():
 
 
 def median(values):
-    return None if None in values else statistics.median(values)
+    return None if not values or None in values else statistics.median(values)
+
+
+class Comparison:
+    def __init__(self, build, other, runs):
+        self.psdrender, self.floor = os.path.join(build, "psdrender"), os.path.join(build, "floor")
+        self.other = other and os.path.join(other, "psdrender")
+        self.runs, self.peers = runs, dict(peers())
+        with tempfile.TemporaryDirectory() as temporary:
+            pixel = os.path.join(temporary, "pixel.psd")
+            with open(pixel, "wb") as file:
+                file.write(b"8BPS" + struct.pack(">H6xHIIHH", 1, 3, 1, 1, 8, 3) + bytes(12 + 2 + 3))
+            self.starts = {name: median([(run(peer(pixel, False)) or [None])[0] for _ in range(3)])
+                           for name, peer in self.peers.items()}
+            _, self.pixel_cpu, self.pixel_peak = measure(self.psdrender, pixel)
+
+    def head(self):
+        columns = ["document", "floor ms", "ours ms", "÷ floor", "CPU ms", "fastest peer ms", "ours ÷ peer",
+                   "peak ÷ canvas"] + ["CPU ÷ other build"] * bool(self.other)
+        return f"| {' | '.join(columns)} |\n|{'---|' * len(columns)}"
+
+    def peer_times(self, path, times, ours):
+        for name, peer in self.peers.items():
+            # Far behind: one turn says enough.
+            if not times[name] or times[name][-1] and times[name][-1] < 4 * ours:
+                done = run(peer(str(path), not path.stem.startswith(("rgb", "cmyk", "lab", "flat"))))
+                times[name].append(done and done[0] - self.starts[name])
+
+    def row(self, path):
+        floors, ours, others, times = [], [], [], {name: [] for name in self.peers}
+        for _ in range(self.runs):
+            floors.append(printed_time((run([self.floor, str(path), "1"]) or (0, ""))[1]))
+            ours.append(measure(self.psdrender, path))
+            if self.other:
+                others.append(measure(self.other, path)[1])
+            self.peer_times(path, times, ours[-1][0])
+        wall, cpu, peak = (statistics.median(column) for column in zip(*ours))
+        best = min(((median(values), name) for name, values in times.items() if median(values)), default=None)
+        height, width = struct.unpack(">II", path.open("rb").read(22)[14:22])
+        cells = [path.stem, f"{median(floors):.1f}", f"{wall:.1f}", f"{wall / median(floors):.2f}",
+                 f"{cpu - self.pixel_cpu:.1f}",
+                 *([f"{best[0]:.0f} {best[1]}", f"{wall / best[0]:.2f}"] if best else ["-", "-"]),
+                 f"{(peak - self.pixel_peak) / (4 * width * height):.2f}"]
+        if self.other:
+            cells.append(f"{(min(run[1] for run in ours) - self.pixel_cpu) / (min(others) - self.pixel_cpu):.2f}")
+        return f"| {' | '.join(cells)} |"
 
 
 def main():
-    build, folder = sys.argv[1], pathlib.Path(sys.argv[2])
-    runs = int(sys.argv[3]) if len(sys.argv) > 3 else 7
-    psdrender, floor = os.path.join(build, "psdrender"), os.path.join(build, "floor")
-    others = dict(peers())
-    print("| document | floor ms | ours ms | ÷ floor | fastest peer ms | ours ÷ peer | peak ÷ pixels |")
-    print("|---|---|---|---|---|---|---|", flush=True)
-    with tempfile.TemporaryDirectory() as temporary:
-        pixel = os.path.join(temporary, "pixel.psd")
-        with open(pixel, "wb") as file:
-            file.write(b"8BPS" + struct.pack(">H6xHIIHH", 1, 3, 1, 1, 8, 3) + bytes(12 + 2 + 3))
-        starts = {name: median([(run(other(pixel, False)) or [None])[0] for _ in range(3)])
-                  for name, other in others.items()}
-        base = peak_bytes(psdrender, pixel)
-        for path in sorted(folder.glob("*.psd")):
-            if sys.argv[4:] and path.stem not in sys.argv[4:]:
-                continue
-            times = {name: [] for name in ["floor", "ours", *others]}
-            for turn in range(runs):
-                times["floor"].append(printed_time([floor, str(path), "1"]))
-                times["ours"].append(printed_time([psdrender, "--time=1", str(path)]))
-                for name, other in others.items():
-                    # Far behind: one turn says enough.
-                    if turn < 1 or times[name][-1] and times[name][-1] < 4 * times["ours"][-1]:
-                        done = run(other(str(path), path.stem.startswith("layers")))
-                        times[name].append(done and done[0] - starts[name])
-            medians = {name: median(values) for name, values in times.items()}
-            ours = medians["ours"]
-            best = min(((medians[name], name) for name in others if medians[name]), default=None)
-            peer = f"{best[0]:.0f} {best[1]} | {ours / best[0]:.2f}" if best else "- | -"
-            height, width = struct.unpack(">II", path.open("rb").read(22)[14:22])
-            peak = (peak_bytes(psdrender, str(path)) - base) / (4 * width * height)
-            print(f"| {path.stem} | {medians['floor']:.1f} | {ours:.1f} | {ours / medians['floor']:.2f} | {peer} "
-                  f"| {peak:.2f} |", flush=True)
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--against")
+    parser.add_argument("build")
+    parser.add_argument("folder", type=pathlib.Path)
+    parser.add_argument("runs", nargs="?", type=int, default=7)
+    parser.add_argument("names", nargs="*")
+    options = parser.parse_args()
+    comparison = Comparison(options.build, options.against, options.runs)
+    print(comparison.head(), flush=True)
+    for path in sorted(options.folder.glob("*.psd")):
+        if any(fnmatch.fnmatch(path.stem, name) for name in options.names or ["*"]):
+            print(comparison.row(path), flush=True)
 
 
 if __name__ == "__main__":

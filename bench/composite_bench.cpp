@@ -11,6 +11,7 @@
 #include "properties/adjustment_records.h"
 #include "properties/effect_blur.h"
 #include "render/composite.h"
+#include "render/kernels.h"
 #include "render/render.h"
 
 namespace tessary {
@@ -28,7 +29,7 @@ constexpr const char* kModeNames[] = {
 enum Variant : int64_t { kPlain, kTransparentCanvas, kMasked, kRanged };
 constexpr const char* kVariantNames[] = {", opaque canvas", ", canvas of any alpha", ", masked",
                                          ", with ranges"};
-constexpr const char* kPathNames[] = {"SSE2: ", "AVX2: "};
+constexpr const char* kKernelNames[] = {"SSE2: ", "widest: "};
 
 Owned<uint32_t> RandomPixels(uint32_t seed, uint32_t opaque) {
     Owned<uint32_t> pixels = AllocateZeroed<uint32_t>({kPixels});
@@ -53,18 +54,16 @@ void PrepareDocument(PsdDocument& document, size_t layers) {
     document.noiseMap = AllocateZeroed<uint8_t>({kPixels});
 }
 
-void CountPixels(benchmark::State& state, size_t layers) {
+void CountPixels(benchmark::State& state, size_t layers, size_t pixels = kPixels) {
     state.counters["ns/px"] =
-        benchmark::Counter(static_cast<double>(kPixels * layers),
+        benchmark::Counter(static_cast<double>(pixels * layers),
                            benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 void OneLayer(benchmark::State& state) {
     const auto mode = static_cast<PsdBlendMode>(state.range(0));
     const int64_t variant = state.range(1);
-    const auto path = static_cast<VectorPath>(state.range(2));
-    if (path > WidestVectorPath()) return state.SkipWithError("not on this processor");
-    state.SetLabel(std::string(kPathNames[state.range(2)]) + kModeNames[mode] + kVariantNames[variant]);
+    state.SetLabel(std::string(kModeNames[mode]) + kVariantNames[variant]);
     PsdDocument document;
     PrepareDocument(document, 1);
     PsdLayer& layer = document.layers[0];
@@ -83,9 +82,25 @@ void OneLayer(benchmark::State& state) {
         state.PauseTiming();
         std::memcpy(document.canvas.get(), canvas.get(), kPixels * sizeof(uint32_t));
         state.ResumeTiming();
-        CompositeLayer(document, CompositeSourceOf(layer), layer.bounds, path);
+        CompositeLayer(document, CompositeSourceOf(layer), layer.bounds);
     }
     CountPixels(state, 1);
+}
+
+// The rows alone, in the fastest cache, with the kernels of one instruction set.
+void BlendRows(benchmark::State& state) {
+    constexpr size_t kRuns = 8;
+    const auto mode = static_cast<PsdBlendMode>(state.range(0));
+    const Kernels& kernels = state.range(1) ? WidestKernels() : sse2::kKernels;
+    state.SetLabel(std::string(kKernelNames[state.range(1)]) + kModeNames[mode]);
+    const BlendRowFunction blendRow = kernels.selectBlendRow(mode, mode == kBlendNormal, false);
+    const Owned<uint32_t> layer = RandomPixels(1, 0), canvas = RandomPixels(2, 0xFF000000);
+    const Owned<uint8_t> noise = AllocateZeroed<uint8_t>({kBlendRunPixels});
+    for (auto _ : state) {
+        for (size_t i = 0; i < kRuns * kBlendRunPixels; i += kBlendRunPixels)
+            blendRow({canvas.get() + i, layer.get() + i, nullptr, noise.get(), kBlendRunPixels}, {});
+    }
+    CountPixels(state, 1, kRuns * kBlendRunPixels);
 }
 
 void ManyLayers(benchmark::State& state) {
@@ -130,10 +145,10 @@ void FillAdjustment(PsdLayer& layer, int64_t which) {
     }
 }
 
-// Five adjustments of the whole of an opaque canvas.
+// Eight adjustments of the whole of an opaque canvas.
 void Adjustments(benchmark::State& state) {
     state.SetLabel(kAdjustmentNames[state.range(0)]);
-    constexpr size_t kAdjustments = 5;
+    constexpr size_t kAdjustments = 8;
     PsdDocument document;
     PrepareDocument(document, 1 + kAdjustments);
     FillLayer(document.layers[0], kBlendNormal, 1);
@@ -165,10 +180,9 @@ void Traffic(benchmark::State& state) {
 }
 
 BENCHMARK(Traffic);
-BENCHMARK(OneLayer)->ArgsProduct({benchmark::CreateDenseRange(0, 22, 1),
-                                  {kPlain, kTransparentCanvas},
-                                  {0, 1}});
-BENCHMARK(OneLayer)->ArgsProduct({{kBlendNormal, kBlendMultiply, kBlendHue}, {kMasked, kRanged}, {0, 1}});
+BENCHMARK(OneLayer)->ArgsProduct({benchmark::CreateDenseRange(0, 22, 1), {kPlain, kTransparentCanvas}});
+BENCHMARK(BlendRows)->ArgsProduct({benchmark::CreateDenseRange(0, 22, 1), {0, 1}});
+BENCHMARK(OneLayer)->ArgsProduct({{kBlendNormal, kBlendMultiply, kBlendHue}, {kMasked, kRanged}});
 BENCHMARK(ManyLayers)->DenseRange(0, 1);
 BENCHMARK(Adjustments)->DenseRange(0, 5);
 BENCHMARK(Blur)->Arg(5)->Arg(50)->Arg(250)->Unit(benchmark::kMillisecond);

@@ -4,15 +4,12 @@
 #include <cstring>
 
 #include "document/big_endian.h"
-#include "document/channel_codec.h"
 #include "render/color_convert.h"
 
 namespace tessary {
 namespace {
 
 constexpr uint32_t kBufferSize = PsdByteReader::kBufferSize;
-constexpr uint64_t kAlwaysAllowedBytes = 64u << 20;
-constexpr uint64_t kUnfilledBytes = 4u << 20;
 
 bool EnsureBuffer(PsdByteReader& reader) {
     if (!reader.buffer) {
@@ -22,15 +19,11 @@ bool EnsureBuffer(PsdByteReader& reader) {
     return static_cast<bool>(reader.buffer);
 }
 
-// A stream may deliver for ever, and loops that count what is in a file would go on with it. Sizes are
-// signed, so a document ends before this.
-constexpr uint64_t kMostDelivered = uint64_t{1} << 31;
-
 // One call to the stream. Its result code says nothing that the count does not. A count beyond what was asked
 // for is taken for 0: such a stream would seem to have all that a file can claim.
 uint32_t ReadStream(PsdByteReader& reader, void* destination, uint32_t count) {
     ULONG delivered = 0;
-    if (reader.stream && reader.delivered < kMostDelivered)
+    if (reader.stream && reader.delivered < kMostDeliveredBytes)
         reader.stream->Read(destination, count, &delivered);
     if (delivered > count) return 0;
     reader.delivered += delivered;
@@ -111,47 +104,19 @@ uint32_t InputLeft(const PsdDocument& document) {
     return position < size ? size - position : 0;
 }
 
-bool MayAllocate(uint64_t wanted, uint64_t inputBytes, uint32_t expansion) {
-    if (wanted <= kAlwaysAllowedBytes) return true;
-    const auto fillable = CheckedProduct({inputBytes, expansion});
-    return !fillable || wanted / 100 <= *fillable;
+uint64_t InputSeen(const PsdDocument& document) {
+    // A stream that does not know its end can be skipped beyond it.
+    if (document.streamSize == INT32_MAX) return document.reader.delivered;
+    return std::min(document.reader.position, static_cast<uint32_t>(std::max(document.streamSize, 0)));
 }
 
-PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes) {
-    if (!MayAllocate(size, InputLeft(document), kRawExpansion)) return PsdReadResult::kOutOfMemory;
-    Owned<uint8_t> head;
-    size_t arrived = 0;
-    const PsdReadResult result = ReadHead(document, size, head, arrived);
-    if (result != PsdReadResult::kOk) return result;
-    if (arrived < HeadBytes(size)) return PsdReadResult::kOutOfMemory;
+PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes, size_t& arrived) {
+    arrived = 0;
+    if (!IsBelieved(size, InputLeft(document), 1)) return PsdReadResult::kOutOfMemory;
     bytes = AllocateZeroed<uint8_t>({size});
     if (!bytes) return PsdReadResult::kOutOfMemory;
-    if (arrived) std::memcpy(bytes.get(), head.get(), arrived);
-    arrived += Read(document, bytes.get() + arrived, bytes.count() - arrived);
-    // What is made of the bytes is written, and so real memory, however few of them there are.
-    return size > kUnfilledBytes && arrived < size / 100 ? PsdReadResult::kOutOfMemory : PsdReadResult::kOk;
-}
-
-uint64_t HeadBytes(uint64_t size) { return size <= kAlwaysAllowedBytes ? 0 : size / 100; }
-
-PsdReadResult ReadHead(PsdDocument& document, uint64_t size, Owned<uint8_t>& head, size_t& arrived) {
-    arrived = 0;
-    const uint64_t wanted = HeadBytes(size);
-    return wanted == 0 ? PsdReadResult::kOk : ReadUpTo(document, wanted, head, arrived);
-}
-
-PsdReadResult ReadUpTo(PsdDocument& document, uint64_t limit, Owned<uint8_t>& bytes, size_t& delivered) {
-    constexpr uint64_t kFirstPiece = 1u << 20;
-    delivered = 0;
-    bytes = AllocateZeroed<uint8_t>({limit > kAlwaysAllowedBytes ? kFirstPiece : limit});
-    for (;;) {
-        if (!bytes) return PsdReadResult::kOutOfMemory;
-        delivered += Read(document, bytes.get() + delivered, bytes.count() - delivered);
-        if (delivered < bytes.count() || delivered == limit) return PsdReadResult::kOk;
-        Owned<uint8_t> larger = AllocateZeroed<uint8_t>({std::min(limit, uint64_t{2} * delivered)});
-        if (larger) std::memcpy(larger.get(), bytes.get(), delivered);
-        bytes = std::move(larger);
-    }
+    arrived = Read(document, bytes.get(), bytes.count());
+    return MayKeepBytes(size, arrived) ? PsdReadResult::kOk : PsdReadResult::kOutOfMemory;
 }
 
 bool ReadBool(PsdDocument& document) { return ReadU8(document) != 0; }

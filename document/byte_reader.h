@@ -31,24 +31,17 @@ inline int32_t BytesUntil(const PsdDocument& document, uint32_t end) {
 // Bytes the stream's own size leaves; 0 when the reader is beyond it.
 uint32_t InputLeft(const PsdDocument& document);
 
-// True when `wanted` bytes may be allocated because a field of the file says so. Up to 64 MiB always may;
-// more only when `inputBytes` of stored data, each worth at most `expansion` bytes, could fill a hundredth of
-// it.
-bool MayAllocate(uint64_t wanted, uint64_t inputBytes, uint32_t expansion);
+// Bytes of the file that have been read or passed over, as far as they can be there.
+uint64_t InputSeen(const PsdDocument& document);
 
-// Allocates and reads `size` bytes of the file as they are. On success `bytes` holds `size` bytes, zero where
-// the stream ended early; kOutOfMemory when they cannot be had, and when of more than 4 MiB not even a
-// hundredth arrives. More than 64 MiB are allocated only after that.
-PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes);
-
-// Buffers of more than 64 MiB wait for the stream to show that it has something to put into them: the first
-// hundredth of `size` bytes, HeadBytes, is read into `head`, `arrived` bytes of it. 0 of smaller ones.
-uint64_t HeadBytes(uint64_t size);
-PsdReadResult ReadHead(PsdDocument& document, uint64_t size, Owned<uint8_t>& head, size_t& arrived);
-
-// Reads up to `limit` bytes, as many as the stream delivers, into a buffer that grows with what arrives once
-// the limit is above 64 MiB. `bytes` may hold more than `delivered` bytes, zero behind them.
-PsdReadResult ReadUpTo(PsdDocument& document, uint64_t limit, Owned<uint8_t>& bytes, size_t& delivered);
+// Allocates and reads up to `size` bytes of the file as they are. `bytes` holds `size` of them, zero where
+// the stream ended early; `arrived` tells where. kOutOfMemory, also for a size that is not believed and for
+// bytes that may not be kept.
+PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes, size_t& arrived);
+inline PsdReadResult ReadBytes(PsdDocument& document, uint64_t size, Owned<uint8_t>& bytes) {
+    size_t arrived = 0;
+    return ReadBytes(document, size, bytes, arrived);
+}
 
 bool ReadBool(PsdDocument& document);
 uint8_t ReadU8(PsdDocument& document);

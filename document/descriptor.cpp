@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 
 #include "document/big_endian.h"
 #include "document/byte_reader.h"
@@ -10,9 +9,8 @@
 namespace tessary {
 namespace {
 
-// Lengths that no file can have are cut to the longest skip there is: it ends behind any stream.
 void SkipBytes(PsdDocument& document, uint64_t count) {
-    Skip(document, static_cast<int32_t>(std::min<uint64_t>(count, std::numeric_limits<int32_t>::max())));
+    Skip(document, static_cast<int32_t>(BytesOfLength(count)));
 }
 
 // What the data of a type or of a reference form is made of.
@@ -159,7 +157,7 @@ void SkipUnicodeString(PsdDocument& document) { SkipBytes(document, uint64_t{2} 
 
 void ReadItemKey(PsdDocument& document, PsdItemKey& key) {
     const uint32_t stored = ReadU32(document);
-    const uint32_t length = stored ? stored : 4;
+    const uint32_t length = stored ? BytesOfLength(stored) : 4;
     const uint32_t kept = std::min<uint32_t>(length, sizeof key.text);
     std::memset(key.text, 0, sizeof key.text);
     Read(document, key.text, kept);

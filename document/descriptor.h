@@ -1,6 +1,7 @@
 // Action descriptors: self-describing trees of keyed, typed values inside tagged blocks. What a reader has no
 // use for is walked and dropped, at any depth, without recursion. Types and forms that are not known consume
-// nothing; callers skip to the end of their block afterwards, which brings the reader back into step.
+// nothing; callers skip to the end of their block afterwards, which brings the reader back into step. So it
+// is with lengths of 2 GiB and more, which no file can have.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +11,9 @@
 #include "document/psd_document.h"
 
 namespace tessary {
+
+// The bytes that a stated length stands for.
+constexpr uint32_t BytesOfLength(uint64_t stated) { return stated >> 31 ? 0 : static_cast<uint32_t>(stated); }
 
 void SkipDescriptor(PsdDocument& document);
 void SkipList(PsdDocument& document);

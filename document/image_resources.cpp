@@ -48,16 +48,12 @@ PsdReadResult GrowAlphas(PsdImageResources& resources, uint32_t count) {
     return PsdReadResult::kOk;
 }
 
-// No document that is shown has as many channels, and a record takes hundreds of bytes for the single one of
-// an empty name.
-constexpr uint32_t kMaxAlphas = 4096;
-
 // Counts names of one kind without reading them. `nameBytes` tells the size of the name at an offset, or 0
 // when no whole length stands there.
 template <class NameBytes>
 uint32_t CountNames(std::span<const uint8_t> bytes, NameBytes nameBytes) {
     uint32_t names = 0;
-    for (size_t at = 0; at < bytes.size() && names < kMaxAlphas; ++names) {
+    for (size_t at = 0; at < bytes.size() && names < kMostAlphaNames; ++names) {
         const size_t size = nameBytes(bytes.subspan(at));
         if (size == 0) break;
         at += size;
@@ -106,7 +102,7 @@ PsdReadResult ReadUnicodeAlphaNames(PsdDocument& document, uint32_t) {
 // Identifiers alone say nothing about how many channels are colours.
 PsdReadResult ReadAlphaIds(PsdDocument& document, uint32_t) {
     PsdImageResources& resources = document.resources;
-    const uint32_t ids = std::min(InputLeft(document) / 4, kMaxAlphas);
+    const uint32_t ids = std::min(InputLeft(document) / 4, kMostAlphaNames);
     if (const auto result = GrowAlphas(resources, ids); result != PsdReadResult::kOk) return result;
     for (uint32_t i = 0; i < ids; ++i) resources.alphas[i].id = ReadI32(document);
     if (!resources.hasAlphaNames) resources.alphaCount = static_cast<int32_t>(ids);
@@ -406,7 +402,8 @@ PsdReadResult ReadResource(PsdDocument& document, uint16_t id, uint32_t size) {
 
     Owned<uint8_t> bytes;
     size_t delivered = 0;
-    const PsdReadResult result = ReadUpTo(document, std::min(size, row->atMost), bytes, delivered);
+    const PsdReadResult result =
+        ReadBytes(document, std::min({size, row->atMost, InputLeft(document)}), bytes, delivered);
     if (result != PsdReadResult::kOk) return result;
     ResourceBytes over(document, std::move(bytes), delivered);
     return row->read(document, size);

@@ -1,13 +1,16 @@
-// The channel data of one layer: its pixels and its mask.
+// A layer's channel data to its pixels and its mask.
 #pragma once
 
-#include "document/layer_plane.h"
+#include "document/plane_decoder.h"
+#include "document/psd_document.h"
 
 namespace tessary {
 
-// Reads the data of all the layer's channels at the reader's position and fills layer.image and
-// layer.mask.data. kShortRead, kBadCompression, the codes of DecodePlanes, and kOutOfMemory, also for layers
-// that claim far more than their data fills.
-PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, LayerPixelState& state);
+// Reads the channel data of one layer into layer.image and layer.mask.data. A layer without data, or with
+// pixels that the allowance does not cover, has no image; a mask likewise, and its default colour holds.
+// kShortRead, kBadCompression, kInflateSetup, kInflateFailed, kOutOfMemory.
+//   decoder   its buffers go from layer to layer
+//   isWanted  false: the data is only checked
+PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, PlaneDecoder& decoder, bool isWanted);
 
 }  // namespace tessary

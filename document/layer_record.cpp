@@ -3,7 +3,6 @@
 #include "document/big_endian.h"
 #include "document/blend_keys.h"
 #include "document/byte_reader.h"
-#include "document/channel_codec.h"
 #include "document/tagged_blocks.h"
 
 namespace tessary {
@@ -86,10 +85,9 @@ PsdReadResult ReadBlendRanges(PsdDocument& document, PsdLayer& layer) {
 
     // Only what arrives becomes ranges; how many there are is a claim of the file.
     const uint32_t size = static_cast<uint32_t>(count) * kRangesBytes;
-    if (!MayAllocate(size, InputLeft(document), kRawExpansion)) return PsdReadResult::kOutOfMemory;
     Owned<uint8_t> bytes;
     size_t arrived = 0;
-    const PsdReadResult result = ReadUpTo(document, size, bytes, arrived);
+    const PsdReadResult result = ReadBytes(document, size, bytes, arrived);
     if (result != PsdReadResult::kOk) return result;
     layer.channelRanges = AllocateZeroed<PsdBlendRanges>({(arrived + kRangesBytes - 1) / kRangesBytes});
     if (!layer.channelRanges) return PsdReadResult::kOutOfMemory;

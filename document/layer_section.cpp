@@ -26,11 +26,9 @@ void LinkGroups(std::span<PsdLayer> layers) {
     }
 }
 
-constexpr uint64_t kLayerBytes = sizeof(PsdLayer) + 160;  // with its channels and ranges
-
 // Reads records and pixels behind a layer info's length; a second layer info replaces the layers of the
 // first.
-PsdReadResult ReadLayerInfo(PsdDocument& document, uint32_t storedLength, LayerPixelState& pixels) {
+PsdReadResult ReadLayerInfo(PsdDocument& document, uint32_t storedLength, PlaneDecoder& decoder) {
     const uint32_t length = WrapAdd(storedLength, storedLength & 1);
     if (static_cast<int32_t>(length) < 1) return PsdReadResult::kOk;
     const uint32_t end = WrapAdd(Position(document), length);
@@ -44,19 +42,21 @@ PsdReadResult ReadLayerInfo(PsdDocument& document, uint32_t storedLength, LayerP
     const uint32_t possible = InputLeft(document) / kSmallestLayerRecord + 1;
     Owned<PsdLayer> layers = AllocateZeroed<PsdLayer>({std::min(count, possible)});
     if (!layers) return PsdReadResult::kOutOfMemory;
-    document.claimedBytes += layers.count() * kLayerBytes;
 
     for (PsdLayer& layer : layers.span()) {
         const PsdReadResult result = ReadLayerRecord(document, layer);
         if (result != PsdReadResult::kOk) return result;
     }
     if (layers.count() != count) return PsdReadResult::kBadLayer;
+    LinkGroups(layers.span());
+    const LayerSink* const sink = document.sink;
+    if (sink) sink->begin(document, sink->context);
     for (PsdLayer& layer : layers.span()) {
-        const PsdReadResult result = ReadLayerPixels(document, layer, pixels);
+        PsdReadResult result = ReadLayerPixels(document, layer, decoder, !sink || sink->wants(layer));
+        if (result == PsdReadResult::kOk && sink) result = sink->layer(document, layer, sink->context);
         if (result != PsdReadResult::kOk) return result;
     }
     SkipTo(document, end);
-    LinkGroups(layers.span());
     document.layers = std::move(layers);
     document.layerCount = static_cast<int32_t>(count);
     return PsdReadResult::kOk;
@@ -73,14 +73,14 @@ void ReadGlobalMask(PsdDocument& document) {
 }
 
 // Documents of 16 bits keep their layers here. Lengths are not padded.
-PsdReadResult ReadDocumentBlocks(PsdDocument& document, uint32_t end, LayerPixelState& pixels) {
+PsdReadResult ReadDocumentBlocks(PsdDocument& document, uint32_t end, PlaneDecoder& decoder) {
     while (BytesUntil(document, end) > 12) {
         uint32_t signature = 0;
         if (!ReadKey(document, signature) || signature != FourCC("8BIM")) break;
         const uint32_t key = ReadU32(document);
         const uint32_t length = ReadU32(document);
         if (key == FourCC("Lr16")) {
-            const PsdReadResult result = ReadLayerInfo(document, length, pixels);
+            const PsdReadResult result = ReadLayerInfo(document, length, decoder);
             if (result != PsdReadResult::kOk) return result;
         } else {
             Skip(document, static_cast<int32_t>(length));
@@ -102,11 +102,11 @@ PsdReadResult ReadLayerSection(PsdDocument& document) {
     default: break;
     }
 
-    LayerPixelState pixels;
-    PsdReadResult result = ReadLayerInfo(document, ReadU32(document), pixels);
+    PlaneDecoder decoder;
+    PsdReadResult result = ReadLayerInfo(document, ReadU32(document), decoder);
     if (result != PsdReadResult::kOk) return result;
     if (BytesUntil(document, end) > 12) ReadGlobalMask(document);
-    result = ReadDocumentBlocks(document, end, pixels);
+    result = ReadDocumentBlocks(document, end, decoder);
     if (result != PsdReadResult::kOk) return result;
     SkipTo(document, end);
     return PsdReadResult::kOk;

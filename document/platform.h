@@ -1,5 +1,5 @@
 // Everything the engine asks of the system it runs on: the input stream's type, a clock, and memory. (What
-// its processor can do is found out in render/vector_path.cpp.)
+// its processor can do is found out in render/kernels.cpp.)
 #pragma once
 
 #if defined(_WIN32)

@@ -4,24 +4,16 @@
 
 #include <cstdint>
 #include <new>
+#include <utility>
 
+#include "document/allowance.h"
 #include "document/checked_math.h"
+#include "document/plane_format.h"
 #include "document/platform.h"
 #include "document/psd_result.h"
 #include "render/pixel.h"
 
 namespace tessary {
-
-enum PsdColorMode : uint32_t {
-    kColorBitmap = 0,
-    kColorGrayscale = 1,
-    kColorIndexed = 2,
-    kColorRgb = 3,
-    kColorCmyk = 4,
-    kColorMultichannel = 7,
-    kColorDuotone = 8,
-    kColorLab = 9,
-};
 
 // What OpenDocument reads.
 enum PsdReadMode : uint32_t {
@@ -131,8 +123,10 @@ public:
     PsdProperty() = default;
     PsdProperty(const PsdProperty&) = delete;
     PsdProperty& operator=(const PsdProperty&) = delete;
-    ~PsdProperty() {
-        if (record) destroy(record);
+    ~PsdProperty() { Reset(); }
+    void Reset() {
+        if (record) destroy(std::exchange(record, nullptr));
+        propertyCode = recordBytes = 0;
     }
 
     uint32_t propertyCode = 0;
@@ -145,6 +139,10 @@ struct PsdPropertyList {
     static constexpr uint32_t kCapacity = 20;
     uint32_t count = 0;
     PsdProperty entries[kCapacity];
+
+    void Clear() {
+        while (count > 0) entries[--count].Reset();
+    }
 };
 
 struct PsdChannelInfo {
@@ -201,7 +199,10 @@ struct PsdLayer {
     int32_t channelRangeCount = 0;
     Owned<PsdBlendRanges> channelRanges;
     PsdPascalString name;
-    Owned<uint32_t> image;  // width x height pixels, or null for an empty layer
+    Owned<uint32_t> image;      // width x height pixels and perhaps more; null for a layer without any
+    uint64_t filledPixels = 0;  // of them, that the layer's data has filled
+    int32_t coveredTop = 0;     // rows of the image as the file has it: all others are transparent
+    int32_t coveredBottom = INT32_MAX;
     PsdPropertyList propertyList;
     bool hasAdjustment = false;
     bool rebuildTables = false;
@@ -401,6 +402,8 @@ struct PsdByteReader {
     uint64_t delivered = 0;  // by the stream, in all
 };
 
+struct LayerSink;
+
 struct PsdDocument {
     PsdByteReader reader;
     int32_t streamSize = 0;
@@ -408,6 +411,7 @@ struct PsdDocument {
     uint32_t readMode = kReadEverything;
     PsdMergedUse mergedUse = kMergedKept;
     uint32_t soundMergedAt = 0;  // where merged data begins that has been read without a fault; 0: nowhere
+    const LayerSink* sink = nullptr;  // borrowed, only during OpenDocument
 
     uint32_t width = 0;
     uint32_t height = 0;
@@ -422,45 +426,40 @@ struct PsdDocument {
     int32_t layerCount = 0;
     Owned<PsdLayer> layers;        // bottom layer first
     uint32_t globalMaskColor = 0;  // ARGB
-    uint64_t recordBytes = 0;      // of all property lists
-    uint64_t claimedBytes = 0;     // that the layers, their pixels and masks take,
-    uint64_t filledBytes = 0;      // and of them that the layers' data has filled
     uint16_t globalMaskOpacity = 0;
     uint8_t globalMaskKind = 0;
 
     Owned<uint32_t> mergedPixels;  // width x height, or null when the read mode passes it over
 
-    Owned<uint32_t> canvas;             // width x height, made by Render
-    Owned<uint8_t> noiseMap;            // width x height, made by the first Render
-    uint64_t drawingLeft = UINT64_MAX;  // steps, see SpendDrawing,
-    uint64_t layersLeft = UINT64_MAX;   // and those that the layers' own pixels may take
-    uint64_t effectRoom = UINT64_MAX;   // bytes that the buffer of an effect may take
-    uint64_t keptEffectBytes = 0;       // of buffers that are kept for the next Render
+    Owned<uint32_t> canvas;       // width x height, made by Render
+    Owned<uint8_t> noiseMap;      // width x height, made when the first layer that dissolves is drawn
+    Owned<uint32_t> sparePixels;  // of a layer that was drawn, for the next one's
+    Allowance allowance;
 };
 
-// Takes `steps` from what Render may still spend, one of the document's counts; false, and nothing taken,
-// when that is too much. A step is about a nanosecond.
-inline bool SpendDrawing(uint64_t& left, uint64_t steps) {
-    if (steps > left) return false;
-    left -= steps;
-    return true;
-}
+// Whom a document hands its layers to while it is read. With one, a layer's pixels are there only while
+// `layer` runs, which may move them out.
+struct LayerSink {
+    // A layer info begins; all its records are read, and groups are linked. A second one in the same document
+    // takes the place of the first.
+    void (*begin)(PsdDocument& document, void* context) = nullptr;
+    // Whether the layer's pixels will be looked at. Those that are not are only decoded.
+    bool (*wants)(const PsdLayer& layer) = nullptr;
+    // The layer's pixels have been read. A failure ends the reading.
+    PsdReadResult (*layer)(PsdDocument& document, PsdLayer& layer, void* context) = nullptr;
+    void* context = nullptr;
+};
 
-// Steps that columns x rows of so many steps a pixel take. To begin a row costs, too: on a canvas it lies in
-// a page of its own. UINT64_MAX when they cannot be counted.
-inline uint64_t DrawingSteps(uint64_t columns, uint64_t rows, uint64_t perPixel) {
-    constexpr uint64_t kPerRow = 200;
-    return CheckedProduct({rows, kPerRow + columns * perPixel}).value_or(UINT64_MAX);
-}
-
-// Bytes that the layers and effects of a document may take together besides what the layers' data fills.
-uint64_t UnbackedBytes(const PsdDocument& document);
+struct OpenOptions {
+    PsdMergedUse mergedUse = kMergedKept;
+    uint32_t soundMergedAt = 0;  // of the same stream, opened before: merged data there is not checked again
+    const LayerSink* sink = nullptr;  // null: the document keeps all layers
+};
 
 // Reads a document from the start of `stream`, which is rewound and borrowed for the call only.
 // Gives null and a code on failure.
-//   soundMergedAt  of the same stream, opened before: merged data there is not checked once more
 PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32_t mode,
-                           PsdMergedUse mergedUse = kMergedKept, uint32_t soundMergedAt = 0);
+                           const OpenOptions& options = {});
 
 // Frees the document and all it owns and leaves null. kNoDocument when there is none.
 PsdReadResult CloseDocument(Owned<PsdDocument>& document);

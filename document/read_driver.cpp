@@ -66,7 +66,7 @@ PsdReadResult ReadColorModeData(PsdDocument& document) {
     const uint32_t size = static_cast<uint32_t>(length);
     const uint32_t entries = size / 3;
     // An entry is worth four bytes for its three in the file.
-    if (!MayAllocate(uint64_t{4} * entries, InputLeft(document), 2)) return PsdReadResult::kOutOfMemory;
+    if (!IsBelieved(uint64_t{4} * entries, InputLeft(document), 2)) return PsdReadResult::kOutOfMemory;
     Owned<uint8_t> bytes;
     if (const auto result = ReadBytes(document, size, bytes); result != PsdReadResult::kOk) return result;
     if (!IsPalette(bytes.get(), size)) return PsdReadResult::kOk;
@@ -91,13 +91,18 @@ constexpr StageRow kStages[kStageDone] = {
     {ReadMergedImage, PsdReadResult::kMergedStage},
 };
 
-// The stream's size as the reader counts: 32 bits, signed. Sizes that cannot be mean that the stream does not
-// know its end; it is then read until it delivers nothing.
+// The stream's size as the reader counts: 32 bits, signed. One that is asked in vain is sent to its end, from
+// where the caller brings it back. Sizes that cannot be, and no answer at all, mean that it does not know its
+// end; it is then read until it delivers nothing.
 int32_t StreamSize(IStream* stream) {
+    constexpr int32_t kUnknown = std::numeric_limits<int32_t>::max();
     STATSTG stat = {};
-    stream->Stat(&stat, STATFLAG_NONAME);
-    if (stat.cbSize.QuadPart >> 63) return std::numeric_limits<int32_t>::max();
-    return static_cast<int32_t>(static_cast<uint32_t>(stat.cbSize.QuadPart));
+    ULARGE_INTEGER& size = stat.cbSize;
+    if (FAILED(stream->Stat(&stat, STATFLAG_NONAME)) &&
+        FAILED(stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_END, &size)))
+        return kUnknown;
+    if (size.QuadPart >> 63) return kUnknown;
+    return static_cast<int32_t>(static_cast<uint32_t>(size.QuadPart));
 }
 
 }  // namespace
@@ -117,15 +122,16 @@ PsdReadResult RunReadStages(PsdDocument& document) {
 }
 
 PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32_t mode,
-                           PsdMergedUse mergedUse, uint32_t soundMergedAt) {
+                           const OpenOptions& options) {
     document.Reset();
     if (!stream) return PsdReadResult::kNoStream;
     Owned<PsdDocument> opened = AllocateZeroed<PsdDocument>({1});
     if (!opened) return PsdReadResult::kOutOfMemory;
     opened->reader.stream = stream;
     opened->readMode = mode;
-    opened->mergedUse = mergedUse;
-    opened->soundMergedAt = soundMergedAt;
+    opened->mergedUse = options.mergedUse;
+    opened->soundMergedAt = options.soundMergedAt;
+    opened->sink = options.sink;
     opened->streamSize = StreamSize(stream);
     stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr);
 
@@ -134,6 +140,8 @@ PsdReadResult OpenDocument(Owned<PsdDocument>& document, IStream* stream, uint32
     opened->reader.buffer.Reset();
     opened->reader.filled = opened->reader.cursor = 0;
     opened->reader.stream = nullptr;
+    opened->sink = nullptr;
+    opened->sparePixels.Reset();
     document = std::move(opened);
     return PsdReadResult::kOk;
 }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "frontend/codec.h"
+#include "frontend/float_environment.h"
 #include "frontend/stream_position.h"
 
 namespace tessary {
@@ -18,9 +19,11 @@ struct ComFailure {
     HRESULT result;
 };
 
-// Runs what a COM method does; an exception of any kind becomes a failure code there.
+// Runs what a COM method does: in an environment of its own, and an exception of any kind becomes a failure
+// code there.
 template <class Work>
 HRESULT Guarded(Work&& work) noexcept {
+    const FloatEnvironmentScope floats;
     try {
         return work();
     } catch (const ComFailure& failure) {

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "frontend/stream_position.h"
-#include "render/render.h"
+#include "render/streamed_render.h"
 
 namespace tessary {
 namespace {
@@ -19,12 +19,12 @@ PsdReadResult TakeImage(PsdDocument& document, Owned<uint32_t>& image, DocumentP
 
 PsdReadResult TakeLayers(IStream* stream, DocumentPixels& picture, uint32_t soundMergedAt) {
     Owned<PsdDocument> document;
-    PsdReadResult result = OpenDocument(document, stream, kReadEverything, kMergedChecked, soundMergedAt);
-    if (result != PsdReadResult::kOk) return result;
-    result = Render(document.get(), 0, 0, static_cast<int32_t>(document->width),
-                    static_cast<int32_t>(document->height));
-    if (result != PsdReadResult::kOk) return result;
-    return TakeImage(*document, document->canvas, picture);
+    StreamedRender render;
+    const LayerSink sink = SinkOf(render);
+    PsdReadResult result =
+        OpenDocument(document, stream, kReadEverything, {kMergedChecked, soundMergedAt, &sink});
+    if (result == PsdReadResult::kOk) result = EndStreamedRender(render, *document);
+    return result == PsdReadResult::kOk ? TakeImage(*document, document->canvas, picture) : result;
 }
 
 }  // namespace
@@ -36,7 +36,7 @@ PsdReadResult DecodeDocumentPixels(IStream* stream, DocumentPixels& picture, Pic
     if (choice == PictureChoice::kAsTheFileSays) {
         const StreamPositionScope keep(stream);
         Owned<PsdDocument> document;
-        const PsdReadResult result = OpenDocument(document, stream, kReadMerged, kMergedKeptIfReal);
+        const PsdReadResult result = OpenDocument(document, stream, kReadMerged, {kMergedKeptIfReal});
         if (result != PsdReadResult::kOk) return result;
         if (document->resources.versionInfo.hasRealMergedData)
             return TakeImage(*document, document->mergedPixels, picture);

@@ -2,12 +2,13 @@
 
 #include <cstring>
 
+#include "document/allowance.h"
+
 namespace tessary {
 namespace {
 
 constexpr int16_t kBitsPerPixel = 24;
 constexpr uint32_t kBytesPerPixel = kBitsPerPixel / 8;
-constexpr uint64_t kMaxPixelBytes = 64u << 20;
 
 }  // namespace
 
@@ -18,14 +19,14 @@ bool IsThumbnailFormat(const PsdThumbnail& thumbnail) {
 
 bool IsThumbnailSize(uint32_t width, uint32_t height) {
     return width != 0 && height != 0 &&
-           static_cast<uint64_t>(width) * height <= kMaxPixelBytes / kBytesPerPixel;
+           static_cast<uint64_t>(width) * height <= kMostThumbnailBytes / kBytesPerPixel;
 }
 
 bool IsUsableThumbnail(const PsdThumbnail& thumbnail) {
     return thumbnail.present && IsThumbnailFormat(thumbnail) && thumbnail.width != 0 &&
            thumbnail.height != 0 &&
            thumbnail.rowBytes >= static_cast<uint64_t>(thumbnail.width) * kBytesPerPixel &&
-           static_cast<uint64_t>(thumbnail.height) * thumbnail.rowBytes <= kMaxPixelBytes &&
+           static_cast<uint64_t>(thumbnail.height) * thumbnail.rowBytes <= kMostThumbnailBytes &&
            thumbnail.compressedSize <= thumbnail.data.count();
 }
 

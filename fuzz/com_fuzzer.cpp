@@ -37,6 +37,7 @@ void Misbehave(test::MemoryStream& stream, Script& script, const test::Bytes& fi
     case 7: stream.hasSize = true, stream.size = kSizes[amount % std::size(kSizes)]; break;
     case 8: stream.hasSize = false; break;
     case 9: stream.failCall = stream.calls + 1 + amount % 32, stream.failLater = how & 16; break;
+    case 10: stream.statFails = amount % 2; break;
     case 11:  // other bytes in the middle of a step
         stream.changeCall = stream.calls + 1 + amount % 32;
         stream.changed = file;

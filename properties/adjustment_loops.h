@@ -1,5 +1,5 @@
-// The loops behind adjustment_pixels.h, for the instruction set that pixel_vectors.h was asked for. Defines
-// functions that are not inline: one file for each set includes it.
+// The loops behind adjustment_pixels.h, for the instruction set that pixel_vectors.h was asked for;
+// part of its kernels.
 #pragma once
 
 #include "properties/adjustment_pixels.h"
@@ -41,7 +41,7 @@ Pixels InksOf(const Rgb<Floats>& color, Floats brightest) {
     // Black has no other ink: its three dividends are 0, and only the divisor must not be.
     const Floats divisor = HigherOf(brightest, 1.0f);
     const auto inkOf = [&](Floats channel) {
-        return Divided((brightest - channel) * 255.0f, divisor, 255.0f);
+        return DividedByReciprocal((brightest - channel) * 255.0f, divisor, 255.0f);
     };
     return inkOf(color.red) | inkOf(color.green) << 8 | inkOf(color.blue) << 16 |
            Truncate(255.0f - brightest) << 24;
@@ -70,8 +70,6 @@ uint32_t AddInks(uint32_t inks, const SelectiveMap::HueValues& hue, const Select
     const __m128i sums = _mm_add_epi32(_mm_add_epi32(own, ofHue), CutProducts(shares, tone.of));
     return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(_mm_packs_epi32(sums, zero), zero)));
 }
-
-}  // namespace
 
 void MapHueRow(const HueMap& map, const uint32_t* in, uint32_t* out, size_t count) {
     MapChunks(in, out, count, [&map](uint32_t* pixels, size_t n) {
@@ -124,5 +122,7 @@ void MapSelectiveRow(const SelectiveMap& map, const uint32_t* in, uint32_t* out,
         }
     });
 }
+
+}  // namespace
 
 }  // namespace tessary::TESSARY_VECTORS

@@ -3,14 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "properties/adjustment_loops.h"
-
 namespace tessary {
-
-namespace avx2 {  // compiled by itself
-void MapHueRow(const HueMap& map, const uint32_t* in, uint32_t* out, size_t count);
-void MapSelectiveRow(const SelectiveMap& map, const uint32_t* in, uint32_t* out, size_t count);
-}  // namespace avx2
 
 namespace {
 
@@ -46,10 +39,6 @@ HueMap::HueMap(const HueRecord& record) {
     }
 }
 
-void HueMap::MapRow(const uint32_t* in, uint32_t* out, size_t count, VectorPath path) const {
-    (path == VectorPath::kAvx2 ? avx2::MapHueRow : sse2::MapHueRow)(*this, in, out, count);
-}
-
 SelectiveMap::SelectiveMap(const SelectiveRecord& record) : hues{}, whole(record.absolute ? 255 : 0) {
     // A little more than the quotient keeps whole products whole. Others, of at most 32768 x 255 x 255, are
     // away from whole numbers by 1 part in 2 thousand million.
@@ -74,10 +63,6 @@ SelectiveMap::SelectiveMap(const SelectiveRecord& record) : hues{}, whole(record
     }
     for (int32_t i = 0; i < 3; ++i)
         tones[static_cast<size_t>(i)] = valuesOf(SelectiveRecord::kWhites + i, 1, 100);
-}
-
-void SelectiveMap::MapRow(const uint32_t* in, uint32_t* out, size_t count, VectorPath path) const {
-    (path == VectorPath::kAvx2 ? avx2::MapSelectiveRow : sse2::MapSelectiveRow)(*this, in, out, count);
 }
 
 MixerMap::MixerMap(const MixerRecord& record) {

@@ -1,6 +1,6 @@
 // The adjustments that look at whole pixels. Each is made once a layer and then maps pixels: the light ones
 // are callables that take the colour bytes of one pixel as integers 0..255 and rewrite them, the heavy ones
-// map whole rows and keep the alpha bytes; for them `path` is one that the processor has.
+// have kernels that map whole rows.
 #pragma once
 
 #include <array>
@@ -8,7 +8,6 @@
 
 #include "properties/adjustment_records.h"
 #include "render/pixel.h"
-#include "render/vector_path.h"
 
 namespace tessary {
 
@@ -24,7 +23,6 @@ struct HueMap {
     static constexpr int16_t kUnchanged = -1;
 
     explicit HueMap(const HueRecord& record);
-    void MapRow(const uint32_t* in, uint32_t* out, size_t count, VectorPath path = WidestVectorPath()) const;
 
     Shift shifts[360];
 };
@@ -37,7 +35,6 @@ struct SelectiveMap {
     };
 
     explicit SelectiveMap(const SelectiveRecord& record);
-    void MapRow(const uint32_t* in, uint32_t* out, size_t count, VectorPath path = WidestVectorPath()) const;
 
     // What a hue's classes, of which there are at most two, add for each step of what is there.
     struct HueValues {
@@ -47,19 +44,6 @@ struct SelectiveMap {
     HueValues hues[360];
     InkValues tones[3];  // whites, neutrals, blacks; percent
     uint8_t whole;       // 255 when amounts are absolute and not shares of what is there, else 0
-};
-
-class ThresholdMap {
-public:
-    explicit ThresholdMap(const ThresholdRecord& record) : m_level(record.level) {}
-
-    void operator()(int32_t& red, int32_t& green, int32_t& blue) const {
-        const int32_t luminance = (28 * blue + 151 * green + 77 * red) >> 8;
-        red = green = blue = luminance >= m_level ? 255 : 0;
-    }
-
-private:
-    int32_t m_level;
 };
 
 // What each value of each input channel adds to the three output channels.
@@ -83,24 +67,6 @@ private:
     std::array<Sums, 256> m_ofRed;  // and the constants
     std::array<Sums, 256> m_ofGreen;
     std::array<Sums, 256> m_ofBlue;
-};
-
-class GradientMapMap {
-public:
-    explicit GradientMapMap(const GradientMapRecord& record)
-        : m_table(record.table), m_flip(record.reverse ? 255 : 0) {}
-
-    void operator()(int32_t& red, int32_t& green, int32_t& blue) const {
-        const int32_t luminance = (77 * red + 151 * green + 28 * blue) >> 8;
-        const uint32_t color = m_table[static_cast<size_t>(luminance ^ m_flip)];  // ^ 255 is 255 - luminance
-        red = static_cast<int32_t>(Red(color));
-        green = static_cast<int32_t>(Green(color));
-        blue = static_cast<int32_t>(Blue(color));
-    }
-
-private:
-    const std::array<uint32_t, 256>& m_table;
-    int32_t m_flip;
 };
 
 }  // namespace tessary

@@ -161,7 +161,7 @@ PsdReadResult ReadHue(PsdDocument& document, HueRecord& hue, AdjustmentBlock&) {
 
 PsdReadResult ReadSelective(PsdDocument& document, SelectiveRecord& selective, AdjustmentBlock&) {
     if (ReadU16(document) != 1) return PsdReadResult::kBadSelectiveVersion;
-    selective.absolute = ReadU16(document) != 0;
+    selective.absolute = ReadU16(document) == 1;
     for (InkAdjustment& ink : selective.inks) {
         ink.cyan = ReadI16(document);
         ink.magenta = ReadI16(document);

@@ -2,6 +2,7 @@
 
 #include "properties/adjustment_pixels.h"
 #include "properties/adjustment_tables.h"
+#include "render/kernels.h"
 
 namespace tessary {
 namespace {
@@ -22,39 +23,10 @@ void MapRows(const PixelArea& area, MapRow mapRow) {
         mapRow(area.canvas + y * area.canvasRowPixels, area.pixels + y * area.rowPixels, area.width);
 }
 
-template <class Map>
-void MapPixels(const PixelArea& area, Map map) {
-    MapRows(area, [&](const uint32_t* in, uint32_t* out, size_t count) {
-        for (size_t x = 0; x < count; ++x) out[x] = map(in[x]);
-    });
-}
-
-// The three drivers: a table a channel, one table for all, and a callback that gets the colours as integers.
-
-void DrawTables(const PixelArea& area, const ByteTable& red, const ByteTable& green, const ByteTable& blue) {
-    MapPixels(area, [&](uint32_t pixel) {
-        return (pixel & 0xFF000000) | static_cast<uint32_t>(red[Red(pixel)]) << 16 |
-               static_cast<uint32_t>(green[Green(pixel)]) << 8 | blue[Blue(pixel)];
-    });
-}
-
-void DrawTable(const PixelArea& area, const ByteTable& table) { DrawTables(area, table, table, table); }
-
-template <class Callback>
-void DrawCallback(const PixelArea& area, const Callback& callback) {
-    MapPixels(area, [&](uint32_t pixel) {
-        int32_t red = static_cast<int32_t>(Red(pixel));
-        int32_t green = static_cast<int32_t>(Green(pixel));
-        int32_t blue = static_cast<int32_t>(Blue(pixel));
-        callback(red, green, blue);
-        return PackPixel(Alpha(pixel), static_cast<uint32_t>(red), static_cast<uint32_t>(green),
-                         static_cast<uint32_t>(blue));
-    });
-}
-
 // --- the parts of a kind's row
 
 using BuildFunction = void (*)(void* record, bool grayscale);
+using TablesFunction = void (*)(const void* record, ColorTables& tables);
 using DrawFunction = void (*)(const void* record, const PixelArea& area);
 
 template <class Record, void (*Build)(Record&)>
@@ -68,25 +40,48 @@ void BuildForMode(void* record, bool grayscale) {
 }
 
 template <class Record>
-void DrawRecordTable(const void* record, const PixelArea& area) {
-    DrawTable(area, static_cast<const Record*>(record)->table);
+void TableOfRecord(const void* record, ColorTables& tables) {
+    const ByteTable& table = static_cast<const Record*>(record)->table;
+    tables.SetChannels(table, table, table);
 }
 
 template <class Record>
-void DrawRecordTables(const void* record, const PixelArea& area) {
-    const ChannelTables& tables = static_cast<const Record*>(record)->tables;
-    DrawTables(area, tables.red, tables.green, tables.blue);
+void TablesOfRecord(const void* record, ColorTables& tables) {
+    const ChannelTables& channels = static_cast<const Record*>(record)->tables;
+    tables.SetChannels(channels.red, channels.green, channels.blue);
 }
 
-template <class Record, class Map>
-void DrawRecordMap(const void* record, const PixelArea& area) {
-    DrawCallback(area, Map(*static_cast<const Record*>(record)));
+void TablesOfThreshold(const void* record, ColorTables& tables) {
+    const uint32_t level = static_cast<const ThresholdRecord*>(record)->level;
+    tables.SetLuminance([level](uint32_t luminance) { return luminance >= level ? 0xFFFFFFu : 0; });
 }
 
-template <class Record, class Map>
+void TablesOfGradientMap(const void* record, ColorTables& tables) {
+    const auto& map = *static_cast<const GradientMapRecord*>(record);
+    const size_t flip = map.reverse ? 255 : 0;  // ^ 255 is 255 - luminance
+    tables.SetLuminance([&](uint32_t luminance) { return map.table[luminance ^ flip]; });
+}
+
+void DrawMixer(const void* record, const PixelArea& area) {
+    const MixerMap map(*static_cast<const MixerRecord*>(record));
+    MapRows(area, [&](const uint32_t* in, uint32_t* out, size_t count) {
+        for (size_t x = 0; x < count; ++x) {
+            int32_t red = static_cast<int32_t>(Red(in[x]));
+            int32_t green = static_cast<int32_t>(Green(in[x]));
+            int32_t blue = static_cast<int32_t>(Blue(in[x]));
+            map(red, green, blue);
+            out[x] = PackPixel(Alpha(in[x]), static_cast<uint32_t>(red), static_cast<uint32_t>(green),
+                               static_cast<uint32_t>(blue));
+        }
+    });
+}
+
+template <class Record, class Map, auto Kernels::*mapRow>
 void DrawRecordRows(const void* record, const PixelArea& area) {
     const Map map(*static_cast<const Record*>(record));
-    MapRows(area, [&](const uint32_t* in, uint32_t* out, size_t count) { map.MapRow(in, out, count); });
+    MapRows(area, [&](const uint32_t* in, uint32_t* out, size_t count) {
+        (WidestKernels().*mapRow)(map, in, out, count);
+    });
 }
 
 constexpr ByteTable kInverse = [] {
@@ -95,7 +90,7 @@ constexpr ByteTable kInverse = [] {
     return table;
 }();
 
-void DrawInverse(const void*, const PixelArea& area) { DrawTable(area, kInverse); }
+void TablesOfInvert(const void*, ColorTables& tables) { tables.SetChannels(kInverse, kInverse, kInverse); }
 
 constexpr uint32_t kAnyMode = 0xFFFFFFFF;
 constexpr uint32_t kRgbOnly = 1u << kColorRgb;
@@ -107,30 +102,31 @@ struct KindRow {
     uint32_t propertyCode;  // of the record, or kNoRecord
     uint32_t colorModes;    // a bit for each mode of documents that the adjustment works in
     uint64_t steps;         // nanoseconds a pixel, in whole ones
-    BuildFunction build;    // null: no tables
+    BuildFunction build;    // of the record's tables; null: it has none
+    TablesFunction tables;  // null: colours are not only looked up, but drawn by
     DrawFunction draw;
 };
 
 constexpr KindRow kKindRows[] = {
     {kLayerLevels, kPropertyLevels, kGrayscaleOrRgb, 1, BuildForMode<LevelsRecord, BuildLevelsTables>,
-     DrawRecordTables<LevelsRecord>},
+     TablesOfRecord<LevelsRecord>, nullptr},
     {kLayerCurves, kPropertyCurves, kGrayscaleOrRgb, 1, BuildForMode<CurvesRecord, BuildCurvesTables>,
-     DrawRecordTables<CurvesRecord>},
+     TablesOfRecord<CurvesRecord>, nullptr},
     {kLayerBrightness, kPropertyBrightness, kAnyMode, 1, BuildWith<BrightnessRecord, BuildBrightnessTable>,
-     DrawRecordTable<BrightnessRecord>},
+     TableOfRecord<BrightnessRecord>, nullptr},
     {kLayerBalance, kPropertyBalance, kAnyMode, 1, BuildWith<BalanceRecord, BuildBalanceTables>,
-     DrawRecordTables<BalanceRecord>},
-    {kLayerHue, kPropertyHue, kAnyMode, 3, BuildWith<HueRecord, BuildHueWeights>,
-     DrawRecordRows<HueRecord, HueMap>},
-    {kLayerSelective, kPropertySelective, kAnyMode, 4, nullptr,
-     DrawRecordRows<SelectiveRecord, SelectiveMap>},
-    {kLayerThreshold, kPropertyThreshold, kAnyMode, 1, nullptr, DrawRecordMap<ThresholdRecord, ThresholdMap>},
-    {kLayerInvert, kNoRecord, kAnyMode, 1, nullptr, DrawInverse},
+     TablesOfRecord<BalanceRecord>, nullptr},
+    {kLayerHue, kPropertyHue, kAnyMode, 3, BuildWith<HueRecord, BuildHueWeights>, nullptr,
+     DrawRecordRows<HueRecord, HueMap, &Kernels::mapHueRow>},
+    {kLayerSelective, kPropertySelective, kAnyMode, 4, nullptr, nullptr,
+     DrawRecordRows<SelectiveRecord, SelectiveMap, &Kernels::mapSelectiveRow>},
+    {kLayerThreshold, kPropertyThreshold, kAnyMode, 1, nullptr, TablesOfThreshold, nullptr},
+    {kLayerInvert, kNoRecord, kAnyMode, 1, nullptr, TablesOfInvert, nullptr},
     {kLayerPosterize, kPropertyPosterize, kAnyMode, 1, BuildWith<PosterizeRecord, BuildPosterizeTable>,
-     DrawRecordTable<PosterizeRecord>},
-    {kLayerMixer, kPropertyMixer, kRgbOnly, 3, nullptr, DrawRecordMap<MixerRecord, MixerMap>},
+     TableOfRecord<PosterizeRecord>, nullptr},
+    {kLayerMixer, kPropertyMixer, kRgbOnly, 3, nullptr, nullptr, DrawMixer},
     {kLayerGradientMap, kPropertyGradientMap, kAnyMode, 1,
-     BuildWith<GradientMapRecord, BuildGradientMapTable>, DrawRecordMap<GradientMapRecord, GradientMapMap>},
+     BuildWith<GradientMapRecord, BuildGradientMapTable>, TablesOfGradientMap, nullptr},
 };
 
 const KindRow* FindKind(uint32_t layerKind) {
@@ -151,12 +147,34 @@ bool EnsurePixels(const PsdDocument& document, PsdLayer& layer) {
     return static_cast<bool>(layer.image);
 }
 
+// The kind of an adjustment that acts in the document, and its record; null otherwise.
+const KindRow* ActingKind(const PsdDocument& document, PsdLayer& layer, void*& record) {
+    const KindRow* row = FindKind(layer.layerKind);
+    record = row && row->propertyCode != kNoRecord ? FindProperty<void>(layer, row->propertyCode) : nullptr;
+    if (!row || (row->propertyCode != kNoRecord && !record)) return nullptr;
+    return document.colorMode < 32 && (row->colorModes >> document.colorMode & 1) ? row : nullptr;
+}
+
+// The same with its tables, which are built when they are not yet.
+const KindRow* PrepareKind(const PsdDocument& document, PsdLayer& layer, void*& record) {
+    const KindRow* row = ActingKind(document, layer, record);
+    if (!row || !document.canvas) return nullptr;
+    if (layer.rebuildTables && row->build) row->build(record, document.colorMode == kColorGrayscale);
+    layer.rebuildTables = false;
+    return row;
+}
+
 }  // namespace
 
 void CoverDocument(const PsdDocument& document, PsdLayer& layer) {
     layer.bounds = DocumentRect(document);
     layer.width = layer.bounds.right;
     layer.height = layer.bounds.bottom;
+}
+
+bool AdjustmentActs(const PsdDocument& document, PsdLayer& layer) {
+    void* record = nullptr;
+    return ActingKind(document, layer, record) != nullptr;
 }
 
 uint64_t AdjustmentStepsPerPixel(const PsdLayer& layer) {
@@ -166,22 +184,32 @@ uint64_t AdjustmentStepsPerPixel(const PsdLayer& layer) {
 
 bool RecolorCanvas(const PsdDocument& document, PsdLayer& layer, const Rect& area, uint32_t* pixels,
                    size_t rowPixels) {
-    const KindRow* row = FindKind(layer.layerKind);
-    if (!row || !document.canvas) return false;
     void* record = nullptr;
-    if (row->propertyCode != kNoRecord) {
-        record = FindProperty<void>(layer, row->propertyCode);
-        if (!record) return false;
-    }
-    if (document.colorMode >= 32 || !(row->colorModes >> document.colorMode & 1)) return false;
-
-    if (layer.rebuildTables && row->build) row->build(record, document.colorMode == kColorGrayscale);
-    layer.rebuildTables = false;
-    if (area.IsEmpty()) return true;
+    const KindRow* row = PrepareKind(document, layer, record);
+    if (!row || area.IsEmpty()) return row != nullptr;
     const uint32_t* canvas = document.canvas.get() + static_cast<size_t>(area.top) * document.width +
                              static_cast<size_t>(area.left);
-    row->draw(record, {canvas, document.width, pixels, rowPixels, static_cast<size_t>(area.Width()),
-                       static_cast<size_t>(area.Height())});
+    const PixelArea rows = {canvas,
+                            document.width,
+                            pixels,
+                            rowPixels,
+                            static_cast<size_t>(area.Width()),
+                            static_cast<size_t>(area.Height())};
+    if (!row->tables) {
+        row->draw(record, rows);
+        return true;
+    }
+    ColorTables tables;
+    row->tables(record, tables);
+    MapRows(rows, [&](const uint32_t* in, uint32_t* out, size_t count) { tables.MapRow(in, out, count); });
+    return true;
+}
+
+bool MakeColorTables(const PsdDocument& document, PsdLayer& layer, ColorTables& tables) {
+    void* record = nullptr;
+    const KindRow* row = PrepareKind(document, layer, record);
+    if (!row || !row->tables) return false;
+    row->tables(record, tables);
     return true;
 }
 

@@ -1,26 +1,11 @@
-// The loops behind effect_blur.h, for the instruction set that pixel_vectors.h was asked for. Defines a
-// function that is not inline: one file for each set includes it.
+// The loops behind effect_blur.h, for the instruction set that pixel_vectors.h was asked for; part of its
+// kernels.
 #pragma once
 
+#include "properties/effect_blur.h"
 #include "render/pixel_vectors.h"
 
-namespace tessary {
-
-// What a blur works with. Borrows everything.
-struct BlurJob {
-    uint32_t* pixels;
-    size_t width, height;
-    // Of the centre, then of the places at distance 1, 2, ... on both sides, the last of which is `reach`.
-    // That is even; where the kernel is not, its last weight is 0.
-    const uint16_t* weights;
-    size_t reach;
-    uint64_t sum;     // of all weights on both sides
-    uint16_t* strip;  // 2 * reach + max(width, height) rows of kBlurStripColumns
-};
-
-inline constexpr size_t kBlurStripColumns = 16;
-
-namespace TESSARY_VECTORS {
+namespace tessary::TESSARY_VECTORS {
 
 namespace {
 
@@ -62,28 +47,30 @@ void BlurColumns(const BlurJob& job, size_t columns, size_t rows, const Fetch& f
     std::memset(job.strip, 0, (rows + 2 * job.reach) * kBlurStripColumns * sizeof *job.strip);
     for (size_t x0 = 0; x0 < columns; x0 += kBlurStripColumns) {
         const size_t width = columns - x0 < kBlurStripColumns ? columns - x0 : size_t{kBlurStripColumns};
-        // Beyond the kernel's reach of what is not 0 there is no work.
-        size_t first = rows, end = 0;
         for (size_t y = 0; y < rows; ++y) {
-            uint32_t any = 0;
-            for (size_t x = 0; x < width; ++x) {
-                const uint8_t value = fetch(x0 + x, y);
-                firstRow[y * kBlurStripColumns + x] = value;
-                any |= value;
-            }
-            if (any != 0 && first == rows) first = y;
-            if (any != 0) end = y + 1;
+            for (size_t x = 0; x < width; ++x) firstRow[y * kBlurStripColumns + x] = fetch(x0 + x, y);
         }
+        // The next row of the strip that differs from the one before: a row stays as it is when there is none
+        // within the kernel's reach.
+        size_t next = 1;
         for (size_t y = 0; y < rows; ++y) {
-            uint32_t sums[kBlurStripColumns] = {};
-            if (y + job.reach >= first && y < end + job.reach)
-                BlurRow(firstRow + y * kBlurStripColumns, job, sums);
+            const uint16_t* const center = firstRow + y * kBlurStripColumns;
+            const size_t end = y + 2 * job.reach + 1;
+            next = next > y ? next : y + 1;
+            while (next < end && !std::memcmp(job.strip + next * kBlurStripColumns,
+                                              job.strip + (next - 1) * kBlurStripColumns,
+                                              kBlurStripColumns * sizeof *center))
+                ++next;
+            if (next == end) {
+                for (size_t x = 0; x < width; ++x) put(x0 + x, y, static_cast<uint8_t>(center[x]));
+                continue;
+            }
+            uint32_t sums[kBlurStripColumns];
+            BlurRow(center, job, sums);
             for (size_t x = 0; x < width; ++x) put(x0 + x, y, divide(sums[x]));
         }
     }
 }
-
-}  // namespace
 
 void BlurAlpha(const BlurJob& job) {
     const auto get = [&job](size_t x, size_t y) {
@@ -99,6 +86,6 @@ void BlurAlpha(const BlurJob& job) {
     BlurColumns(job, job.width, job.height, get, put);
 }
 
-}  // namespace TESSARY_VECTORS
+}  // namespace
 
-}  // namespace tessary
+}  // namespace tessary::TESSARY_VECTORS

@@ -4,6 +4,7 @@
 #include <limits>
 #include <span>
 
+#include "document/byte_reader.h"
 #include "properties/effect_records.h"
 #include "properties/effect_renderers.h"
 #include "render/composite.h"
@@ -63,21 +64,16 @@ bool MayRender(PsdDocument& document, const PsdLayer& layer, const EffectPlace& 
     const uint64_t margin = static_cast<uint64_t>(place.margin);
     const uint64_t strip = margin == 0 ? 0 : 32 * (std::max(columns, rows) + 3 * margin);
     const auto bytes = CheckedProduct({columns, rows, sizeof(uint32_t)});
-    return bytes && strip <= document.effectRoom && *bytes <= document.effectRoom - strip &&
-           SpendDrawing(document.drawingLeft, DrawingSteps(columns, rows, place.steps + margin / 8));
+    return bytes && MayKeepPixels(*bytes + strip, InputSeen(document), document.allowance.filledPixels) &&
+           SpendSteps(document.allowance, StepsOver(columns, rows, place.steps + margin / 8));
 }
 
-// Keeps a buffer for the next render unless there are too many: a layer of one pixel can have a shadow of a
-// megabyte, and a small file thousands of such layers. The others are drawn again, and so are those of
-// adjustments, whose pixels change.
+// Keeps a buffer for the next render unless there are too many. The others are drawn again, and so are those
+// of adjustments, whose pixels change.
 void KeepOrFree(PsdDocument& document, const PsdLayer& layer, EffectsRecord& effects, uint32_t slot) {
-    constexpr uint64_t kMostBytes = 8u << 20;
     Owned<uint32_t>& pixels = effects.buffers[slot].pixels;
     const uint64_t bytes = pixels.count() * sizeof(uint32_t);
-    if (layer.layerKind < kLayerLevels && document.keptEffectBytes + bytes <= kMostBytes) {
-        document.keptEffectBytes += bytes;
-        return;
-    }
+    if (layer.layerKind < kLayerLevels && KeepEffect(document.allowance, bytes)) return;
     pixels.Reset();
     effects.renderPending[slot] = true;
 }
@@ -108,6 +104,7 @@ void CompositeBuffer(PsdDocument& document, const PsdLayer& layer, const EffectB
     if (!buffer.pixels || buffer.opacity == 0) return;
     CompositeSource source;
     if (!MoveToLayer(buffer.bounds, layer, source.bounds)) return;
+    source.covered = source.bounds;
     const Rect clipped = Intersect(source.bounds, area);
     if (clipped.IsEmpty()) return;
     // The layer's mask is in the buffer already.

@@ -4,13 +4,8 @@
 #include <cmath>
 
 #include "document/platform.h"
-#include "properties/blur_loops.h"
 
 namespace tessary {
-
-namespace avx2 {
-void BlurAlpha(const BlurJob& job);  // compiled by itself
-}
 
 namespace {
 
@@ -37,14 +32,14 @@ bool MakeKernel(int32_t radius, Kernel& kernel) {
 
 }  // namespace
 
-PsdReadResult BlurAlpha(uint32_t* pixels, size_t width, size_t height, int32_t radius, VectorPath path) {
+PsdReadResult BlurAlpha(uint32_t* pixels, size_t width, size_t height, int32_t radius,
+                        const Kernels& kernels) {
     Kernel kernel;
     if (!MakeKernel(radius, kernel)) return PsdReadResult::kOutOfMemory;
     const Owned<uint16_t> strip =
         AllocateZeroed<uint16_t>({std::max(width, height) + 2 * kernel.reach, kBlurStripColumns});
     if (!strip) return PsdReadResult::kOutOfMemory;
-    (path == VectorPath::kAvx2 ? avx2::BlurAlpha : sse2::BlurAlpha)(
-        {pixels, width, height, kernel.weights.get(), kernel.reach, kernel.sum, strip.get()});
+    kernels.blurAlpha({pixels, width, height, kernel.weights.get(), kernel.reach, kernel.sum, strip.get()});
     return PsdReadResult::kOk;
 }
 

@@ -53,13 +53,9 @@ PsdReadResult ReadSettings(PsdDocument& document, PsdLayer& layer, uint32_t, uin
     return Read(document, layer);
 }
 
-// A few bytes make a record of some hundred. All of a document may take so much for each byte that has
-// arrived, which is more than sound blocks ask for.
-bool ClaimRecord(PsdDocument& document, const PsdLayer& layer) {
-    constexpr uint64_t kAlwaysAllowed = 16u << 20;
-    constexpr uint64_t kPerByte = 24;
-    document.recordBytes += layer.propertyList.entries[layer.propertyList.count - 1].recordBytes;
-    return document.recordBytes <= kAlwaysAllowed + kPerByte * document.reader.delivered;
+bool TakeLastRecord(PsdDocument& document, const PsdLayer& layer) {
+    const uint64_t bytes = layer.propertyList.entries[layer.propertyList.count - 1].recordBytes;
+    return TakeRecord(document.allowance, bytes, document.reader.delivered);
 }
 
 constexpr PropertyRow kPropertyRows[] = {
@@ -94,7 +90,7 @@ PsdReadResult ReadPropertyBlock(PsdDocument& document, PsdLayer& layer, uint32_t
         const PsdReadResult result =
             row.reader(document, layer, row.propertyCode, WrapAdd(Position(document), length));
         if (result != PsdReadResult::kOk) return result;
-        return ClaimRecord(document, layer) ? PsdReadResult::kOk : PsdReadResult::kOutOfMemory;
+        return TakeLastRecord(document, layer) ? PsdReadResult::kOk : PsdReadResult::kOutOfMemory;
     }
     return PsdReadResult::kOk;
 }

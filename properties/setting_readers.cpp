@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "document/big_endian.h"
 #include "document/byte_reader.h"
@@ -268,16 +267,14 @@ PsdReadResult ReadGradientStyleValue(PsdDocument& document, uint32_t type, Gradi
 }
 
 PsdReadResult ReadLongText(PsdDocument& document, PsdUnicodeString& value) {
-    const uint32_t units = ReadU32(document);
+    const uint32_t units = BytesOfLength(uint64_t{2} * ReadU32(document)) / 2;
     const uint32_t kept = std::min(units, kMaxUnicodeUnits);
     value.length = 0;
     value.bytes = AllocateZeroed<uint8_t>({kept + uint64_t{1}, 2});
     if (!value.bytes) return PsdReadResult::kOutOfMemory;
     value.length = kept;
     Read(document, value.bytes.get(), size_t{2} * kept);
-    // No input is as long as the limit, so it stands for every longer rest.
-    constexpr uint64_t kLongestSkip = std::numeric_limits<int32_t>::max();
-    Skip(document, static_cast<int32_t>(std::min(uint64_t{units - kept} * 2, kLongestSkip)));
+    Skip(document, static_cast<int32_t>(2 * (units - kept)));
     return PsdReadResult::kOk;
 }
 

@@ -3,7 +3,7 @@
 // 16-bit channels, which wrap and so hold every product of two bytes.
 #pragma once
 
-#include "render/integer_hsl.h"
+#include "render/hsl_vectors.h"
 #include "render/pixel_vectors.h"
 
 namespace tessary::TESSARY_VECTORS {
@@ -70,7 +70,8 @@ struct BlendVividLight {
     static Pixels Blend(Floats s, Floats d) {
         // One quotient at its limit is enough for white, which is also the answer where a divisor is 0. A
         // processor divides beside its other work, so that two ways are faster than one way twice.
-        const Pixels sum = Divided(s * s, 255.0f - d, 511.0f) + DividedByDivision(d * d, 255.0f - s, 511.0f);
+        const Pixels sum =
+            DividedByReciprocal(s * s, 255.0f - d, 511.0f) + Divided(d * d, 255.0f - s, 511.0f);
         return LowerOf(sum >> 1, 255);
     }
 };
@@ -78,41 +79,28 @@ struct BlendLinearLight {
     static Pixels Blend(Floats s, Floats d) { return Divided(s * s, 255.0f - d, 255.0f); }
 };
 
-// The modes that need all three channels of a pixel. Results go up to 256.
-struct BlendHue {
-    static Hsl<Floats> Blend(const Hsl<Floats>& s, const Hsl<Floats>& d) {
-        return {s.hue, d.saturation, d.lightness};
+// The modes that take hue, saturation and lightness from the layer or the canvas. Results go up to 256.
+template <bool kHue, bool kSaturation, bool kLightness>
+struct BlendHsl {
+    static ChannelWords BlendColors(Pixels layer, Pixels canvas) {
+        const ChannelExtremes s(layer), d(canvas);
+        return ColorOf(SixtiethsOf(kHue ? layer : canvas, kHue ? s : d), SaturationOf(kSaturation ? s : d),
+                       LightnessOf(kLightness ? s : d));
     }
 };
-struct BlendSaturation {
-    static Hsl<Floats> Blend(const Hsl<Floats>& s, const Hsl<Floats>& d) {
-        return {d.hue, s.saturation, d.lightness};
-    }
-};
-struct BlendColor {
-    static Hsl<Floats> Blend(const Hsl<Floats>& s, const Hsl<Floats>& d) {
-        return {s.hue, s.saturation, d.lightness};
-    }
-};
-struct BlendLuminosity {
-    static Hsl<Floats> Blend(const Hsl<Floats>& s, const Hsl<Floats>& d) {
-        return {d.hue, d.saturation, s.lightness};
-    }
-};
+using BlendHue = BlendHsl<true, false, false>;
+using BlendSaturation = BlendHsl<false, true, false>;
+using BlendColor = BlendHsl<true, true, false>;
+using BlendLuminosity = BlendHsl<false, false, true>;
 
 // A mode that no layer can have leaves the colours alone.
 struct BlendNothing {
     static Words Blend(Words, Words d) { return d; }
 };
 
-// The word of alpha is 0.
-inline ChannelWords ToWords(Pixels red, Pixels green, Pixels blue) {
-    return Interleave(blue | green << 16, red);
-}
-
 template <class Mode>
-inline constexpr bool kReaches256 = requires(Hsl<Floats> s, Hsl<Floats> d) {
-    Mode::Blend(s, d);
+inline constexpr bool kReaches256 = requires(Pixels s, Pixels d) {
+    Mode::BlendColors(s, d);
 };
 
 // What a mode makes of whole pixels. The word of alpha is anything.
@@ -121,15 +109,11 @@ ChannelWords BlendPixels(Pixels layer, Pixels canvas) {
     if constexpr (requires(Words s, Words d) { Mode::Blend(s, d); }) {
         const ChannelWords s = Spread(layer), d = Spread(canvas);
         return {Mode::Blend(s.low, d.low), Mode::Blend(s.high, d.high)};
+    } else if constexpr (kReaches256<Mode>) {
+        return Mode::BlendColors(layer, canvas);
     } else {
         const Rgb<Floats> s = ChannelsOf(layer), d = ChannelsOf(canvas);
-        if constexpr (requires { Mode::Blend(s.red, d.red); }) {
-            return ToWords(Mode::Blend(s.red, d.red), Mode::Blend(s.green, d.green),
-                           Mode::Blend(s.blue, d.blue));
-        } else {
-            const Rgb<Floats> color = HslToRgb(Mode::Blend(RgbToHsl(s), RgbToHsl(d)));
-            return ToWords(Truncate(color.red), Truncate(color.green), Truncate(color.blue));
-        }
+        return ToWords(Mode::Blend(s.red, d.red), Mode::Blend(s.green, d.green), Mode::Blend(s.blue, d.blue));
     }
 }
 

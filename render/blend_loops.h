@@ -1,5 +1,5 @@
-// The loops behind blend_rows.h, for the instruction set that pixel_vectors.h was asked for. Defines a
-// function that is not inline: one file for each set includes it.
+// The loops behind blend_rows.h, for the instruction set that pixel_vectors.h was asked for; part of its
+// kernels.
 #pragma once
 
 #include <iterator>
@@ -48,14 +48,14 @@ Pixels WeightOver(Pixels alpha, Pixels canvasAlpha) {
 // give it whole.
 Words MixWords(Words d, Words blended, Words weight) { return ((d << 8) + (blended - d) * weight) >> 8; }
 
-template <class Mode>
+template <class Mode, bool kWeighs256>
 Pixels Mix(Pixels canvas, Pixels layer, Pixels weight, Words takingPart) {
     const ChannelWords d = Spread(canvas);
     ChannelWords blended = BlendPixels<Mode>(layer, canvas);
     const Pixels pair = weight | weight << 16;
     ChannelWords weights = Interleave(pair, pair);
     weights = {weights.low & takingPart, weights.high & takingPart};
-    if constexpr (kReaches256<Mode>) {
+    if constexpr (kWeighs256) {
         // 256 of weight 256 is 256, which is to be stored as 255: there, and only there, 255 is mixed
         // instead.
         blended = {blended.low - ((blended.low & weights.low) >> 8),
@@ -68,9 +68,12 @@ template <Rule kRule, class Mode>
 Pixels BlendOver(Pixels canvas, Pixels layer, Pixels coverage, const Weighing& weighing) {
     const Pixels canvasAlpha = canvas >> 24;
     const Pixels alpha = coverage * weighing.factor >> 8;
-    const Pixels overOpaque = alpha - (alpha == 255);  // a mask is -1: 255 stands for a copy
+    constexpr bool kCopies = kRule != Rule::kGeneral;
+    const Pixels overOpaque =
+        kCopies ? alpha - (alpha == 255) : alpha;  // a mask is -1: 255 stands for a copy
     const Pixels isOpaque = canvasAlpha == 255;
-    if (IsAllOnes(isOpaque)) return Mix<Mode>(canvas, layer, overOpaque, weighing.takingPart);
+    if (IsAllOnes(isOpaque))
+        return Mix < Mode, kCopies && kReaches256 < Mode >> (canvas, layer, overOpaque, weighing.takingPart);
 
     const Pixels isEmpty = canvasAlpha == 0;
     const Pixels isUncovered = coverage == 0;
@@ -80,7 +83,8 @@ Pixels BlendOver(Pixels canvas, Pixels layer, Pixels coverage, const Weighing& w
     if (kRule != Rule::kNormalWithRanges && IsAllOnes(isEmpty)) return Choose(isUncovered, canvas, taken);
 
     const Pixels weight = Choose(isOpaque, overOpaque, WeightOver(alpha, canvasAlpha));
-    const Pixels mixed = Mix<Mode>(canvas, layer, Without(weight, isUncovered), weighing.takingPart);
+    const Pixels mixed =
+        Mix<Mode, kReaches256<Mode>>(canvas, layer, Without(weight, isUncovered), weighing.takingPart);
     const Pixels newAlpha = canvasAlpha + ((256 - canvasAlpha) * alpha >> 8);
     const Pixels blended = (mixed & kColorBytes) | newAlpha << 24;
     return kRule == Rule::kNormalWithRanges ? blended : Choose(Without(isEmpty, isUncovered), taken, blended);
@@ -192,8 +196,6 @@ constexpr BlendRowFunction kGeneralRows[] = {
 };
 static_assert(std::size(kGeneralRows) == kBlendLuminosity + 1);
 
-}  // namespace
-
 BlendRowFunction SelectRow(PsdBlendMode mode, bool fast, bool ranges) {
     if (mode == kBlendDissolve) return ranges ? DissolveRowWithRanges : DissolveRow;
     if (mode == kBlendNormal && fast) {
@@ -201,5 +203,7 @@ BlendRowFunction SelectRow(PsdBlendMode mode, bool fast, bool ranges) {
     }
     return mode < std::size(kGeneralRows) ? kGeneralRows[mode] : BlendRow<Rule::kGeneral, BlendNothing>;
 }
+
+}  // namespace
 
 }  // namespace tessary::TESSARY_VECTORS

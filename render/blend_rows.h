@@ -6,7 +6,6 @@
 
 #include "document/psd_document.h"
 #include "render/coverage.h"
-#include "render/vector_path.h"
 
 namespace tessary {
 
@@ -33,12 +32,5 @@ struct BlendSettings {
 };
 
 using BlendRowFunction = void (*)(const BlendRun& run, const BlendSettings& settings);
-
-// The function that draws a layer.
-//   mode     the layer's effective mode; one that is no mode of a layer changes alpha only
-//   fast     the layer is Normal of its own and in no group that has a mode: only then full opacity copies
-//   ranges   the layer has blending ranges or excluded channels
-//   path     one that the processor has; all give the same pixels
-BlendRowFunction SelectBlendRow(PsdBlendMode mode, bool fast, bool ranges, VectorPath path);
 
 }  // namespace tessary

@@ -16,10 +16,6 @@
 namespace tessary {
 namespace {
 
-// The numbers of the file header; this file knows no document.
-constexpr uint32_t kBitmap = 0, kGrayscale = 1, kIndexed = 2, kRgb = 3, kCmyk = 4, kMultichannel = 7,
-                   kDuotone = 8, kLab = 9;
-
 constexpr uint32_t kBeyondPalette = 0xFFFEFEFE;
 
 // Samples of every depth become bytes in pieces of this many, so that each mode needs one loop only.
@@ -178,16 +174,28 @@ uint32_t EncodeGamma(double linear) {
     return FractionToByte(linear > 0.0031308 ? 1.055 * std::pow(linear, 1 / 2.4) - 0.055 : 12.92 * linear);
 }
 
-// EncodeGamma without its power. Cells are so narrow that a byte ends in a cell at most once. The last cell
-// holds all values from 1 on, because the curve reaches 255 just above 1.
-struct GammaTable {
-    static constexpr uint32_t kCells = 4096;
+// LabToArgb of the stored bytes, which know 100 lightnesses and 256 values each of a and b. Floats tell in
+// which cell a linear colour lies. They are less than a quarter of a cell away from the formula's doubles,
+// which decide where a byte ends in the cell or so close to it.
+struct LabTables {
+    static constexpr size_t kLightnesses = 100;
+    static constexpr uint32_t kCellsOfOne = 1 << 16, kCells = kCellsOfOne + 64;
+    static constexpr uint16_t kIsUncertain = 256;
+    float x[kLightnesses][256], y[kLightnesses], z[kLightnesses][256];
     double first[257];  // the least value that gives this byte; none does for the last
-    uint8_t byte[kCells + 1];
+    uint16_t
+        cells[kCells];  // the least byte; from the last on it is 255, for the curve gets there just above 1
 
-    GammaTable() {
-        for (uint32_t cell = 0; cell <= kCells; ++cell) {
-            byte[cell] = static_cast<uint8_t>(EncodeGamma(static_cast<double>(cell) / kCells));
+    LabTables() {
+        for (size_t lightness = 0; lightness < kLightnesses; ++lightness) {
+            const double fy = (static_cast<double>(lightness) + 16.0) / 116;
+            y[lightness] = static_cast<float>(CubeOfLab(fy) * kCellsOfOne);
+            for (int32_t i = 0; i < 256; ++i) {
+                x[lightness][i] =
+                    static_cast<float>(CubeOfLab(fy + (i - 128) * 0.002) * 0.95047 * kCellsOfOne);
+                z[lightness][i] =
+                    static_cast<float>(CubeOfLab(fy - (i - 128) * 0.005) * 1.08883 * kCellsOfOne);
+            }
         }
         first[0] = 0;
         first[256] = std::numeric_limits<double>::infinity();
@@ -200,91 +208,99 @@ struct GammaTable {
             }
             first[n] = std::bit_cast<double>(reached);
         }
-    }
-
-    static uint32_t CellOf(double linear) {
-        return static_cast<uint32_t>(static_cast<int32_t>(std::max(std::min(linear, 1.0), 0.0) * kCells));
-    }
-    uint32_t Encode(double linear, uint32_t cell) const {
-        const uint32_t lower = byte[cell];
-        return lower + (linear >= first[lower + 1] ? 1u : 0u);
-    }
-};
-
-// The stored bytes know 100 lightnesses and 256 values each of a and b.
-struct LabTables {
-    static constexpr size_t kLightnesses = 100;
-    LinearRgb ofA[kLightnesses][256];
-    LinearRgb ofB[kLightnesses][256];
-    GammaTable gamma;
-
-    LabTables() {
-        for (size_t lightness = 0; lightness < kLightnesses; ++lightness) {
-            for (int32_t i = 0; i < 256; ++i) {
-                const size_t at = static_cast<size_t>(i);
-                ofA[lightness][at] = LinearOfLightnessAndA(static_cast<int32_t>(lightness), i - 128);
-                ofB[lightness][at] = LinearOfLightnessAndB(static_cast<int32_t>(lightness), i - 128);
-            }
+        uint32_t byte = 0;
+        for (uint32_t cell = 0; cell < kCells; ++cell) {
+            while (first[byte + 1] * kCellsOfOne < cell - 0.25) ++byte;
+            const bool isUncertain = first[byte + 1] * kCellsOfOne <= cell + 1.25;
+            cells[cell] = static_cast<uint16_t>(byte | (isUncertain ? kIsUncertain : 0));
         }
     }
+
+    // Of four pixels.
+    static __m128i CellsOf(__m128 x, float ofX, __m128 y, float ofY, __m128 z, float ofZ) {
+        const auto times = [](__m128 a, float b) { return _mm_mul_ps(a, _mm_set1_ps(b)); };
+        const __m128 linear = _mm_add_ps(_mm_add_ps(times(x, ofX), times(y, ofY)), times(z, ofZ));
+        return _mm_cvttps_epi32(_mm_max_ps(_mm_min_ps(linear, _mm_set1_ps(kCells - 1)), _mm_setzero_ps()));
+    }
+    // From the least byte of a channel's cell and its exact value.
+    uint32_t Decide(uint32_t byte, double linear) const {
+        return byte + (linear >= first[byte + 1] ? 1u : 0u);
+    }
 };
 
-// In stages, so that the compiler takes several pixels at once through the middle one, without branches.
+constexpr size_t kLabStage = 128;
+
+// In stages, because only those without lookups take several pixels at once. At most kLabStage pixels.
+void LabPixels(const LabTables& tables, const uint8_t* alpha, const uint8_t* light, const uint8_t* a,
+               const uint8_t* b, uint32_t* pixels, size_t count) {
+    alignas(16) float x[kLabStage] = {}, y[kLabStage] = {}, z[kLabStage] = {};
+    for (size_t i = 0; i < count; ++i) {
+        const size_t lightness = light[i] * 100u >> 8;
+        x[i] = tables.x[lightness][a[i]];
+        y[i] = tables.y[lightness];
+        z[i] = tables.z[lightness][b[i]];
+    }
+    alignas(16) int32_t red[kLabStage], green[kLabStage], blue[kLabStage];
+    for (size_t i = 0; i < count; i += 4) {
+        const __m128 xs = _mm_load_ps(x + i), ys = _mm_load_ps(y + i), zs = _mm_load_ps(z + i);
+        const auto store = [i](int32_t* cells, __m128i four) {
+            _mm_store_si128(reinterpret_cast<__m128i*>(cells + i), four);
+        };
+        store(red, LabTables::CellsOf(xs, 3.2406f, ys, -1.5372f, zs, -0.4986f));
+        store(green, LabTables::CellsOf(xs, -0.9689f, ys, 1.8758f, zs, 0.0415f));
+        store(blue, LabTables::CellsOf(xs, 0.0557f, ys, -0.2040f, zs, 1.0570f));
+    }
+    // The curve does not reach black by itself.
+    uint8_t isBlack[kLabStage];
+    for (size_t i = 0; i < count; ++i)
+        isBlack[i] = static_cast<uint8_t>((light[i] < 3) & (a[i] == 128) & (b[i] == 128));
+    uint8_t uncertain[kLabStage];
+    size_t uncertainCount = 0;
+    for (size_t i = 0; i < count; ++i) {
+        const uint32_t r = tables.cells[red[i]], g = tables.cells[green[i]], bl = tables.cells[blue[i]];
+        pixels[i] = PackPixel(alpha[i], r & 255, g & 255, bl & 255);
+        uncertain[uncertainCount] = static_cast<uint8_t>(i);
+        uncertainCount += (r | g | bl) >> 8 | isBlack[i];
+    }
+    for (size_t k = 0; k < uncertainCount; ++k) {
+        const size_t i = uncertain[k];
+        const LinearRgb linear = LabToLinear(light[i] * 100 >> 8, a[i] - 128, b[i] - 128);
+        const uint32_t color = PackPixel(0, tables.Decide(Red(pixels[i]), linear.red),
+                                         tables.Decide(Green(pixels[i]), linear.green),
+                                         tables.Decide(Blue(pixels[i]), linear.blue));
+        pixels[i] = uint32_t{alpha[i]} << 24 | (isBlack[i] ? 0 : color);
+    }
+}
+
 void LabChunk(const Chunk& in, uint32_t* pixels, size_t count) {
     static const LabTables tables;
-    constexpr size_t kStage = 128;
-    double red[kStage], green[kStage], blue[kStage];
-    uint32_t redCell[kStage], greenCell[kStage], blueCell[kStage], mask[kStage];
-    for (size_t at = 0; at < count; at += kStage) {
-        const size_t stage = std::min(kStage, count - at);
-        for (size_t i = 0; i < stage; ++i) {
-            const uint32_t lightness = in.color[0][at + i] * 100u >> 8;
-            const uint32_t a = in.color[1][at + i], b = in.color[2][at + i];
-            const LinearRgb& ofA = tables.ofA[lightness][a];
-            const LinearRgb& ofB = tables.ofB[lightness][b];
-            red[i] = ofA.red + ofB.red;
-            green[i] = ofA.green + ofB.green;
-            blue[i] = ofA.blue + ofB.blue;
-            // The curve does not reach black by itself.
-            const bool isBlack = (lightness | (a ^ 128) | (b ^ 128)) == 0;
-            mask[i] = isBlack ? 0 : 0xFFFFFFFF;
-        }
-        for (size_t i = 0; i < stage; ++i) redCell[i] = GammaTable::CellOf(red[i]);
-        for (size_t i = 0; i < stage; ++i) greenCell[i] = GammaTable::CellOf(green[i]);
-        for (size_t i = 0; i < stage; ++i) blueCell[i] = GammaTable::CellOf(blue[i]);
-        for (size_t i = 0; i < stage; ++i) {
-            const GammaTable& gamma = tables.gamma;
-            const uint32_t color =
-                PackPixel(0, gamma.Encode(red[i], redCell[i]), gamma.Encode(green[i], greenCell[i]),
-                          gamma.Encode(blue[i], blueCell[i]));
-            pixels[at + i] = uint32_t{in.alpha[at + i]} << 24 | (color & mask[i]);
-        }
+    for (size_t at = 0; at < count; at += kLabStage) {
+        LabPixels(tables, in.alpha + at, in.color[0] + at, in.color[1] + at, in.color[2] + at, pixels + at,
+                  std::min(kLabStage, count - at));
     }
 }
 
 struct ModeRow {
     uint32_t colorMode;
-    uint32_t colorPlanes;
-    uint32_t planesWithTransparency;  // 0: never transparent
-    bool allDepths;                   // else 8 bits only
+    bool allDepths;  // else 8 bits only
     void (*convert)(const Chunk& in, uint32_t* pixels, size_t count);
 };
 
 // Bitmaps are not here: their samples are bits.
 constexpr ModeRow kModes[] = {
-    {kGrayscale, 1, 2, true, GrayChunk},
-    {kDuotone, 1, 2, true, GrayChunk},
-    {kIndexed, 1, 0, false, IndexedChunk},
-    {kRgb, 3, 4, true, RgbChunk},
-    {kCmyk, 4, 5, true, CmykChunk},
-    {kLab, 3, 4, true, LabChunk},
-    {kMultichannel, 3, 0, false, MultichannelChunk},
+    {kColorGrayscale, true, GrayChunk},
+    {kColorDuotone, true, GrayChunk},
+    {kColorIndexed, false, IndexedChunk},
+    {kColorRgb, true, RgbChunk},
+    {kColorCmyk, true, CmykChunk},
+    {kColorLab, true, LabChunk},
+    {kColorMultichannel, false, MultichannelChunk},
 };
 // Four channels of which nothing else is known are taken for process inks.
-constexpr ModeRow kFourChannels = {kMultichannel, 4, 0, false, CmykChunk};
+constexpr ModeRow kFourChannels = {kColorMultichannel, false, CmykChunk};
 
 const ModeRow* FindMode(uint32_t colorMode, uint32_t planeCount) {
-    if (colorMode == kMultichannel && planeCount == 4) return &kFourChannels;
+    if (colorMode == kColorMultichannel && planeCount == 4) return &kFourChannels;
     for (const ModeRow& row : kModes) {
         if (row.colorMode == colorMode) return &row;
     }
@@ -323,28 +339,8 @@ std::array<uint32_t, 256> FullPalette(const PlaneBlock& block) {
 
 }  // namespace
 
-uint64_t PlaneRowBytes(uint64_t width, uint32_t depth) {
-    switch (depth) {
-    case 1: return (width + 7) / 8;
-    case 8:
-    case 16:
-    case 32: return width * (depth / 8);
-    default: return 0;
-    }
-}
-
-uint32_t PlanesWithTransparency(uint32_t colorMode) {
-    const ModeRow* mode = FindMode(colorMode, 0);
-    return mode ? mode->planesWithTransparency : 0;
-}
-
-uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount) {
-    const ModeRow* mode = FindMode(colorMode, planeCount);
-    return mode ? mode->colorPlanes : 1;
-}
-
 bool ConvertsPlanes(const PlaneBlock& block) {
-    if (block.colorMode == kBitmap && block.depth == 1) return true;
+    if (block.colorMode == kColorBitmap && block.depth == 1) return true;
     const ModeRow* mode = FindMode(block.colorMode, block.planeCount);
     return mode && (block.depth == 8 || (mode->allDepths && (block.depth == 16 || block.depth == 32)));
 }
@@ -352,11 +348,12 @@ bool ConvertsPlanes(const PlaneBlock& block) {
 void ConvertPlanes(const PlaneBlock& block, uint32_t* pixels) {
     // Without a width there may be four billion rows of nothing.
     if (block.width == 0) return;
-    if (block.colorMode == kBitmap && block.depth == 1) return ConvertBitmap(block, pixels);
+    if (block.colorMode == kColorBitmap && block.depth == 1) return ConvertBitmap(block, pixels);
     if (!ConvertsPlanes(block)) return;
     const ModeRow* mode = FindMode(block.colorMode, block.planeCount);
-    const bool transparent = block.alpha && block.planeCount == mode->planesWithTransparency;
-    const auto palette = mode->colorMode == kIndexed ? FullPalette(block) : std::array<uint32_t, 256>{};
+    const bool transparent = block.alpha && block.planeCount == PlanesWithTransparency(block.colorMode);
+    const auto palette = mode->colorMode == kColorIndexed ? FullPalette(block) : std::array<uint32_t, 256>{};
+    const uint32_t colors = ColorPlanesUsed(block.colorMode, block.planeCount);
     const size_t sampleBytes = block.depth / 8;
     uint8_t reduced[5][kChunk];
     // Rows of whole bytes leave no gaps, so the rows are one run of samples.
@@ -373,7 +370,7 @@ void ConvertPlanes(const PlaneBlock& block, uint32_t* pixels) {
         Chunk chunk;
         chunk.alpha = bytesOf(transparent ? block.alpha : nullptr, reduced[4], kOpaqueSamples.data());
         for (size_t i = 0; i < 4; ++i) {
-            const uint8_t* plane = i < mode->colorPlanes ? block.color[i] : nullptr;
+            const uint8_t* plane = i < colors ? block.color[i] : nullptr;
             chunk.color[i] = bytesOf(plane, reduced[i], kAbsentSamples.data());
         }
         chunk.palette = palette.data();

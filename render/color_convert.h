@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <span>
 
+#include "document/plane_format.h"
+
 namespace tessary {
 
 // The planes of one image. Each plane is height rows of PlaneRowBytes(width, depth) bytes, samples as the
@@ -21,16 +23,6 @@ struct PlaneBlock {
     std::span<const uint32_t> palette = {};  // ARGB; null: every pixel becomes 0
     int32_t transparencyIndex = -1;          // palette entry that is drawn with alpha 0; -1 = none
 };
-
-// Bytes of one row of a plane; 64 bits, so that any width fits. 0 for a depth that does not exist.
-uint64_t PlaneRowBytes(uint64_t width, uint32_t depth);
-
-// How many planes an image of this mode has when one of them is its transparency plane: 2, 4 or 5; 0 for
-// modes that have none. Any other count means that the image is opaque.
-uint32_t PlanesWithTransparency(uint32_t colorMode);
-
-// Colour planes that the conversion of a mode looks at: 1, 3 or 4.
-uint32_t ColorPlanesUsed(uint32_t colorMode, uint32_t planeCount);
 
 // Whether ConvertPlanes does anything with planes of this mode and depth.
 bool ConvertsPlanes(const PlaneBlock& block);

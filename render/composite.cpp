@@ -4,13 +4,23 @@
 
 #include "render/blend_rows.h"
 #include "render/coverage.h"
+#include "render/kernels.h"
 
 namespace tessary {
 
 CompositeSource CompositeSourceOf(const PsdLayer& layer) {
+    Rect covered = layer.bounds;
+    // An adjustment's own pixels show what the canvas does.
+    if (layer.layerKind < kLayerLevels) {
+        covered.top = static_cast<int32_t>(
+            std::min(int64_t{layer.bounds.top} + layer.coveredTop, int64_t{layer.bounds.bottom}));
+        covered.bottom = static_cast<int32_t>(
+            std::min(int64_t{layer.bounds.top} + layer.coveredBottom, int64_t{layer.bounds.bottom}));
+    }
     return {.pixels = layer.image.get(),
             .rowPixels = static_cast<size_t>(std::max(layer.width, 0)),
             .bounds = layer.bounds,
+            .covered = covered,
             .blendMode = layer.blendMode,
             .opacity = layer.opacity,
             .fillOpacity = layer.fillOpacity,
@@ -18,7 +28,8 @@ CompositeSource CompositeSourceOf(const PsdLayer& layer) {
             .layer = &layer};
 }
 
-void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area, VectorPath path) {
+void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& clipped) {
+    const Rect area = Intersect(clipped, source.covered);
     if (area.IsEmpty()) return;
     const PsdLayer* group = source.layer->parent;
     const PsdBlendMode mode = EffectiveMode(source.blendMode, group);
@@ -28,7 +39,7 @@ void CompositeLayer(PsdDocument& document, const CompositeSource& source, const 
     const uint8_t* noise = document.noiseMap.get();
     if (gate.drawsNothing || (mode == kBlendDissolve && !noise)) return;
 
-    const BlendRowFunction blendRow = SelectBlendRow(mode, fast, ranges, path);
+    const BlendRowFunction blendRow = WidestKernels().selectBlendRow(mode, fast, ranges);
     const BlendSettings settings = {EffectiveOpacity(source.opacity, source.fillOpacity, group), gate.keep,
                                     gate.open ? nullptr : &gate, !fast};
     const bool hasCoverage = source.mask && !source.mask->disabled;

@@ -5,7 +5,6 @@
 #include <cstdint>
 
 #include "document/psd_document.h"
-#include "render/vector_path.h"
 
 namespace tessary {
 
@@ -14,6 +13,7 @@ struct CompositeSource {
     const uint32_t* pixels = nullptr;
     size_t rowPixels = 0;  // words from one row of pixels to the next
     Rect bounds;           // where the first pixel lies and how far they go, canvas coordinates
+    Rect covered;          // beyond it all pixels are transparent, canvas coordinates
     PsdBlendMode blendMode = kBlendNormal;
     uint8_t opacity = 255;
     uint8_t fillOpacity = 255;
@@ -26,8 +26,6 @@ CompositeSource CompositeSourceOf(const PsdLayer& layer);
 
 // Composites `source` onto the canvas inside `area` (canvas coordinates, already clipped to the canvas and to
 // the source's bounds). Never fails. Pixels of coverage 0 keep every bit.
-//   path   one that the processor has; all give the same pixels
-void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area,
-                    VectorPath path = WidestVectorPath());
+void CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area);
 
 }  // namespace tessary

@@ -1,4 +1,4 @@
-// Hue, saturation and lightness in whole numbers, as four blend modes and some adjustments use them. Without
+// Hue, saturation and lightness in whole numbers, as adjustments use them. Without
 // branches, for registers of many numbers: `Number` is one of floats, which hold whole numbers of these sizes
 // exactly. Vector units compare, select and multiply floats in one step each, and 32-bit integers in many. A
 // choice between a value and 0 costs half of a choice between two values, hence the form of some sums.

@@ -112,7 +112,11 @@ inline Pixels operator&(Pixels a, Pixels b) { return BitAnd(a.bits, b.bits); }
 inline Pixels operator|(Pixels a, Pixels b) { return BitOr(a.bits, b.bits); }
 inline Pixels operator==(Pixels a, Pixels b) { return TESSARY_INTRINSIC(cmpeq_epi32)(a.bits, b.bits); }
 inline Pixels operator>(Pixels a, Pixels b) { return TESSARY_INTRINSIC(cmpgt_epi32)(a.bits, b.bits); }
+inline Pixels HigherOf(Pixels a, Pixels b) { return TESSARY_INTRINSIC(max_epi16)(a.bits, b.bits); }
 inline Pixels LowerOf(Pixels a, Pixels b) { return TESSARY_INTRINSIC(min_epi16)(a.bits, b.bits); }
+// Byte by byte.
+inline Pixels LowerBytes(Pixels a, Pixels b) { return TESSARY_INTRINSIC(min_epu8)(a.bits, b.bits); }
+inline Pixels HigherBytes(Pixels a, Pixels b) { return TESSARY_INTRINSIC(max_epu8)(a.bits, b.bits); }
 inline Pixels Without(Pixels a, Pixels mask) { return NotAnd(mask.bits, a.bits); }
 inline Pixels Choose(Pixels mask, Pixels a, Pixels b) { return (a & mask) | Without(b, mask); }
 
@@ -124,6 +128,7 @@ inline Words operator<<(Words a, int n) { return TESSARY_INTRINSIC(slli_epi16)(a
 inline Words operator&(Words a, Words b) { return BitAnd(a.bits, b.bits); }
 inline Words operator^(Words a, Words b) { return BitXor(a.bits, b.bits); }
 inline Words operator>(Words a, Words b) { return TESSARY_INTRINSIC(cmpgt_epi16)(a.bits, b.bits); }
+inline Words HighProduct(Words a, Words b) { return TESSARY_INTRINSIC(mulhi_epu16)(a.bits, b.bits); }
 inline Words LowerOf(Words a, Words b) { return TESSARY_INTRINSIC(min_epi16)(a.bits, b.bits); }
 inline Words HigherOf(Words a, Words b) { return TESSARY_INTRINSIC(max_epi16)(a.bits, b.bits); }
 
@@ -149,14 +154,14 @@ inline Floats WholePart(Floats a) { return ToFloats(Truncate(a)); }
 
 // min(numerator / divisor, limit) cut to a whole number, and limit where the divisor is 0. Exact for whole
 // numbers up to 65535 over 0..256 and limits up to 511.
-inline Pixels DividedByDivision(Floats numerator, Floats divisor, float limit) {
+inline Pixels Divided(Floats numerator, Floats divisor, float limit) {
     return Truncate(LowerOf(numerator / divisor, limit));
 }
-// The same, and faster in most places. The processor's first guess is wrong by up to 1 part in 2700, which
-// leaves 1 in 2 million after a step of refinement; the reciprocal is made larger by 1 part in 500,000,
-// enough to keep whole quotients from falling short, and too little to lift any other to the next whole
-// number: those are away from it by 1 part in 130,000 at least.
-inline Pixels Divided(Floats numerator, Floats divisor, float limit) {
+// The same for places where the processor's divider is busy or several numbers have one divisor. The first
+// guess is wrong by up to 1 part in 2700, which leaves 1 in 2 million after a step of refinement; the
+// reciprocal is made larger by 1 part in 500,000, enough to keep whole quotients from falling short, and too
+// little to lift any other to the next whole number: those are away from it by 1 part in 130,000 at least.
+inline Pixels DividedByReciprocal(Floats numerator, Floats divisor, float limit) {
     constexpr float kTwoAndMore = 2.0f + 1.0f / (1 << 19);
     const Floats guess = TESSARY_INTRINSIC(rcp_ps)(divisor.bits);
     const Floats reciprocal = guess * (kTwoAndMore - divisor * guess);  // no number for a divisor of 0

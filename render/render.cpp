@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "document/platform.h"
+#include "document/byte_reader.h"
 #include "properties/apply_adjustment.h"
 #include "properties/draw_effects.h"
 #include "render/composite.h"
@@ -25,9 +25,6 @@ Side ClampSide(int32_t begin, int32_t length, uint32_t limit) {
 
 bool Shows(const PsdLayer& layer) { return layer.visible && layer.opacity != 0; }
 
-// Of the groups around it a layer heeds its own only.
-bool IsDrawn(const PsdLayer& layer) { return Shows(layer) && (!layer.parent || Shows(*layer.parent)); }
-
 bool HasPixelsToDraw(const PsdLayer& layer) {
     return layer.fillOpacity != 0 && layer.width >= 1 && layer.height >= 1;
 }
@@ -39,26 +36,8 @@ Rect UnmaskedPart(const PsdLayer& layer, const Rect& area) {
     return hides ? Intersect(part, layer.mask.bounds) : part;
 }
 
-// Adjustments, effects and layers without data cost a file a few bytes each, however many pixels they are
-// drawn over. All of a document together may take so many steps, about a nanosecond each; what does not fit
-// is not drawn. Pixels that the layers' data fills have paid for more.
-#if !defined(TESSARY_SLOWED_DOWN)
-#define TESSARY_SLOWED_DOWN 1  // how many nanoseconds the build takes for one
-#endif
-constexpr uint64_t kFreeDrawing = 1200u * 1000 * 1000 / TESSARY_SLOWED_DOWN;
-constexpr uint64_t kDrawingPerFilledPixel = 40;
-constexpr uint64_t kDrawingPerByte = 60;
-
-uint64_t DrawingAllowance(const PsdDocument& document) {
-    const uint64_t streamSize = static_cast<uint64_t>(std::max(document.streamSize, 0));
-    return std::max(kFreeDrawing, kDrawingPerFilledPixel * document.filledBytes / sizeof(uint32_t)) +
-           kDrawingPerByte * std::min<uint64_t>(document.reader.position, streamSize);
-}
-
-uint64_t StepsOver(const Rect& area, uint64_t perPixel) {
-    return area.IsEmpty() ? 0
-                          : DrawingSteps(static_cast<uint64_t>(area.Width()),
-                                         static_cast<uint64_t>(area.Height()), perPixel);
+uint64_t AreaOf(const Rect& rect) {
+    return rect.IsEmpty() ? 0 : static_cast<uint64_t>(rect.Width()) * static_cast<uint64_t>(rect.Height());
 }
 
 // Nanoseconds a pixel, as they are over pixels that are neither empty nor full.
@@ -73,28 +52,21 @@ constexpr uint64_t kCurveSteps = 1500000;
 
 bool MayAdjust(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
     const uint64_t building = layer.rebuildTables && layer.layerKind == kLayerCurves ? kCurveSteps : 0;
-    const uint64_t drawing = StepsOver(area, AdjustmentStepsPerPixel(layer) + BlendingSteps(layer));
-    return SpendDrawing(document.drawingLeft, kAdjustmentSteps + building + drawing);
+    const uint64_t drawing =
+        area.IsEmpty() ? 0
+                       : StepsOver(static_cast<uint64_t>(area.Width()), static_cast<uint64_t>(area.Height()),
+                                   AdjustmentStepsPerPixel(layer) + BlendingSteps(layer));
+    return SpendSteps(document.allowance, kAdjustmentSteps + building + drawing);
 }
 
-// Of a layer with pixels of its own, without its effects.
-uint64_t OwnSteps(const PsdLayer& layer, const Rect& area) {
-    if (!layer.image || !HasPixelsToDraw(layer)) return 0;
-    return StepsOver(UnmaskedPart(layer, area), AdjustmentStepsPerPixel(layer) + BlendingSteps(layer));
-}
-
-// Adjustments and effects get what the layers' own pixels leave, wherever they stand among them.
-void ShareDrawing(PsdDocument& document, const Rect& area) {
-    document.drawingLeft = document.layersLeft = DrawingAllowance(document);
-    for (const PsdLayer& layer : document.layers.span()) {
-        if (IsDrawn(layer)) document.drawingLeft -= std::min(document.drawingLeft, OwnSteps(layer, area));
-    }
-}
-
-// What the buffers of layers and effects may take at a time.
-uint64_t RoomForBuffers(const PsdDocument& document) {
-    const uint64_t room = UnbackedBytes(document) + 2 * document.filledBytes;
-    return room - std::min(room, document.claimedBytes);
+// Of a layer with pixels of its own those that no data fills are charged.
+bool MayDrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
+    const uint64_t pixels = AreaOf(layer.bounds);
+    const Rect part = UnmaskedPart(layer, area);
+    if (layer.filledPixels >= pixels || part.IsEmpty()) return true;
+    const uint64_t unfilled = std::min(pixels - layer.filledPixels, AreaOf(part));
+    const uint64_t rows = StepsOver(0, static_cast<uint64_t>(part.Height()), 0);
+    return SpendSteps(document.allowance, rows + unfilled * BlendingSteps(layer));
 }
 
 // Draws the layer's own pixels. False when its mask lies beside the area: then its upper effects are not
@@ -109,11 +81,13 @@ bool DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rect& area) 
 
 // Draws an adjustment without pixels and effects of its own, as many rows at a time as stay in the cache. A
 // buffer of document size, as effects would need it, costs more than the adjustment.
-void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+void DrawAdjustment(Rendering& rendering, PsdLayer& layer) {
+    PsdDocument& document = *rendering.document;
     CoverDocument(document, layer);
-    if (AdjustmentStepsPerPixel(layer) == 0) return;
-    const Rect part = UnmaskedPart(layer, area);
+    const Rect part = UnmaskedPart(layer, rendering.area);
     if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjust(document, layer, part)) return;
+    if (DeferTables(rendering.tables, document, layer, part)) return;
+    DrawDeferredTables(rendering.tables, document);
     constexpr int64_t kStripPixels = 1 << 16;
     const int64_t rows = std::clamp<int64_t>(kStripPixels / part.Width(), 1, part.Height());
     const Owned<uint32_t> pixels =
@@ -125,7 +99,7 @@ void DrawAdjustment(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     for (Rect strip = part; strip.top < part.bottom; strip.top = strip.bottom) {
         strip.bottom = static_cast<int32_t>(std::min(strip.top + rows, int64_t{part.bottom}));
         if (!RecolorCanvas(document, layer, strip, pixels.get(), source.rowPixels)) return;
-        source.bounds = strip;
+        source.bounds = source.covered = strip;
         CompositeLayer(document, source, strip);
     }
 }
@@ -136,51 +110,86 @@ void DrawWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     if (DrawPixels(document, layer, area)) DrawEffectsAbove(document, layer, area);
 }
 
-void DrawLayer(PsdDocument& document, PsdLayer& layer, const Rect& area) {
-    if (!IsDrawn(layer)) return;
-    const bool isAdjustment = layer.layerKind >= kLayerLevels;
-    if (isAdjustment && !layer.image) {
-        const uint64_t bytes = document.canvas.count() * sizeof(uint32_t);
-        if (bytes > document.effectRoom || !HasEffects(layer)) return DrawAdjustment(document, layer, area);
-        if (!MayAdjust(document, layer, area)) return;
-        document.effectRoom -= bytes;
-        ApplyAdjustment(document, layer, area);
-        DrawWithEffects(document, layer, area);
-        // The buffer is not kept: a file of a few kilobytes can hold thousands of adjustments. The next
-        // render makes it again.
-        layer.image.Reset();
-        document.effectRoom += bytes;
-        return;
-    }
-    if (!SpendDrawing(document.layersLeft, OwnSteps(layer, area))) return;
-    if (isAdjustment) ApplyAdjustment(document, layer, area);
+// An adjustment without pixels of its own gets a buffer of document size for its effects. It is not kept: a
+// file of a few kilobytes can hold thousands of adjustments. The next render makes it again.
+void DrawAdjustmentWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
+    if (!MayAdjust(document, layer, area)) return;
+    ApplyAdjustment(document, layer, area);
     DrawWithEffects(document, layer, area);
+    layer.image.Reset();
 }
 
 }  // namespace
 
+bool MayHaveCanvas(const PsdDocument& document) {
+    const auto bytes = CheckedProduct({document.width, document.height, sizeof(uint32_t)});
+    return bytes && MayKeepPixels(*bytes, InputSeen(document), document.allowance.filledPixels);
+}
+
+// Of the groups around it a layer heeds its own only.
+bool IsDrawn(const PsdLayer& layer) { return Shows(layer) && (!layer.parent || Shows(*layer.parent)); }
+
+PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rect& wanted, uint64_t seed) {
+    const Rect whole = {0, 0, static_cast<int32_t>(document.width), static_cast<int32_t>(document.height)};
+    const Rect area = Intersect(wanted, whole);
+    if (area.IsEmpty()) return PsdReadResult::kEmptyArea;
+    if (!document.canvas) {
+        if (!MayHaveCanvas(document)) return PsdReadResult::kOutOfMemory;
+        document.canvas = AllocateZeroed<uint32_t>({document.width, document.height});
+        if (!document.canvas) return PsdReadResult::kOutOfMemory;
+        if (area != whole) FillRect(document.canvas.get(), document.width, whole, kBackground);
+    }
+    FillRect(document.canvas.get(), document.width, area, kBackground);
+    rendering = {&document, area, seed, {}};
+    return PsdReadResult::kOk;
+}
+
+PsdReadResult DrawLayer(Rendering& rendering, PsdLayer& layer) {
+    PsdDocument& document = *rendering.document;
+    if (!IsDrawn(layer)) return PsdReadResult::kOk;
+    if (EffectiveMode(layer.blendMode, layer.parent) == kBlendDissolve || HasEffects(layer)) {
+        const PsdReadResult result = EnsureNoiseMap(document, rendering.seed);
+        if (result != PsdReadResult::kOk) return result;
+    }
+    const bool acts = layer.layerKind >= kLayerLevels && AdjustmentActs(document, layer);
+    if (!layer.image && !acts) return PsdReadResult::kOk;
+    if (!layer.image && !HasEffects(layer)) {
+        DrawAdjustment(rendering, layer);
+        return PsdReadResult::kOk;
+    }
+    DrawDeferredTables(rendering.tables, document);
+    if (!layer.image) {
+        DrawAdjustmentWithEffects(document, layer, rendering.area);
+        return PsdReadResult::kOk;
+    }
+    if (!MayDrawPixels(document, layer, rendering.area)) return PsdReadResult::kOk;
+    if (acts) {
+        if (!MayAdjust(document, layer, Intersect(rendering.area, layer.bounds))) return PsdReadResult::kOk;
+        ApplyAdjustment(document, layer, rendering.area);
+    }
+    DrawWithEffects(document, layer, rendering.area);
+    return PsdReadResult::kOk;
+}
+
+void EndRender(Rendering& rendering) {
+    DrawDeferredTables(rendering.tables, *rendering.document);
+    rendering = {};
+}
+
 PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width, int32_t height,
                      uint64_t seed) {
     if (!document) return PsdReadResult::kNoDocument;
-    const PsdReadResult result = EnsureNoiseMap(*document, seed);
-    if (result != PsdReadResult::kOk) return result;
-
     const Side horizontal = ClampSide(x, width, document->width);
     const Side vertical = ClampSide(y, height, document->height);
-    const Rect area = {horizontal.begin, vertical.begin, horizontal.end, vertical.end};
-    if (area.IsEmpty()) return PsdReadResult::kEmptyArea;
-
-    const Rect whole = {0, 0, static_cast<int32_t>(document->width), static_cast<int32_t>(document->height)};
-    if (!document->canvas) {
-        document->canvas = AllocateZeroed<uint32_t>({document->width, document->height});
-        if (!document->canvas) return PsdReadResult::kOutOfMemory;
-        if (area != whole) FillRect(document->canvas.get(), document->width, whole, kBackground);
+    document->allowance.stepsSpent = 0;
+    Rendering rendering;
+    PsdReadResult result = BeginRender(
+        rendering, *document, {horizontal.begin, vertical.begin, horizontal.end, vertical.end}, seed);
+    for (PsdLayer& layer : document->layers.span()) {
+        if (result == PsdReadResult::kOk) result = DrawLayer(rendering, layer);
     }
-    FillRect(document->canvas.get(), document->width, area, kBackground);
-    ShareDrawing(*document, area);
-    document->effectRoom = RoomForBuffers(*document);
-    for (PsdLayer& layer : document->layers.span()) DrawLayer(*document, layer, area);
-    return PsdReadResult::kOk;
+    if (result == PsdReadResult::kOk) EndRender(rendering);
+    return result;
 }
 
 }  // namespace tessary

@@ -4,15 +4,40 @@
 #include <cstdint>
 
 #include "document/psd_document.h"
+#include "properties/table_run.h"
 
 namespace tessary {
 
-// Composites all layers, bottom first, inside the rectangle (canvas coordinates, clamped to the document) and
-// leaves the result in document->canvas. A canvas that is there already is reused, and keeps what lies
-// outside the rectangle. Adjustments and effects that would take much more time or memory than the document's
-// own pixels are left out; some drawn effects are kept for the next call.
-//   seed   of the dissolve pattern; 0 takes the clock. Only the first call for a document uses it.
-// kNoDocument, kEmptyArea (nothing of the rectangle lies in the document), kOutOfMemory.
+// A canvas that layers are drawn onto, bottom first: BeginRender, DrawLayer for each of them, EndRender.
+struct Rendering {
+    PsdDocument* document = nullptr;  // borrowed; null: not begun
+    Rect area;                        // canvas coordinates, clipped to the canvas
+    uint64_t seed = 0;                // of the dissolve pattern; 0 takes the clock
+    Owned<TableRun> tables;           // adjustments that wait to be drawn together
+};
+
+// Whether the allowance covers the document's canvas, by what has been read of the document so far.
+bool MayHaveCanvas(const PsdDocument& document);
+
+// Makes the canvas, or takes the one that is there and keeps what lies outside the area, and clears the area.
+//   wanted  canvas coordinates, whatever lies outside the document is cut
+// kEmptyArea (nothing of the area lies in the document), kOutOfMemory.
+PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rect& wanted, uint64_t seed);
+
+// Whether the layer and the group it is in are shown; DrawLayer does nothing with others.
+bool IsDrawn(const PsdLayer& layer);
+
+// Draws the layer with its adjustment and its effects. What the allowance does not cover is left out.
+// kOutOfMemory, for want of the dissolve pattern only.
+PsdReadResult DrawLayer(Rendering& rendering, PsdLayer& layer);
+
+// Leaves the picture in document.canvas.
+void EndRender(Rendering& rendering);
+
+// All of it for a document that holds its layers: composites them inside the rectangle (clamped to the
+// document) and leaves the result in document->canvas. Some drawn effects are kept for the next call.
+//   seed  as above; only the first call for a document uses it
+// kNoDocument, kEmptyArea, kOutOfMemory.
 PsdReadResult Render(PsdDocument* document, int32_t x, int32_t y, int32_t width, int32_t height,
                      uint64_t seed = 0);
 

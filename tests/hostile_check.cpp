@@ -185,7 +185,7 @@ private:
     void Lie(const Sample& sample) {
         const int64_t misses[] = {1, -1, int64_t{1} << 40};
         const uint64_t sizes[] = {0, INT32_MAX, 1u << 31, uint64_t{1} << 63};
-        ForEach(2, 12, [&](uint64_t direct, uint64_t lie) {
+        ForEach(2, 13, [&](uint64_t direct, uint64_t lie) {
             MemoryStream stream(sample.bytes);
             PortableCodec codec(&stream, direct ? 0 : kBufferBytes);
             if (lie < 2) stream.maxBytesPerRead = static_cast<uint32_t>(lie);
@@ -193,10 +193,12 @@ private:
             stream.canSeek = lie != 3;
             stream.seekSticks = lie == 4;
             if (lie >= 5 && lie < 8) stream.seekMisses = misses[lie - 5];
-            stream.hasSize = lie >= 8;
+            stream.hasSize = lie >= 8 && lie < 12;
             if (stream.hasSize) stream.size = sizes[lie - 8];
+            stream.statFails = lie == 12;
             const Outcome outcome = Watched(codec);
             Expect(lie != 1 || IsSound(sample, outcome), "one byte at a time", 0);
+            Expect(lie != 12 || IsSound(sample, outcome), "no size", 0);
         });
     }
 

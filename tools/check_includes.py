@@ -10,16 +10,15 @@ import re
 import sys
 
 LEAVES = {
-    "document": {"platform", "checked_math", "big_endian", "psd_result", "channel_codec",
-                 "inflater"},
+    "document": {"platform", "checked_math", "big_endian", "psd_result", "plane_format", "allowance"},
     "render": {"pixel", "image_ops", "integer_hsl", "color_convert"},
 }
 BASE = {"psd_document", "byte_reader"}
-CORE = {"document_pixels", "exif_graft", "header_probe", "pixel_copy", "read_ahead", "registry_script",
-        "stream_position", "thumbnail_image"}
+CORE = {"document_pixels", "exif_graft", "float_environment", "header_probe", "pixel_copy", "read_ahead",
+        "registry_script", "stream_position", "thumbnail_image"}
 EXCEPTIONS = {("document/tagged_blocks.cpp", "properties/property_readers.h")}
-PROCESSOR = {("render/pixel_vectors.h", "immintrin.h"), ("render/vector_path.cpp", "immintrin.h"),
-             ("render/vector_path.cpp", "intrin.h"), ("render/vector_path.cpp", "cpuid.h")}
+PROCESSOR = {("render/pixel_vectors.h", "immintrin.h"), ("render/kernels.cpp", "immintrin.h"),
+             ("render/kernels.cpp", "intrin.h"), ("render/kernels.cpp", "cpuid.h")}
 STANDARD = re.compile(r"^[a-z_0-9]+$")
 
 
@@ -30,7 +29,7 @@ def rank(path):
     if folder == "document":
         return 1 if name in BASE else 2
     if folder == "render":
-        return 5 if name == "render" else 3
+        return 5 if name in ("render", "streamed_render") else 3
     if folder == "properties":
         return 4
     if folder == "frontend":

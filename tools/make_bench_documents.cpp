@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "document/channel_codec.h"
+#include "document/plane_format.h"
 #include "tests/support/document_builder.h"
 #include "tools/sample_blocks.h"
 
@@ -185,18 +185,96 @@ void WriteLayered(const Folder& folder) {
     folder.Write("layers-adjusted", build(true, 5));
 }
 
+// The places of many small layers on a canvas.
+int32_t Scattered(uint32_t number, uint32_t axis, int32_t canvas, int32_t side) {
+    return static_cast<int32_t>(Scramble(2 * number + axis) % static_cast<uint32_t>(canvas - side));
+}
+
 void WriteSmallLayers(const Folder& folder) {
     constexpr int32_t kSide = 512, kCanvas = 2048;
     std::vector<PackedLayer> layers;
     for (uint32_t i = 0; i < 10; ++i) layers.emplace_back(uint32_t{kSide}, i);
     DocumentBuilder document = Layered(kCanvas);
     for (uint32_t i = 0; i < 300; ++i) {
-        const auto place = [&](uint32_t axis) {
-            return static_cast<int32_t>(Scramble(2 * i + axis) % (kCanvas - kSide));
-        };
-        document.Layer(layers[i % layers.size()].At(place(0), place(1), kSide));
+        document.Layer(layers[i % layers.size()].At(Scattered(i, 0, kCanvas, kSide),
+                                                    Scattered(i, 1, kCanvas, kSide), kSide));
     }
     folder.Write("layers-small", document.Build());
+}
+
+// Under masks of their own, half as large.
+void WriteMaskedLayers(const Folder& folder) {
+    constexpr int32_t kSide = 256, kCanvas = 2048;
+    const PackedLayer picture(uint32_t{kSide}, 0);
+    const Bytes mask = EncodePlanes(kCompressionPackBits, OvalPlane(kSide, kSide / 2, 256), kSide, 8);
+    DocumentBuilder document = Layered(kCanvas);
+    for (uint32_t i = 0; i < 300; ++i) {
+        const int32_t left = Scattered(i, 0, kCanvas, kSide), top = Scattered(i, 1, kCanvas, kSide);
+        LayerBuilder layer = picture.At(left, top, kSide);
+        layer.Mask({left, top + kSide / 4, left + kSide, top + 3 * kSide / 4}, 0, 0).ChannelData(-2, mask);
+        document.Layer(std::move(layer));
+    }
+    folder.Write("layers-masked", document.Build());
+}
+
+// Layers of canvas size, each with nothing in it but a shape of 300 x 60.
+void WriteSparseLayers(const Folder& folder) {
+    constexpr uint32_t kCanvas = 2048;
+    DocumentBuilder document = Layered(kCanvas);
+    const Bytes flat = EncodePlanes(kCompressionPackBits, Bytes(size_t{kCanvas} * kCanvas, 90), kCanvas, 8);
+    for (uint32_t i = 0; i < 40; ++i) {
+        Bytes alpha(size_t{kCanvas} * kCanvas);
+        const size_t first = static_cast<size_t>(Scattered(i, 1, kCanvas, 60)) * kCanvas +
+                             static_cast<size_t>(Scattered(i, 0, kCanvas, 300));
+        for (size_t y = 0; y < 60; ++y) std::fill_n(&alpha[first + y * kCanvas], 300, uint8_t{255});
+        LayerBuilder layer({0, 0, kCanvas, kCanvas});
+        layer.ChannelData(-1, EncodePlanes(kCompressionPackBits, alpha, kCanvas, 8));
+        for (int16_t id = 0; id <= 2; ++id) layer.ChannelData(id, flat);
+        document.Layer(std::move(layer));
+    }
+    folder.Write("layers-sparse", document.Build());
+}
+
+// Eight adjustments that only look colours up, one after another.
+void WriteTables(const Folder& folder) {
+    constexpr int32_t kSide = 2048;
+    DocumentBuilder document = Layered(kSide);
+    document.Layer(PackedLayer(uint32_t{kSide}, 19).At(0, 0, kSide));
+    for (const AdjustmentSample& sample : AdjustmentSamples()) {
+        const std::string_view name = sample.name;
+        if (name == "hue" || name == "selective" || name == "mixer") continue;
+        document.Layer(LayerBuilder({}).Solid(0).Name(sample.name).Block(sample.key, sample.data));
+    }
+    folder.Write("layers-tables", document.Build());
+}
+
+// Each of the modes that take longest, four times over a picture.
+void WriteModes(const Folder& folder) {
+    constexpr int32_t kSide = 1024;
+    std::vector<PackedLayer> layers;
+    for (uint32_t i = 0; i < 5; ++i) layers.emplace_back(uint32_t{kSide}, i + 15);
+    for (const char* key : {"idiv", "div ", "sLit", "vLit", "lLit", "hue ", "sat ", "colr", "lum "}) {
+        DocumentBuilder document = Layered(kSide);
+        for (const PackedLayer& layer : layers)
+            document.Layer(layer.At(0, 0, kSide).Mode(&layer == layers.data() ? "norm" : key));
+        std::string name = std::string("mode-") + key;
+        folder.Write(name.back() == ' ' ? name.substr(0, name.size() - 1) : name, document.Build());
+    }
+}
+
+void WriteEffects(const Folder& folder) {
+    constexpr int32_t kSide = 1200, kCanvas = 2048;
+    const std::pair<const char*, Bytes> effects[] = {{"drop-shadow", DropShadow(75, 120, 20, 40)},
+                                                     {"wide-shadow", DropShadow(75, 120, 20, 250)},
+                                                     {"outer-glow", OuterGlow()},
+                                                     {"gradient-glow", GradientGlow()},
+                                                     {"colour-overlay", ColorOverlay()}};
+    const PackedLayer ground(uint32_t{kCanvas}, 19), picture(uint32_t{kSide}, 3);
+    for (const auto& [name, block] : effects) {
+        DocumentBuilder document = Layered(kCanvas);
+        document.Layer(ground.At(0, 0, kCanvas)).Layer(picture.At(400, 400, kSide).Block("lfx2", block));
+        folder.Write(std::string("effect-") + name, document.Build());
+    }
 }
 
 }  // namespace
@@ -212,6 +290,11 @@ int main(int count, char** arguments) {
         tessary::tools::WriteMerged(folder);
         tessary::tools::WriteLayered(folder);
         tessary::tools::WriteSmallLayers(folder);
+        tessary::tools::WriteMaskedLayers(folder);
+        tessary::tools::WriteSparseLayers(folder);
+        tessary::tools::WriteTables(folder);
+        tessary::tools::WriteModes(folder);
+        tessary::tools::WriteEffects(folder);
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "make_bench_documents: %s\n", exception.what());
         return 1;

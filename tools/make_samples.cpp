@@ -5,13 +5,13 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "document/channel_codec.h"
+#include "document/plane_format.h"
 #include "tests/support/document_builder.h"
+#include "tools/bombs.h"
 #include "tools/sample_blocks.h"
 #include "tools/sample_picture.h"
 #include "tools/sample_planes.h"
@@ -27,8 +27,6 @@ struct Scale {
     int32_t part;
     int32_t operator()(int32_t pixels) const { return std::max(pixels / part, 1); }
 };
-
-using Writer = std::function<void(const std::string& name, const Bytes& bytes)>;
 
 LayerBuilder LayerOf(const Picture& picture, std::string_view name, int32_t left = 0, int32_t top = 0) {
     LayerBuilder layer({left, top, left + picture.width, top + picture.height});
@@ -408,136 +406,6 @@ void WriteDamagedSamples(const Writer& write, Scale px) {
           layered(LayerBuilder({0, 0, px(64), px(48)}).ChannelData(0, {0, 0, 1}, 0x7FFFFFFF)));
     write("nested-lists", layered(LayerBuilder(sound).Block("lfx2", nested)));
     write("more-layers-than-records", Layered(px(64), px(48)).Layer(sound).LayerCount(-30000).Build());
-}
-
-// Documents of at most a mebibyte that ask for as much time or memory as such can.
-void WriteBombs(const Writer& write) {
-    constexpr size_t kBytes = 1000000;
-    const auto small = [](uint32_t side = 8) { return DocumentBuilder(kColorRgb, 8, 3, side, side); };
-    const auto thin = [](int32_t side) {
-        return LayerBuilder({0, 0, side, side}).ChannelData(-1, {0, 0}).Name("");
-    };
-    const auto layered = [&](uint32_t side, int count, const LayerBuilder& layer) {
-        DocumentBuilder document = small(side).HasRealMergedData(false).MergedData({0, 0});
-        for (int i = 0; i < count; ++i) document.Layer(layer);
-        return document.Build();
-    };
-    // A layer all of one colour: every 128 pixels are two bytes of the file.
-    const auto full = [](int32_t side) {
-        const size_t count = static_cast<size_t>(side) * static_cast<size_t>(side);
-        LayerBuilder layer({0, 0, side, side});
-        return layer.Name("").Pixels(std::vector<uint32_t>(count, 0xC0804020), kCompressionPackBits);
-    };
-    // Planes of zeros, which zip makes a thousand times smaller.
-    const auto zeros = [](int32_t side, uint32_t sampleBytes) {
-        const size_t count = static_cast<size_t>(side) * static_cast<size_t>(side);
-        return ByteWriter().U16(kCompressionZipPrediction).Raw(Zip(Bytes(count * sampleBytes)));
-    };
-    Bytes noRuns(kBytes, 0x80), earlyEnd = ByteWriter().U16(2).Raw(Zip(Bytes(50)));
-    noRuns[0] = 0, noRuns[1] = 1;
-    earlyEnd.resize(kBytes);
-    write("pixels-without-data",
-          DocumentBuilder(kColorGrayscale, 8, 1, 30000, 30000).MergedData({0, 0}).Build());
-    write("mebibyte-of-nothing", DocumentBuilder(kColorRgb, 8, 3, 18000, 18000).MergedData(noRuns).Build());
-    write("zip-that-ends", small(18000).MergedData(earlyEnd).Build());
-    write("zip-of-many-planes",
-          DocumentBuilder(kColorRgb, 8, 65535, 1200, 1200).MergedData(earlyEnd).Build());
-    write("zip-of-zeros", small(10000).Merged(Bytes(300000000), kCompressionZip).Build());
-    write("one-bit", DocumentBuilder(kColorBitmap, 1, 1, 30000, 30000)
-                         .MergedData(ByteWriter().U16(1).Raw(Bytes(kBytes, 0x81)))
-                         .Build());
-    write("no-runs", small().Layer(LayerBuilder({0, 0, 20000, 20000}).ChannelData(0, noRuns)).Build());
-    LayerBuilder deep({0, 0, 6900, 6900}), inks({0, 0, 9500, 9500});
-    const Bytes floats = zeros(6900, 4), words = zeros(9500, 2);
-    for (int16_t id = -1; id < 3; ++id) deep.ChannelData(id, floats);
-    for (int16_t id = -1; id < 4; ++id) inks.ChannelData(id, words);
-    const Rect bounds = {0, 0, 6900, 6900};
-    const LayerBuilder masks = LayerBuilder({0, 0, 1, 1})
-                                   .RealMask(bounds, 0, 0, bounds, 0, 0)
-                                   .ChannelData(0, {0, 0})
-                                   .ChannelData(-2, floats)
-                                   .ChannelData(-3, floats);
-    for (const auto& [name, mode, depth, layer] : {std::tuple{"zip-of-floats", kColorRgb, 32u, deep},
-                                                   {"zip-of-masks", kColorRgb, 32u, masks},
-                                                   {"zip-of-inks", kColorCmyk, 16u, inks}})
-        write(name, DocumentBuilder(mode, depth, 4, 8, 8).Layer(layer).MergedData({0, 0}).Build());
-    for (const uint16_t id : std::initializer_list<uint16_t>{1006, 1045, 1053, 1032, 1050, 1054, 1060})
-        write("resource-" + std::to_string(id), small().Resource(id, Bytes(kBytes)).Build());
-    DocumentBuilder repeated = small();
-    for (int i = 0; i < 10000; ++i) repeated.Resource(i % 2 ? 1036 : 1060, Bytes(80));
-    write("repeated-resources", repeated.Build());
-    LayerBuilder channels = thin(0);
-    for (int16_t i = 0; i < 32766; ++i) channels.ChannelData(i, {});
-    write("exclusions", small().Layer(channels.Block("brst", Bytes(700000))).Build());
-    ByteWriter lists = ByteWriter().U32(0).U32(16).ClassName("null").U32(1).ItemHead("deep", "VlLs");
-    for (size_t i = 0; i < kBytes / 8; ++i) lists.U32(1).Text("VlLs");
-    write("nested-lists", small().Layer(thin(8).Block("lfx2", lists.U32(0))).Build());
-    write("all-layers", small().Layer(thin(0)).LayerCount(32767).Build());
-    write("empty-layers", layered(30000, 12000, thin(0)));
-    LayerBuilder crowded = thin(0);
-    for (int i = 0; i < 20; ++i) crowded.Block("lrFX", Bytes(4));
-    write("effect-blocks", layered(8, 2200, crowded));
-    ByteWriter curves = ByteWriter().U8(0).U16(1).U32(0xF);
-    for (int i = 0; i < 4; ++i) {
-        curves.U16(19);
-        for (uint16_t x = 0; x < 19; ++x) curves.U16(x % 2 ? 0 : 255).U16(13 * x);
-    }
-    write("curves", layered(1000, 2500, thin(0).Block("curv", curves)));
-    write("adjustments", layered(4000, 8000, thin(0).Block("mixr", ByteWriter().U16(1).Zeros(42))));
-    write("adjustments-hue", layered(4000, 4000, thin(0).Block("hue2", Hue(40, 20, 90))));
-    write("thin-shadows", layered(1000, 1000, thin(1000).Block("lfx2", DropShadow(75, 0, 0, 250))));
-    const Bytes blur = DropShadow(75, 0, 0, 250);
-    write("one-blur", layered(8, 1, thin(2300).Block("lfx2", blur)));
-    const Bytes slight = DropShadow(75, 0, 0, 1);
-    for (const auto& [name, width, height] : {std::tuple{"tall-blur", 1, 3000000}, {"wide-blur", 3000000, 1}})
-        write(
-            name,
-            layered(
-                8, 1,
-                LayerBuilder({0, 0, width, height}).ChannelData(-1, {0, 0}).Name("").Block("lfx2", slight)));
-    write("canvas-and-blur", layered(4000, 1, thin(800).Block("lfx2", blur)));
-    write("canvas-and-layer", layered(4000, 1, thin(4000)));
-    write("adjustment-and-blur", layered(4000, 1, thin(0).Block("nvrt", {}).Block("lfx2", blur)));
-    write("true-blurs", layered(1000, 10, full(1000).Block("lfx2", DropShadow(75, 0, 0, 250))));
-    write("true-glows", layered(1000, 10, full(1000).Block("lfx2", OuterGlow())));
-    write("true-layers", layered(1000, 14, full(1000).Mode("sLit")));
-    write("thin-dissolves", layered(4000, 5000, thin(4000).Mode("diss")));
-    // Half opaque without data, so that every pixel has to be blended; and rows of a single pixel.
-    const auto half = [](int32_t width, int32_t height) {
-        return LayerBuilder({0, 0, width, height}).ChannelData(0, {0, 0}).Name("").Opacity(128);
-    };
-    const Bytes ranges = ByteWriter().U16(0x0100).U16(0xFFFF).U16(0).U16(0xFEFF).Raw(FullRanges(4));
-    const auto adjusted = [&](std::string_view key, const Bytes& data) {
-        return thin(0).Mode("sLit").Opacity(90).Ranges(ranges).Block(key, data);
-    };
-    for (const auto& [name, width, height, key, data] :
-         {std::tuple{"blended", 1000, 1000, "mixr", Bytes(ByteWriter().U16(1).Zeros(42))},
-          std::tuple{"narrow", 1, 30000, "nvrt", Bytes()}}) {
-        DocumentBuilder document(kColorRgb, 8, 3, static_cast<uint32_t>(width),
-                                 static_cast<uint32_t>(height));
-        document.HasRealMergedData(false).MergedData({0, 0}).Layer(half(width, height));
-        for (int i = 0; i < 4000; ++i) document.Layer(adjusted(key, data));
-        write("adjustments-" + std::string(name), document.Build());
-    }
-    write("narrow-layers", layered(4000, 5000, half(1, 4000).Mode("lum ").Ranges(ranges)));
-    write("narrow-effects", layered(8, 10, half(1, 1000000).Block("lfx2", slight)));
-    write("opaque-glows", layered(1000, 11, half(1000, 1000).Block("lfx2", OuterGlow())));
-    // Up to 64 KiB, of which a host may have a folder full.
-    write("palette-without-data",
-          ByteWriter().Raw(Cut(small(4096).MergedData({}).Build(), 26)).U32(48 << 20));
-    write("names-of-nothing", small(4090).Resource(1006, Bytes(64000)).MergedData({0, 0}).Build());
-    const Bytes counts(2 * 4560), run = {0x81, 0x55};
-    Bytes sparse = ByteWriter().U16(1).Raw(counts);
-    for (size_t row = 0; row < 50; ++row) {
-        sparse[3 + 2 * row] = 72;
-        for (int i = 0; i < 36; ++i) sparse.insert(sparse.end(), run.begin(), run.end());
-    }
-    sparse.resize(65000, 0x80);
-    write("sparse-rows", DocumentBuilder(kColorGrayscale, 8, 1, 4560, 4560).MergedData(sparse).Build());
-    // Samples in full depth are as much as the pixels.
-    write("zip-of-deep-zeros", DocumentBuilder(kColorRgb, 32, 3, 4230, 4230)
-                                   .MergedData(ByteWriter().U16(2).Raw(Zip(Bytes(60000000))))
-                                   .Build());
 }
 
 int Run(const std::filesystem::path& folder, std::string_view what) {

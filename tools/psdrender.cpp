@@ -66,6 +66,17 @@ struct Options {
     PictureChoice choice = PictureChoice::kAsTheFileSays;
 };
 
+// The most memory that this program has had, in KiB, where the system tells.
+long PeakMemory() {
+    std::FILE* file = std::fopen("/proc/self/status", "r");
+    long peak = 0;
+    char line[256];
+    while (file && peak == 0 && std::fgets(line, sizeof line, file))
+        static_cast<void>(std::sscanf(line, "VmHWM: %ld", &peak));
+    if (file) std::fclose(file);
+    return peak;
+}
+
 PsdReadResult Measure(const Options& options, const std::string& input, DocumentPixels& picture) {
     std::vector<double> milliseconds;
     for (int run = 0; run < options.runs; ++run) {
@@ -81,8 +92,8 @@ PsdReadResult Measure(const Options& options, const std::string& input, Document
     const size_t half = milliseconds.size() / 2;
     const double median =
         milliseconds.size() % 2 ? milliseconds[half] : (milliseconds[half - 1] + milliseconds[half]) / 2;
-    std::printf("%s: %u x %u, best %.3f ms, median %.3f ms of %d\n", input.c_str(), picture.width,
-                picture.height, milliseconds.front(), median, options.runs);
+    std::printf("%s: %u x %u, best %.3f ms, median %.3f ms of %d, peak %ld KiB\n", input.c_str(),
+                picture.width, picture.height, milliseconds.front(), median, options.runs, PeakMemory());
     return PsdReadResult::kOk;
 }
 

@@ -15,7 +15,7 @@ for preset in native windows; do
 done
 
 tools/fuzz.sh 15
-TIMES_AS_SLOW=20 tools/measure_bombs.py # looks for hangs only, so that a slow machine does not fail
+TIMES_AS_SLOW=4 tools/measure_bombs.py # looks for hangs only, so that a slow machine does not fail
 tools/memory_check.sh --small
 tools/analyse.sh --short
 tools/coverage.sh

@@ -138,11 +138,23 @@ inline std::vector<AdjustmentSample> AdjustmentSamples() {
     };
 }
 
+// What stands in front of this many effects.
+inline ByteWriter EffectsHead(uint32_t effects) {
+    ByteWriter block = ByteWriter().U32(0).U32(16).ClassName("null").U32(2 + effects);
+    return block.Unit("Scl ", "#Prc", 100).Bool("masterFXSwitch", true);
+}
+
 // The effects block with one effect of this key.
 inline Bytes Effect(std::string_view key, const ByteWriter& items, uint32_t itemCount) {
-    ByteWriter block;
-    block.U32(0).U32(16).ClassName("null").U32(3).Unit("Scl ", "#Prc", 100).Bool("masterFXSwitch", true);
-    return block.ItemHead(key, "Objc").ClassName(key).U32(itemCount).Raw(items);
+    return EffectsHead(1).ItemHead(key, "Objc").ClassName(key).U32(itemCount).Raw(items);
+}
+
+// The effects of several such blocks in one.
+inline Bytes Together(const std::vector<Bytes>& blocks) {
+    ByteWriter all = EffectsHead(static_cast<uint32_t>(blocks.size()));
+    const std::ptrdiff_t head = static_cast<std::ptrdiff_t>(all.size());
+    for (const Bytes& block : blocks) all.Raw(Bytes(block.begin() + head, block.end()));
+    return all;
 }
 
 inline Bytes DropShadow(double opacity, double angle, double distance, double size) {
@@ -159,7 +171,7 @@ inline Bytes DropShadow(double opacity, double angle, double distance, double si
     return Effect("DrSh", items, 12);
 }
 
-inline Bytes OuterGlow() {
+inline Bytes OuterGlow(double size = 14, double noise = 0) {
     ByteWriter items;
     items.Bool("enab", true)
         .Enum("Md  ", "BlnM", "Scrn")
@@ -167,8 +179,8 @@ inline Bytes OuterGlow() {
         .Unit("Opct", "#Prc", 90);
     items.Enum("GlwT", "BETE", "SfBL")
         .Unit("Ckmt", "#Pxl", 10)
-        .Unit("blur", "#Pxl", 14)
-        .Unit("Nose", "#Prc", 0);
+        .Unit("blur", "#Pxl", size)
+        .Unit("Nose", "#Prc", noise);
     return Effect("OrGl", items.Unit("ShdN", "#Prc", 0).Bool("AntA", false).Unit("Inpr", "#Prc", 50), 11);
 }
 
@@ -197,11 +209,11 @@ inline Bytes GradientGlow() {
     return Effect("OrGl", items, 12);
 }
 
-inline Bytes ColorOverlay() {
+inline Bytes ColorOverlay(double opacity = 80) {
     ByteWriter items;
     items.Bool("enab", true)
         .Enum("Md  ", "BlnM", "Nrml")
-        .Unit("Opct", "#Prc", 80)
+        .Unit("Opct", "#Prc", opacity)
         .ColorItem("Clr ", 60, 160, 90);
     return Effect("SoFi", items, 4);
 }

@@ -54,6 +54,7 @@ TEST(ByteReader, ColorStructuresTakeTenBytes) {
 
 TEST(Descriptor, WalksConsumeExactlyTheirData) {
     W names, tree, lists;
+    const W huge = W().U32(2).Text("alis").U32(0x80000003).Text("long").U32(1);
     names.ItemHead("name", "obj ")
         .U32(8)
         .Text("prop")
@@ -77,7 +78,12 @@ TEST(Descriptor, WalksConsumeExactlyTheirData) {
     const std::pair<W, void (*)(PsdDocument&)> cases[] = {{tree, SkipDescriptor},
                                                           {lists.U32(0), SkipList},
                                                           {W().Unicode(u"n").Id("k"), SkipClass},
-                                                          {W().Id("kkkkk").Id("kkkk"), SkipEnum}};
+                                                          {W().Id("kkkkk").Id("kkkk"), SkipEnum},
+                                                          // Lengths that no file can have.
+                                                          {W().U32(1u << 31), SkipIdString},
+                                                          {W().U32(1u << 30), SkipUnicodeString},
+                                                          {W().U32(~0u).U32(~0u), SkipClass},
+                                                          {huge, SkipList}};
     for (const auto& [data, walk] : cases) {
         StreamReader over(W(data).Zeros(8));
         walk(over.document);
@@ -255,6 +261,21 @@ TEST(ReadDriver, StagesAdvanceOnSuccessOnlyAndLetGoOfTheStream) {
         EXPECT_EQ(stream.bytesRead != 0, fits) << std::hex << size;
     }
     EXPECT_TRUE(CloseDocument(document) == kOk && !document);
+
+    // A stream that does not tell its size: where its end is, else as much as there can be.
+    const struct {
+        const char* what;
+        bool canSeek;
+        int32_t want;
+    } unasked[] = {{"seeks to its end", true, 43}, {"cannot seek", false, INT32_MAX}};
+    for (const auto& test : unasked) {
+        MemoryStream silent(Rgb().Build());
+        silent.statFails = true;
+        silent.canSeek = test.canSeek;
+        silent.position = test.canSeek ? 7 : 0;
+        EXPECT_EQ(OpenDocument(document, &silent, 0), kOk) << test.what;
+        EXPECT_EQ(document ? document->streamSize : 0, test.want) << test.what;
+    }
 }
 
 }  // namespace

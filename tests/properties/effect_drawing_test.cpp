@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <tuple>
 
 #include "properties/effect_blur.h"
 #include "properties/effect_records.h"
@@ -88,18 +89,22 @@ struct Plane {
 };
 
 TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
-    for (const auto& [width, height] : {std::pair{1, 1}, {9, 4}, {70, 3}, {3, 130}}) {
+    for (const auto& [width, height, isFlat] :
+         {std::tuple{1, 1, false}, {9, 4, false}, {70, 3, false}, {3, 130, false}, {90, 80, true}}) {
         for (const int radius : {1, 2, 5, 17, 250}) {
             Plane plane{width, height, {}};
             std::vector<uint32_t> pixels;
             for (uint32_t i = 0; i < uint32_t(width * height); ++i) {
-                plane.alphas.push_back(i % 3 ? i * 73 % 256 : 255);
+                // Or two flat halves, one of them darker on the right.
+                const uint32_t flat = i < 40 * 90 ? 255 : i % 90 < 50 ? 0 : 99;
+                plane.alphas.push_back(isFlat ? flat : i % 3 ? i * 73 % 256 : 255);
                 pixels.push_back(plane.alphas.back() << 24 | i);
             }
             auto narrowly = pixels;
-            for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
-                auto& image = path == VectorPath::kSse2 ? narrowly : pixels;
-                const auto result = BlurAlpha(image.data(), size_t(width), size_t(height), radius, path);
+            for (const bool isNarrow : {true, false}) {
+                auto& image = isNarrow ? narrowly : pixels;
+                const auto result = BlurAlpha(image.data(), size_t(width), size_t(height), radius,
+                                              isNarrow ? sse2::kKernels : WidestKernels());
                 ASSERT_EQ(result, PsdReadResult::kOk);
             }
             EXPECT_EQ(narrowly, pixels);

@@ -13,6 +13,7 @@
 #include "properties/effect_records.h"
 #include "properties/fill_layers.h"
 #include "properties/property_readers.h"
+#include "render/kernels.h"
 #include "tests/render/plain_rule.h"
 #include "tests/support/document_builder.h"
 
@@ -128,6 +129,13 @@ TEST(AdjustmentReaders, CurvesKeepNineteenPointsAndTheirLaterChannel) {
         EXPECT_TRUE(curve.channel == 2 && curve.points[18] == (CurvePoint{18, 180}));
         EXPECT_EQ(read.layer.rebuildTables, !differs);
         EXPECT_EQ(Position(read.document), curves.size() - (differs ? 6 * 4 : 0));
+    }
+}
+
+TEST(AdjustmentReaders, OneMethodOfSelectiveColorIsAbsolute) {
+    for (const uint32_t method : {0u, 1u, 2u, 255u, 256u, 257u}) {
+        BlockRead read("selc", ByteWriter().U16(1).U16(method).Zeros(80));
+        EXPECT_EQ(read.Get<SelectiveRecord>(kPropertySelective).absolute, method == 1) << method;
     }
 }
 
@@ -376,14 +384,14 @@ uint32_t HuePlainly(const HueRecord& record, uint32_t pixel) {
     return PackPixel(Alpha(pixel), byte(0), byte(1), byte(2));
 }
 
-// Both vector paths over many colours.
-template <class Map, class Record, class Plain>
+// The kernels of both instruction sets over many colours.
+template <class Map, auto Kernels::*mapRow, class Record, class Plain>
 void ExpectMapped(const Record& record, Plain plain) {
     std::vector<uint32_t> colors(52 * 52 * 52), mapped(colors.size());
     for (uint32_t i = 0; i < colors.size(); ++i)
         colors[i] = PackPixel(i & 255, i % 52 * 5, i / 52 % 52 * 5, i / (52 * 52) * 5);
-    for (const VectorPath path : {VectorPath::kSse2, WidestVectorPath()}) {
-        Map(record).MapRow(colors.data(), mapped.data(), colors.size(), path);
+    for (const Kernels* kernels : {&sse2::kKernels, &WidestKernels()}) {
+        (kernels->*mapRow)(Map(record), colors.data(), mapped.data(), colors.size());
         for (size_t i = 0; i < colors.size(); ++i)
             ASSERT_EQ(mapped[i], plain(record, colors[i])) << std::hex << colors[i];
     }
@@ -399,7 +407,7 @@ TEST(AdjustmentMaps, FollowThePlainRules) {
         record.ranges[3] = {75, 105, 135, 165, {-90, 60, -10}};
         BuildHueWeights(record);
         EXPECT_EQ(record.weights[1], HueWeights{});
-        ExpectMapped<HueMap>(record, HuePlainly);
+        ExpectMapped<HueMap, &Kernels::mapHueRow>(record, HuePlainly);
     }
     for (const int scale : {1, -1, 400}) {
         SelectiveRecord record;
@@ -409,7 +417,7 @@ TEST(AdjustmentMaps, FollowThePlainRules) {
             record.inks[i] = {int16_t(scale * (i * 17 % 83 - 40)), int16_t(scale * (i * 29 % 79 - 35)),
                               int16_t(scale * (30 - i * 13 % 71)), int16_t(scale * (i * 7 % 61 - 30))};
         }
-        ExpectMapped<SelectiveMap>(record, SelectivePlainly);
+        ExpectMapped<SelectiveMap, &Kernels::mapSelectiveRow>(record, SelectivePlainly);
     }
 }
 

@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-#include "document/channel_codec.h"
+#include "document/plane_format.h"
 
 namespace tessary::test {
 

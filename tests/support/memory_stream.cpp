@@ -36,7 +36,7 @@ HRESULT STDMETHODCALLTYPE MemoryStream::Seek(LARGE_INTEGER move, DWORD origin, U
 }
 
 HRESULT STDMETHODCALLTYPE MemoryStream::Stat(STATSTG* stat, DWORD) {
-    if (Fails()) return E_FAIL;
+    if (Fails() || statFails) return E_FAIL;
     stat->cbSize.QuadPart = hasSize ? size : m_bytes.size();
     return S_OK;
 }

@@ -25,6 +25,7 @@ public:
     bool seekSticks = false;                 // Seek succeeds, stays where it is and says so
     int64_t seekMisses = 0;                  // Seek lands so many bytes behind its target and says so
     bool claimsMore = false;                 // Read reports one byte more than it was asked for
+    bool statFails = false;                  // Stat fails when true
     bool hasSize = false;                    // Stat reports `size` in place of the number of bytes
     uint64_t size = 0;
     uint64_t changeCall = 0;  // from this call on the stream holds `changed`

@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "tests/support/com_host.h"
+#include "tests/support/float_state.h"
 
 namespace tessary::test {
 namespace {
@@ -208,6 +209,12 @@ TEST(Decoder, ReadsAheadInLargePieces) {
     const uint64_t calls = stream.calls;
     EXPECT_FALSE(PixelsOf(FrameOf(decoder)).empty());
     EXPECT_LE(stream.calls - calls, 10u);
+}
+
+TEST(Decoder, TakesStreamsThatDoNotTellTheirSize) {
+    MemoryStream stream(RichDocument().Build());
+    stream.statFails = true;
+    EXPECT_EQ(PixelsOf(FrameOf(OpenDecoder(stream))), RichPixels());
 }
 
 TEST(Objects, AnswerWithAndWithoutADocument) {
@@ -432,6 +439,58 @@ TEST(Thumbnail, BecomesTheSizeOfTheRecord) {
         // Who finds the way behind the source cannot give it other pixels.
         const auto init = source.As<IThumbnailBitmapSourcePrivate>(IID_IThumbnailBitmapSourcePrivate);
         EXPECT_EQ(init->Initialize(nullptr), E_UNEXPECTED);
+    }
+}
+
+TEST(FloatEnvironment, IsTheHostsOutsideAndTheSameInside) {
+    const Bytes jpeg = EncodeJpeg(8, 8, {GUID_WICPixelFormat8bppGray, {60}, {200}});
+    ByteWriter thumbnail;  // is converted and scaled
+    thumbnail.U32(1).U32(5).U32(5).U32(16).U32(80).U32(static_cast<uint32_t>(jpeg.size())).U16(24).U16(1);
+    std::vector<Bytes> files = DocumentsOfMuchArithmetic();
+    DocumentBuilder rest = SmallDocument().Resource(1036, thumbnail.Raw(jpeg)).Resource(1039, kProfile);
+    files.push_back(rest.Resource(1058, tools::TinyExif()).Resource(1060, tools::TinyXmp()).Build());
+    IfdFactory factory;
+    for (const Bytes& file : files) {
+        MemoryStream stream(file);
+        const Bytes want = PixelsOf(FrameOf(OpenDecoder(stream)));
+        ASSERT_FALSE(want.empty());
+        for (const FloatState& state : kFloatStates) {
+            ComPtr<IWICBitmapDecoder> decoder;
+            ComPtr<Frame> frame;
+            ComPtr<IWICBitmapSource> thumbnails[2];
+            ComPtr<IWICMetadataReader> reader;
+            const auto context = NewColorContext();
+            IWICColorContext* contexts[] = {context.get()};
+            DWORD capability = 0;
+            UINT actual = 0;
+            double x = 0, y = 0;
+            Bytes pixels(want.size()), small(80);
+            const UINT bytes = static_cast<UINT>(want.size()), stride = want.size() == 48 ? 16 : 64;
+            const bool rich = stride == 16;
+            const std::pair<const char*, std::function<HRESULT()>> calls[] = {
+                {"create", [&] { return decoder = NewDecoder(), S_OK; }},
+                {"ask", [&] { return decoder->QueryCapability(&stream, &capability); }},
+                {"open", [&] { return decoder->Initialize(&stream, WICDecodeMetadataCacheOnDemand); }},
+                {"frame", [&] { return decoder->GetFrame(0, frame.Put()); }},
+                {"resolution", [&] { return frame->GetResolution(&x, &y); }},
+                {"pixels", [&] { return frame->CopyPixels(nullptr, stride, bytes, pixels.data()); }},
+                {"profile", [&] { return frame->GetColorContexts(1, contexts, &actual); }},
+                {"metadata",
+                 [&] {
+                     Reinitialize(frame, &stream, factory.get());
+                     return rich ? BlocksOf(frame)->GetReaderByIndex(0, reader.Put()) : S_OK;
+                 }},
+                {"thumbnail", [&] { return rich ? frame->GetThumbnail(thumbnails[0].Put()) : S_OK; }},
+                {"its pixels",
+                 [&] { return rich ? thumbnails[0]->CopyPixels(nullptr, 16, 80, small.data()) : S_OK; }},
+            };
+            for (const auto& [what, call] : calls) {
+                HRESULT result = E_FAIL;
+                EXPECT_TRUE(KeepsFloatState(state, [&, &made = call] { result = made(); })) << what;
+                ASSERT_EQ(result, S_OK) << what << " of document " << &file - files.data();
+            }
+            EXPECT_EQ(pixels, want) << "document " << &file - files.data();
+        }
     }
 }
 

@@ -1,4 +1,4 @@
-#include "render/vector_path.h"
+#include "render/kernels.h"
 
 #include <immintrin.h>
 
@@ -9,6 +9,10 @@
 #endif
 
 namespace tessary {
+
+namespace avx2 {
+extern const Kernels kKernels;
+}
 
 namespace {
 
@@ -29,18 +33,18 @@ CpuidRegisters Cpuid(unsigned leaf) {
 #endif
 }
 
-VectorPath FindWidestPath() {
+bool HasAvx2() {
     constexpr unsigned kSystemSavesState = 1u << 27, kAvx2 = 1u << 5;  // in leaves 1 and 7
     constexpr unsigned kWideRegisters = 6;                             // saved by the system
-    if (Cpuid(0).a < 7 || !(Cpuid(1).c & kSystemSavesState)) return VectorPath::kSse2;
+    if (Cpuid(0).a < 7 || !(Cpuid(1).c & kSystemSavesState)) return false;
     const bool areSaved = (_xgetbv(0) & kWideRegisters) == kWideRegisters;
-    return areSaved && (Cpuid(7).b & kAvx2) ? VectorPath::kAvx2 : VectorPath::kSse2;
+    return areSaved && (Cpuid(7).b & kAvx2);
 }
 
-const VectorPath kWidestPath = FindWidestPath();
+const Kernels& kWidest = HasAvx2() ? avx2::kKernels : sse2::kKernels;
 
 }  // namespace
 
-VectorPath WidestVectorPath() { return kWidestPath; }
+const Kernels& WidestKernels() { return kWidest; }
 
 }  // namespace tessary

@@ -1,0 +1,61 @@
+// Every limit on what a file may cost its host, in memory and in time, and the counters that go with them.
+// Files come from strangers; the limits lie where no document that somebody made comes near them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tessary {
+
+// What one document has used up.
+struct Allowance {
+    uint64_t filledPixels = 0;     // of layers, that stored data has really filled
+    uint64_t stepsSpent = 0;       // see SpendSteps
+    uint64_t recordBytes = 0;      // of all property lists
+    uint64_t keptEffectBytes = 0;  // of effects that are kept for the next Render
+};
+
+// 1. A size is believed up to 128 MiB. Beyond that the bytes that can still arrive have to be able to fill
+// it, each worth `expansion` of its own; and since data that somebody cut short still has to open, each
+// counts as much as it does for pixels.
+bool IsBelieved(uint64_t bytes, uint64_t inputBytes, uint32_t expansion);
+
+// 2. Pixels (of the canvas, the merged image, a layer, a mask, the buffer of an effect) are kept up to 128
+// MiB. Beyond that they need a byte of the file for every 256 of theirs, or as many pixels that data has
+// filled.
+bool MayKeepPixels(uint64_t bytes, uint64_t inputBytes, uint64_t filledPixels);
+
+// 3. Drawing: pixels that data has filled are paid for. Adjustments, effects and unfilled pixels are charged
+// in steps of about a nanosecond against ten seconds and 250 steps for every filled pixel. SpendSteps gives
+// false, and takes nothing, when that is too much; then the thing is left out, as a last resort.
+void CountFilled(Allowance& allowance, uint64_t pixels);
+bool SpendSteps(Allowance& allowance, uint64_t steps);
+
+// Steps that columns x rows of so many steps a pixel take. To begin a row costs, too: on a canvas it lies in
+// a page of its own. UINT64_MAX when they cannot be counted.
+uint64_t StepsOver(uint64_t columns, uint64_t rows, uint64_t perPixel);
+
+// 4. Records of properties: a few bytes of a file make some hundred of memory. All of a document may take
+// 16 MiB and 24 bytes for each byte delivered.
+bool TakeRecord(Allowance& allowance, uint64_t bytes, uint64_t deliveredBytes);
+
+// 5. Bytes that are kept as they stand (a profile, a thumbnail, a palette) but for a small share need a
+// hundredth of them to arrive: what is made of them is written, and so real memory.
+bool MayKeepBytes(uint64_t bytes, uint64_t arrivedBytes);
+
+// 6. Buffers of effects are kept for the next Render up to 8 MiB in all: a layer of one pixel can have a
+// shadow of a megabyte, and a small file thousands of such layers.
+bool KeepEffect(Allowance& allowance, uint64_t bytes);
+
+// 7. A stream may deliver for ever, and loops that count what is in a file would go on with it. Sizes are
+// signed, so a document ends before this.
+inline constexpr uint64_t kMostDeliveredBytes = uint64_t{1} << 31;
+
+// 8. No document that is shown has as many alpha channels, and the record of an empty name takes hundreds of
+// bytes for its single one.
+inline constexpr uint32_t kMostAlphaNames = 4096;
+
+// 9. Pixels of the embedded thumbnail, which the system's JPEG decoder makes.
+inline constexpr uint64_t kMostThumbnailBytes = uint64_t{64} << 20;
+
+}  // namespace tessary

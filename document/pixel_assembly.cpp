@@ -1,0 +1,171 @@
+#include "document/pixel_assembly.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace tessary {
+namespace {
+
+constexpr size_t kStepBytes = 1u << 14;
+constexpr uint64_t kUnfilledSteps = 2;  // nanoseconds that a pixel takes which no data fills
+
+struct Step {
+    uint64_t row;
+    size_t rows;
+    size_t bytes;  // of a plane
+};
+
+// Of a plane once its samples are bytes; bits stay bits.
+uint64_t RowBytes(const PlaneBlock& block) { return PlaneRowBytes(block.width, std::min(block.depth, 8u)); }
+
+Step StepAt(const PlaneBlock& block, uint64_t row) {
+    const uint64_t rows = std::min<uint64_t>(RowsAtOnce(block.width, block.depth), block.height - row);
+    return {row, static_cast<size_t>(rows), static_cast<size_t>(rows * RowBytes(block))};
+}
+
+bool TakeMemory(PixelAssembly& assembly, Owned<uint32_t>& spare) {
+    if (assembly.pixels) return true;
+    const PlaneBlock& block = assembly.block;
+    const size_t rows = RowsAtOnce(block.width, block.depth);
+    const uint64_t decoded = RowBufferBytes({block.width, block.height, block.depth, rows}, rows);
+    const uint64_t reduced = rows * RowBytes(block);
+    assembly.buffers = AllocateZeroed<uint8_t>({decoded + (1 + 4) * reduced});
+    if (!assembly.buffers) return false;
+    assembly.zeroRows = assembly.buffers.get() + decoded;
+    assembly.bundleRows = assembly.zeroRows + reduced;
+
+    const auto pixels = CheckedProduct({block.width, block.height});
+    if (pixels && spare.count() >= *pixels && spare) {
+        assembly.pixels = std::move(spare);
+    } else {
+        spare.Reset();
+        assembly.pixels = AllocateZeroed<uint32_t>({block.width, block.height});
+    }
+    return static_cast<bool>(assembly.pixels);
+}
+
+// Whether the pixels up to the end of the step may be real memory, and the unfilled ones of them be drawn.
+bool MayFill(PixelAssembly& assembly, const Step& step, uint64_t inputBytes, uint64_t filled,
+             Allowance& allowance) {
+    const uint64_t pixels = (step.row + step.rows) * assembly.block.width;
+    if (!MayKeepPixels(pixels * sizeof(uint32_t), inputBytes, filled)) return false;
+    const uint64_t unfilled = pixels - std::min(pixels, filled);
+    if (unfilled <= assembly.chargedPixels) return true;
+    if (!SpendSteps(allowance, kUnfilledSteps * (unfilled - assembly.chargedPixels))) return false;
+    assembly.chargedPixels = unfilled;
+    return true;
+}
+
+// The rows of all planes but the last, for a step that begins at this row.
+uint8_t* BundleAt(const PixelAssembly& assembly, uint64_t row) {
+    const size_t width = assembly.block.width, stored = assembly.planeCount - 1;
+    uint8_t* const memory = reinterpret_cast<uint8_t*>(assembly.pixels.get());
+    return memory + (4 - stored) * width * assembly.block.height + stored * width * row;
+}
+
+// Takes note of rows that are not transparent throughout.
+void ExtendCoveredRows(PixelAssembly& assembly, const Step& step, const uint8_t* alphas) {
+    // All are 0 where the first is and each is as the one before.
+    if (alphas && alphas[0] == 0 && std::memcmp(alphas, alphas + 1, step.bytes - 1) == 0) return;
+    if (assembly.coveredBottom == 0) assembly.coveredTop = step.row;
+    assembly.coveredBottom = step.row + step.rows;
+}
+
+// Converts a bundle and the last plane's rows, or zeros for rows that did not come.
+void ConvertStep(PixelAssembly& assembly, const Step& step, uint8_t lastRole, const uint8_t* rows) {
+    PlaneBlock block = assembly.block;
+    block.height = static_cast<uint32_t>(step.rows);
+    block.depth = std::min(block.depth, 8u);
+    uint32_t* const out = assembly.pixels.get() + step.row * block.width;
+    const auto place = [&](uint8_t role, const uint8_t* plane) {
+        (role == kRoleAlpha ? block.alpha : block.color[role - kRoleColor]) = plane;
+    };
+    if (assembly.arrived != 0) {
+        const uint8_t* bundle = BundleAt(assembly, step.row);
+        // The last bundles lie where their own pixels go.
+        if (bundle < reinterpret_cast<const uint8_t*>(out + step.rows * block.width)) {
+            std::memcpy(assembly.bundleRows, bundle, assembly.arrived * step.bytes);
+            bundle = assembly.bundleRows;
+        }
+        for (uint32_t i = 0; i < assembly.arrived; ++i)
+            place(assembly.roles[i],
+                  step.row < assembly.rows[i] ? bundle + i * step.bytes : assembly.zeroRows);
+    }
+    if (lastRole != kRoleCount) place(lastRole, rows ? rows : assembly.zeroRows);
+    ConvertPlanes(block, out);
+    if (step.bytes != 0) ExtendCoveredRows(assembly, step, block.alpha);
+}
+
+void NotKept(PixelAssembly& assembly) {
+    assembly.isKept = false;
+    assembly.pixels.Reset();
+}
+
+}  // namespace
+
+size_t RowsAtOnce(uint32_t width, uint32_t depth) {
+    const uint64_t rowBytes = PlaneRowBytes(width, depth);
+    if (rowBytes == 0) return size_t{1} << 30;  // without samples there can be four billion rows
+    return static_cast<size_t>(std::max<uint64_t>(kStepBytes / rowBytes, 1));
+}
+
+PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t role, Allowance& allowance,
+                       Owned<uint32_t>& spare) {
+    if (!assembly.isKept) return DropPlanes(decoder);
+    if (!TakeMemory(assembly, spare)) return PsdReadResult::kOutOfMemory;
+    const bool isLast = assembly.arrived + 1 == assembly.planeCount;
+    const uint64_t samplesBefore = FilledSamples(decoder), bytesBefore = decoder.source.arrived;
+    uint64_t filled = assembly.filledPixels, came = 0;
+    for (uint64_t row = 0; row < assembly.block.height;) {
+        const Step step = StepAt(assembly.block, row);
+        row += step.rows;
+        const uint8_t* rows = nullptr;
+        if (!HasEnded(decoder)) {
+            const PsdReadResult result = NextRows(decoder, step.rows, assembly.buffers.get(), rows);
+            if (result != PsdReadResult::kOk) return result;
+            came = row;
+        } else if (!isLast) {
+            break;
+        }
+        filled = std::max(filled, FilledSamples(decoder) - samplesBefore);
+        const uint64_t bytes = assembly.inputBytes + decoder.source.arrived - bytesBefore;
+        if (!MayFill(assembly, step, bytes, filled, allowance)) {
+            NotKept(assembly);
+            return DropPlanes(decoder);
+        }
+        if (isLast) {
+            ConvertStep(assembly, step, role, rows);
+        } else {
+            std::memcpy(BundleAt(assembly, step.row) + assembly.arrived * step.bytes, rows, step.bytes);
+        }
+    }
+    assembly.filledPixels = filled;
+    assembly.inputBytes += decoder.source.arrived - bytesBefore;
+    assembly.rows[assembly.arrived] = came;
+    assembly.roles[assembly.arrived++] = role;
+    return PsdReadResult::kOk;
+}
+
+PsdReadResult FinishPixels(PixelAssembly& assembly, Allowance& allowance, Owned<uint32_t>& spare,
+                           Owned<uint32_t>& pixels) {
+    const PlaneBlock& block = assembly.block;
+    if (assembly.isKept && assembly.planeCount == 0) {
+        if (!TakeMemory(assembly, spare)) return PsdReadResult::kOutOfMemory;
+        for (uint64_t row = 0; row < block.height && assembly.isKept;) {
+            const Step step = StepAt(block, row);
+            row += step.rows;
+            if (!MayFill(assembly, step, assembly.inputBytes, 0, allowance)) {
+                NotKept(assembly);
+            } else if (ConvertsPlanes(block)) {
+                ConvertStep(assembly, step, kRoleCount, nullptr);
+            } else {
+                std::fill_n(assembly.pixels.get() + step.row * block.width, step.rows * block.width, 0u);
+            }
+        }
+    }
+    pixels = std::move(assembly.pixels);
+    return PsdReadResult::kOk;
+}
+
+}  // namespace tessary

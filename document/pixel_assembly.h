@@ -1,0 +1,59 @@
+// Planes come together in the memory of their pixels.
+//
+// Of n planes all but the last are stored, in the last n-1 quarters of that memory: for each step of rows a
+// bundle of theirs, one plane behind the other, so that the bundle at row y lies at (5-n)N + (n-1)Wy, where N
+// is width x height. The last plane is not stored: its rows and those of a bundle are what is converted, to
+// pixels at 4Wy, which never lie behind their bundle. Five planes fit as well.
+#pragma once
+
+#include <cstdint>
+
+#include "document/plane_decoder.h"
+#include "document/psd_document.h"
+#include "render/color_convert.h"
+
+namespace tessary {
+
+// Which plane of the image a plane is.
+enum PlaneRole : uint8_t {
+    kRoleAlpha,
+    kRoleColor,  // and the colours behind it, up to four
+    kRoleCount = kRoleColor + 4,
+};
+
+struct PixelAssembly {
+    PlaneBlock block;         // mode, stored depth, size, palette and number of planes of the image
+    uint32_t planeCount = 0;  // that will be added, in any order
+    bool isKept = true;       // false: the planes are only decoded
+    Owned<uint32_t> pixels;   // width x height words and perhaps more
+
+    uint32_t arrived = 0;  // planes
+    uint8_t roles[kMostPlanes] = {};
+    uint64_t rows[kMostPlanes] = {};  // that came of each
+    uint64_t inputBytes = 0;          // that all planes came from
+    uint64_t filledPixels = 0;        // of the plane with most samples
+    uint64_t chargedPixels = 0;       // unfilled ones
+    uint64_t coveredTop = 0;          // all rows outside are known to be transparent
+    uint64_t coveredBottom = 0;
+
+    Owned<uint8_t> buffers;  // rows of a step: as they are decoded, of zeros, and of a bundle
+    uint8_t* zeroRows = nullptr;
+    uint8_t* bundleRows = nullptr;
+};
+
+// Rows that planes are decoded and converted in at once, so that they stay in the caches.
+size_t RowsAtOnce(uint32_t width, uint32_t depth);
+
+// Decodes a plane of assembly.block's size and joins it to the others. Pixels that the allowance does not
+// cover are not kept. kInflateFailed, kOutOfMemory.
+//   decoder  begun with RowsAtOnce; may hold further planes behind this one
+//   spare    memory of pixels to be used again where it is enough, whatever it holds; or null
+PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t role, Allowance& allowance,
+                       Owned<uint32_t>& spare);
+
+// Gives out the pixels when all planes have been added, also when there are none; null when they are not
+// kept. kOutOfMemory.
+PsdReadResult FinishPixels(PixelAssembly& assembly, Allowance& allowance, Owned<uint32_t>& spare,
+                           Owned<uint32_t>& pixels);
+
+}  // namespace tessary

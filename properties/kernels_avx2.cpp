@@ -1,0 +1,2 @@
+#define TESSARY_AVX2
+#include "properties/kernel_loops.h"

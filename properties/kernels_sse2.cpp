@@ -1,0 +1,1 @@
+#include "properties/kernel_loops.h"

@@ -1,2 +1,0 @@
-#define TESSARY_AVX2
-#include "render/blend_loops.h"
