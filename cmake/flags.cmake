@@ -28,6 +28,24 @@ endif()
 if(TESSARY_FAULT_INJECTION)
   target_compile_definitions(tessary_flags INTERFACE TESSARY_FAULT_INJECTION)
 endif()
+if(WIN32 AND NOT MSVC)  # there these are the defaults
+  # What makes attacks hard; check_dll.sh looks for it. And no time stamps: the same sources give the same bytes.
+  add_compile_options(-fstack-protector-strong)
+  add_link_options(-fstack-protector-strong -Wl,--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp)
+  # Control-flow guard takes a compiler, a linker and a run-time library that know it; Debian's mingw-w64 is built
+  # without, so that this stays off there.
+  include(CheckCXXSourceCompiles)
+  set(CMAKE_REQUIRED_FLAGS -mguard=cf)
+  set(CMAKE_REQUIRED_LINK_OPTIONS -mguard=cf -Wl,--fatal-warnings)
+  check_cxx_source_compiles("extern \"C\" const int _load_config_used; int main() { return _load_config_used; }"
+                            TESSARY_HAS_GUARD)
+  unset(CMAKE_REQUIRED_FLAGS)
+  unset(CMAKE_REQUIRED_LINK_OPTIONS)
+  if(TESSARY_HAS_GUARD)
+    add_compile_options(-mguard=cf)
+    add_link_options(-mguard=cf)
+  endif()
+endif()
 if(WIN32)
   target_compile_definitions(tessary_flags INTERFACE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX
                                                      _WIN32_WINNT=0x0601

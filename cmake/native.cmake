@@ -2,6 +2,7 @@
 find_package(PNG REQUIRED)
 add_executable(psdrender tools/psdrender.cpp)
 target_link_libraries(psdrender PRIVATE codec_core PNG::PNG)
+target_include_directories(psdrender PRIVATE ${version_folder})
 
 add_executable(make_samples tools/make_samples.cpp tools/bombs.cpp)
 target_link_libraries(make_samples PRIVATE document_builder)

@@ -7,7 +7,9 @@ here=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX=${WINEPREFIX:-$here/build/windows/wine-prefix}
 export WINEDEBUG=${WINEDEBUG:--all}
 export DISPLAY=
-wine=$(command -v wine64 || command -v wine || echo /usr/lib/wine/wine64)
+export XDG_RUNTIME_DIR=${XDG_RUNTIME_DIR:-$WINEPREFIX} # newer versions of Wine complain when it is not set
+wine=/usr/lib/wine/wine64 # the program itself, for Debian's "wine" asks for 32-bit parts that nothing here needs
+[ -x "$wine" ] || wine=$(command -v wine64 || command -v wine)
 if [ ! -e "$WINEPREFIX/system.reg" ]; then
     mkdir -p "$WINEPREFIX"
     "$wine" wineboot -i >/dev/null 2>&1 || {

@@ -28,8 +28,13 @@ foreach(folder document render properties frontend)
   add_test_program(${folder}_tests ${sources})
 endforeach()
 add_test_program(whole_tests tests/whole_test.cpp)
+target_compile_definitions(whole_tests PRIVATE TESSARY_CORPUS="${TESSARY_CORPUS}")
 
 if(NOT WIN32)
+  add_test(NAME native.psdrender_refuses COMMAND psdrender ${PROJECT_SOURCE_DIR}/README.md out.png)
+  set_tests_properties(native.psdrender_refuses PROPERTIES PASS_REGULAR_EXPRESSION "README.md is not a Photoshop document\n$")
+  add_test(NAME native.psdrender_names COMMAND psdrender in.psd out.jpg)
+  set_tests_properties(native.psdrender_names PROPERTIES PASS_REGULAR_EXPRESSION "end in .png.*usage: ")
   # Large documents, one after another in one process; smaller where sanitizers watch.
   add_executable(honest_test tests/honest_test.cpp)
   target_link_libraries(honest_test PRIVATE document_builder ${gtest_libraries})
@@ -54,11 +59,13 @@ if(WIN32)
     target_compile_definitions(${name} PRIVATE TESSARY_DLL_DIR="${TESSARY_DLL_DIR}")
     add_dependencies(${name} Tessary)
   endforeach()
+  add_test(NAME windows.tools COMMAND ${PROJECT_SOURCE_DIR}/tests/windows/tools_test.sh ${PROJECT_BINARY_DIR})
+  set_tests_properties(windows.tools PROPERTIES TIMEOUT 900)
   # The samples of the native build, when there is one.
   add_test(NAME windows.replay COMMAND ${PROJECT_SOURCE_DIR}/tools/replay.py --damage 100
                                        ${PROJECT_SOURCE_DIR}/build/native/small_samples)
   set_tests_properties(windows.replay PROPERTIES FIXTURES_REQUIRED wine RESOURCE_LOCK wine TIMEOUT 900
                                                  SKIP_RETURN_CODE 77)
-  # Running one script of the six, or a damaged one, is beyond the exports.
-  target_sources(registration_test PRIVATE frontend/registration.cpp frontend/registry_writer.cpp)
+  # Running one script of the six, or a damaged one, is beyond the exports, and so is what tessary-setup remembers.
+  target_link_libraries(registration_test PRIVATE windows_tools)
 endif()

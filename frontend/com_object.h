@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <objbase.h>
 #include <unknwn.h>
 
 #include <atomic>
@@ -84,6 +85,27 @@ protected:
 private:
     static constexpr ULONG kDestroying = 0x40000000;
     std::atomic<ULONG> m_references{1};
+};
+
+// A ComObject that can be used from every apartment without a proxy: IMarshal is the free-threaded
+// marshaler's.
+template <class Object, class... Interfaces>
+class FreeThreadedObject : public ComObject<Object, Interfaces...> {
+    using Base = ComObject<Object, Interfaces...>;
+
+public:
+    HRESULT FinalConstruct() {
+        return CoCreateFreeThreadedMarshaler(
+            Object::InterfaceTable().front().cast(static_cast<Object*>(this)), m_freeThreadedMarshaler.Put());
+    }
+    STDMETHODIMP QueryInterface(REFIID id, void** out) override {
+        if (out && m_freeThreadedMarshaler && IsEqualIID(id, IID_IMarshal))
+            return m_freeThreadedMarshaler->QueryInterface(id, out);
+        return Base::QueryInterface(id, out);
+    }
+
+private:
+    ComPtr<IUnknown> m_freeThreadedMarshaler;
 };
 
 // Makes an Object; null with a failure code when any step of it fails.

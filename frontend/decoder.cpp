@@ -36,17 +36,6 @@ std::span<const InterfaceRow> CTessary::InterfaceTable() {
     return kTable;
 }
 
-HRESULT CTessary::FinalConstruct() {
-    return CoCreateFreeThreadedMarshaler(static_cast<ITessary*>(this), m_freeThreadedMarshaler.Put());
-}
-
-STDMETHODIMP CTessary::QueryInterface(REFIID id, void** out) {
-    if (out && m_freeThreadedMarshaler && IsEqualIID(id, IID_IMarshal)) {
-        return m_freeThreadedMarshaler->QueryInterface(id, out);
-    }
-    return ComObject::QueryInterface(id, out);
-}
-
 STDMETHODIMP_(ITessary*) CTessary::GetTessary() { return this; }
 
 // Looks at the held stream, which stays where it is. What is not a document leaves its size at most.

@@ -6,13 +6,10 @@
 
 namespace tessary {
 
-class CTessary final : public ComObject<CTessary, ITessary, IWICBitmapDecoder, IWICMetadataBlockReader> {
+class CTessary final
+    : public FreeThreadedObject<CTessary, ITessary, IWICBitmapDecoder, IWICMetadataBlockReader> {
 public:
     static std::span<const InterfaceRow> InterfaceTable();
-    HRESULT FinalConstruct();
-
-    // IMarshal is the free-threaded marshaler's.
-    STDMETHODIMP QueryInterface(REFIID id, void** out) override;
 
     // ITessary
     STDMETHODIMP_(ITessary*) GetTessary() override;
@@ -53,7 +50,6 @@ private:
     ReadyCriticalSection m_lock;  // for every use of the stream, and for the fields that change
     ComPtr<IWICImagingFactory> m_imagingFactory;
     ComPtr<IWICComponentFactory> m_componentFactory;
-    ComPtr<IUnknown> m_freeThreadedMarshaler;
 };
 
 }  // namespace tessary

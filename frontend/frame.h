@@ -9,8 +9,8 @@
 namespace tessary {
 
 class CTessaryBitmapFrameDecoder final
-    : public ComObject<CTessaryBitmapFrameDecoder, IWICBitmapFrameDecode, IWICMetadataBlockReader,
-                       IWICBitmapSourceTransform, ITessaryBitmapFrameDecodePrivate> {
+    : public FreeThreadedObject<CTessaryBitmapFrameDecoder, IWICBitmapFrameDecode, IWICMetadataBlockReader,
+                                IWICBitmapSourceTransform, ITessaryBitmapFrameDecodePrivate> {
 public:
     static std::span<const InterfaceRow> InterfaceTable();
 

@@ -65,19 +65,6 @@ bool HasFeature() {
     return found;
 }
 
-RegistrationChoice ExamineSystem() {
-    RegistrationChoice choice;
-    OSVERSIONINFOW version = {};
-    version.dwOSVersionInfoSize = sizeof(version);
-    if (GetVersionExW(&version)) {
-        choice.majorVersion = version.dwMajorVersion;
-        choice.minorVersion = version.dwMinorVersion;
-    }
-    choice.hasFeature = choice.majorVersion >= 6 && HasFeature();
-    choice.photoshopPresent = IsPhotoshopPresent();
-    return choice;
-}
-
 HRESULT ReadScript(std::wstring_view script, const std::wstring& modulePath, bool perUser,
                    std::vector<RegistryOperation>& operations) {
     if (script.empty()) return FailureFrom(ERROR_RESOURCE_NAME_NOT_FOUND);
@@ -128,6 +115,19 @@ HRESULT UnregisterModule(bool perUser) {
 
 }  // namespace
 
+RegistrationChoice ExamineSystem() {
+    RegistrationChoice choice;
+    OSVERSIONINFOW version = {};
+    version.dwOSVersionInfoSize = sizeof(version);
+    if (GetVersionExW(&version)) {
+        choice.majorVersion = version.dwMajorVersion;
+        choice.minorVersion = version.dwMinorVersion;
+    }
+    choice.hasFeature = choice.majorVersion >= 6 && HasFeature();
+    choice.photoshopPresent = IsPhotoshopPresent();
+    return choice;
+}
+
 WORD ChooseScript(const RegistrationChoice& choice) {
     if (choice.hasFeature) {
         return choice.photoshopPresent ? IDR_PHOTOSHOP_PRESENT_FEATURE : IDR_PHOTOSHOP_ABSENT_FEATURE;
@@ -152,6 +152,12 @@ bool IsPhotoshopPresent() {
         return true;
     }
     return false;
+}
+
+HRESULT ReadOwnScript(const std::wstring& modulePath, bool perUser,
+                      std::vector<RegistryOperation>& operations) {
+    return ReadScript(LoadScript(OwnModule(), ChooseScript(ExamineSystem())), modulePath, perUser,
+                      operations);
 }
 
 HRESULT InstallScript(std::wstring_view script, const std::wstring& modulePath, bool perUser,

@@ -29,11 +29,18 @@ struct RegistrationChoice {
     bool photoshopPresent = false;
 };
 
+RegistrationChoice ExamineSystem();
+
 // The resource number of the script.
 WORD ChooseScript(const RegistrationChoice& choice);
 
 // Whether any of Photoshop's own keys opens under HKEY_CLASSES_ROOT.
 bool IsPhotoshopPresent();
+
+// What registering a server at `modulePath` does on this system, out of the scripts of the calling module.
+// May throw std::bad_alloc.
+HRESULT ReadOwnScript(const std::wstring& modulePath, bool perUser,
+                      std::vector<RegistryOperation>& operations);
 
 // Runs a script for a server at `modulePath`. May throw std::bad_alloc.
 HRESULT InstallScript(std::wstring_view script, const std::wstring& modulePath, bool perUser,

@@ -58,10 +58,54 @@ OpenKey KeyOf(const RegistryOperation& operation, const OpenKey* parent) {
                    parent->path().empty() ? operation.name : parent->path() + L"\\" + operation.name);
 }
 
-struct RawValue {
-    DWORD type = REG_NONE;
-    std::vector<BYTE> data;
-};
+LSTATUS MissingIsFine(LSTATUS status) { return status == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : status; }
+
+LSTATUS SetValue(const OpenKey& key, const std::wstring& name, const RegistryValue& value,
+                 RegistryJournal& journal) {
+    const RawValue raw = RawValueOf(value);
+    const LSTATUS status = journal.BeforeSettingValue(key.get(), key.root(), key.path(), name);
+    return status == ERROR_SUCCESS ? WriteRawValue(key.get(), name, raw) : status;
+}
+
+LSTATUS DeleteTree(const OpenKey& key, RegistryJournal& journal) {
+    const LSTATUS status = journal.BeforeDeletingTree(key.root(), key.path());
+    if (status != ERROR_SUCCESS) return MissingIsFine(status);
+    return MissingIsFine(RegDeleteTreeW(key.root(), key.path().c_str()));
+}
+
+LSTATUS EnterKey(OpenKey& key, const RegistryOperation& operation, RegistryJournal& journal) {
+    LSTATUS status = ERROR_SUCCESS;
+    if (operation.removal == RegistryRemoval::kForceRemove) status = DeleteTree(key, journal);
+    if (status == ERROR_SUCCESS) status = key.Open();
+    if (status == ERROR_FILE_NOT_FOUND) {
+        journal.BeforeCreatingKey(key.root(), key.path());
+        status = key.Create();
+    }
+    if (status != ERROR_SUCCESS || operation.value.type == RegistryValueType::kNone) return status;
+    return SetValue(key, {}, operation.value, journal);
+}
+
+// The end of a key that is being removed: its default value, and the key when nothing is left.
+LSTATUS RemoveKey(const RegistryOperation& operation, const OpenKey& key) {
+    if (operation.root != RegistryRoot::kNone) return ERROR_SUCCESS;
+    if (operation.value.type != RegistryValueType::kNone) {
+        const RawValue written = RawValueOf(operation.value);
+        RawValue found;
+        LSTATUS status = ReadRawValue(key.get(), {}, found);
+        if (status == ERROR_SUCCESS && found == written) {
+            status = RegDeleteValueW(key.get(), nullptr);
+        }
+        if (MissingIsFine(status) != ERROR_SUCCESS) return status;
+    }
+    if (operation.removal == RegistryRemoval::kNoRemove) return ERROR_SUCCESS;
+    DWORD subkeys = 0, values = 0;
+    const LSTATUS status = RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr,
+                                            &values, nullptr, nullptr, nullptr, nullptr);
+    if (status != ERROR_SUCCESS || subkeys != 0 || values != 0) return status;
+    return MissingIsFine(RegDeleteKeyW(key.root(), key.path().c_str()));
+}
+
+}  // namespace
 
 RawValue RawValueOf(const RegistryValue& value) {
     RawValue raw;
@@ -105,58 +149,10 @@ LSTATUS ReadRawValue(HKEY key, const std::wstring& name, RawValue& value) {
     return status;
 }
 
-LSTATUS WriteRawValue(HKEY key, const std::wstring& name, DWORD type, const std::vector<BYTE>& data) {
-    return RegSetValueExW(key, name.c_str(), 0, type, data.data(), static_cast<DWORD>(data.size()));
+LSTATUS WriteRawValue(HKEY key, const std::wstring& name, const RawValue& value) {
+    return RegSetValueExW(key, name.c_str(), 0, value.type, value.data.data(),
+                          static_cast<DWORD>(value.data.size()));
 }
-
-LSTATUS MissingIsFine(LSTATUS status) { return status == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : status; }
-
-LSTATUS SetValue(const OpenKey& key, const std::wstring& name, const RegistryValue& value,
-                 RegistryJournal& journal) {
-    const RawValue raw = RawValueOf(value);
-    const LSTATUS status = journal.BeforeSettingValue(key.get(), key.root(), key.path(), name);
-    return status == ERROR_SUCCESS ? WriteRawValue(key.get(), name, raw.type, raw.data) : status;
-}
-
-LSTATUS DeleteTree(const OpenKey& key, RegistryJournal& journal) {
-    const LSTATUS status = journal.BeforeDeletingTree(key.root(), key.path());
-    if (status != ERROR_SUCCESS) return MissingIsFine(status);
-    return MissingIsFine(RegDeleteTreeW(key.root(), key.path().c_str()));
-}
-
-LSTATUS EnterKey(OpenKey& key, const RegistryOperation& operation, RegistryJournal& journal) {
-    LSTATUS status = ERROR_SUCCESS;
-    if (operation.removal == RegistryRemoval::kForceRemove) status = DeleteTree(key, journal);
-    if (status == ERROR_SUCCESS) status = key.Open();
-    if (status == ERROR_FILE_NOT_FOUND) {
-        journal.BeforeCreatingKey(key.root(), key.path());
-        status = key.Create();
-    }
-    if (status != ERROR_SUCCESS || operation.value.type == RegistryValueType::kNone) return status;
-    return SetValue(key, {}, operation.value, journal);
-}
-
-// The end of a key that is being removed: its default value, and the key when nothing is left.
-LSTATUS RemoveKey(const RegistryOperation& operation, const OpenKey& key) {
-    if (operation.root != RegistryRoot::kNone) return ERROR_SUCCESS;
-    if (operation.value.type != RegistryValueType::kNone) {
-        const RawValue written = RawValueOf(operation.value);
-        RawValue found;
-        LSTATUS status = ReadRawValue(key.get(), {}, found);
-        if (status == ERROR_SUCCESS && found.type == written.type && found.data == written.data) {
-            status = RegDeleteValueW(key.get(), nullptr);
-        }
-        if (MissingIsFine(status) != ERROR_SUCCESS) return status;
-    }
-    if (operation.removal == RegistryRemoval::kNoRemove) return ERROR_SUCCESS;
-    DWORD subkeys = 0, values = 0;
-    const LSTATUS status = RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr,
-                                            &values, nullptr, nullptr, nullptr, nullptr);
-    if (status != ERROR_SUCCESS || subkeys != 0 || values != 0) return status;
-    return MissingIsFine(RegDeleteKeyW(key.root(), key.path().c_str()));
-}
-
-}  // namespace
 
 RegistryJournal::~RegistryJournal() {
     for (size_t i = m_steps.size(); i > 0; --i) {
@@ -173,13 +169,13 @@ RegistryJournal::~RegistryJournal() {
                                   KEY_SET_VALUE, nullptr, &key, nullptr);
         if (status != ERROR_SUCCESS) continue;
         if (step.undo == Undo::kDeleteValue) RegDeleteValueW(key, step.name.c_str());
-        if (step.undo == Undo::kSetValue) WriteRawValue(key, step.name, step.type, step.data);
+        if (step.undo == Undo::kSetValue) WriteRawValue(key, step.name, step.value);
         RegCloseKey(key);
     }
 }
 
 void RegistryJournal::BeforeCreatingKey(HKEY root, const std::wstring& path) {
-    m_steps.push_back({Undo::kDeleteKey, root, path, {}, REG_NONE, {}});
+    m_steps.push_back({Undo::kDeleteKey, root, path, {}, {}});
 }
 
 LSTATUS RegistryJournal::BeforeSettingValue(HKEY key, HKEY root, const std::wstring& path,
@@ -187,9 +183,9 @@ LSTATUS RegistryJournal::BeforeSettingValue(HKEY key, HKEY root, const std::wstr
     RawValue old;
     const LSTATUS status = ReadRawValue(key, name, old);
     if (status == ERROR_SUCCESS) {
-        m_steps.push_back({Undo::kSetValue, root, path, name, old.type, std::move(old.data)});
+        m_steps.push_back({Undo::kSetValue, root, path, name, std::move(old)});
     } else if (status == ERROR_FILE_NOT_FOUND) {
-        m_steps.push_back({Undo::kDeleteValue, root, path, name, REG_NONE, {}});
+        m_steps.push_back({Undo::kDeleteValue, root, path, name, {}});
     }
     return MissingIsFine(status);
 }
@@ -214,7 +210,7 @@ LSTATUS RegistryJournal::BeforeDeletingTree(HKEY root, const std::wstring& path)
         waiting.pop_back();
         LSTATUS status = key.Open();
         if (status != ERROR_SUCCESS) return status;
-        m_steps.push_back({Undo::kCreateKey, root, key.path(), {}, REG_NONE, {}});
+        m_steps.push_back({Undo::kCreateKey, root, key.path(), {}, {}});
         status = RecordValues(key.get(), root, key.path());
         if (status != ERROR_SUCCESS) return status;
         for (DWORD i = 0;; ++i) {

@@ -11,6 +11,20 @@
 
 namespace tessary {
 
+// The data of a registry value, byte for byte.
+struct RawValue {
+    DWORD type = REG_NONE;
+    std::vector<BYTE> data;
+
+    bool operator==(const RawValue&) const = default;
+};
+
+// What registering writes for a value of a script.
+RawValue RawValueOf(const RegistryValue& value);
+// ERROR_FILE_NOT_FOUND when there is no value of this name; the empty name is the default value's.
+LSTATUS ReadRawValue(HKEY key, const std::wstring& name, RawValue& value);
+LSTATUS WriteRawValue(HKEY key, const std::wstring& name, const RawValue& value);
+
 // What stood in the registry before this program changed it. Unless Keep is called, the destructor puts
 // everything back: keys that were created go, values and trees that were replaced or deleted return.
 class RegistryJournal {
@@ -33,8 +47,7 @@ private:
         Undo undo;
         HKEY root;
         std::wstring path, name;
-        DWORD type;
-        std::vector<BYTE> data;
+        RawValue value;
     };
     LSTATUS RecordValues(HKEY key, HKEY root, const std::wstring& path);
 

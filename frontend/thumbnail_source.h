@@ -9,7 +9,7 @@ namespace tessary {
 
 // Serves a decoded thumbnail as it is; never changes after Initialize, so its methods take no lock.
 class CThumbnailBitmapSource final
-    : public ComObject<CThumbnailBitmapSource, IWICBitmapSource, IThumbnailBitmapSourcePrivate> {
+    : public FreeThreadedObject<CThumbnailBitmapSource, IWICBitmapSource, IThumbnailBitmapSourcePrivate> {
 public:
     static std::span<const InterfaceRow> InterfaceTable();
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Makes what the fuzz targets start from: usage first_inputs.py WORK DOCUMENTS.
+"""Makes what the fuzz targets start from: usage first_inputs.py WORK [DOCUMENTS].
 
-Takes the samples in WORK/samples and, where the folder is there, DOCUMENTS. Writes WORK/first/TARGET and the
+Takes the samples in WORK/samples and, the documents in the folder DOCUMENTS. Writes WORK/first/TARGET and the
 dictionary WORK/keys.dict, whose words are the keys and resource numbers in the sources.
 """
 import hashlib
@@ -25,10 +25,10 @@ def tagged_blocks(document):
             yield document[match.start() : match.end() + length + length % 2]
 
 
-def main(work, documents):
+def main(work, *folders):
     work = pathlib.Path(work)
     first = work / "first"
-    for path in [*work.glob("samples/**/*.psd"), *pathlib.Path(documents).glob("*.psd")]:
+    for path in [*work.glob("samples/**/*.psd"), *(path for folder in folders for path in pathlib.Path(folder).glob("*.psd"))]:
         data = path.read_bytes()
         if len(data) <= LARGEST:
             write(first / "open", data)

@@ -1,21 +1,21 @@
 #!/usr/bin/env bash
 # Fuzzes each target for SECONDS (60 when not given) from inputs made here, and fails on a crash, a hang, a leak or too
 # much memory. What the targets learn stays in the build directory, so that runs go on where the last one ended, and so
-# does what they find. TARGETS names some of the targets; the documents in the folder "files" of TESSARY_CORPUS are
-# first inputs, too. With 0 seconds nothing is fuzzed: what has been learnt is reduced to the inputs that are needed for
+# does what they find. TARGETS names some of the targets; the documents in the folder "files" of TESSARY_CORPUS, which is
+# a variable or an option of the build, are first inputs, too. With 0 seconds nothing is fuzzed: what has been learnt is reduced to the inputs that are needed for
 # it, in build/fuzz/learnt/least/TARGET.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
 build=build/fuzz
 learnt=$build/learnt
-corpus=${TESSARY_CORPUS:-../shared/corpus}/files
 
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target make_samples {open,render,com,descriptor,script}_fuzzer
+corpus=${TESSARY_CORPUS:-$(sed -n 's/^TESSARY_CORPUS:PATH=//p' $build/CMakeCache.txt)}
 mkdir -p "$learnt/samples" "$learnt/found"
 $build/make_samples "$learnt/samples"
-python3 fuzz/first_inputs.py "$learnt" "$corpus"
+python3 fuzz/first_inputs.py "$learnt" ${corpus:+"$corpus/files"}
 
 export ASAN_OPTIONS=allocator_may_return_null=1:quarantine_size_mb=32:detect_stack_use_after_return=0
 status=0

@@ -16,6 +16,7 @@
 #include "tools/sample_effects.h"
 #include "tools/sample_picture.h"
 #include "tools/sample_planes.h"
+#include "tools/sample_thumbnail.h"
 
 namespace tessary::tools {
 namespace {
@@ -377,7 +378,8 @@ void WritePicture(const Writer& write) {
     document.Layer(LayerOf(glints, "glints").Mode("lddg").Opacity(150));
     document.Layer(with(LayerOf(MosaicCube(92), "cube", 74, 62), effects.cube));
     document.Layer(Adjustment("curv", Curve({{0, 0}, {128, 84}, {255, 205}}), &vignette).Name("vignette"));
-    write("picture", document.Build());
+    const Bytes plain = document.Build();
+    write("picture", document.Resource(1036, ThumbnailOf(plain)).Build());
 }
 
 Bytes Cut(Bytes bytes, size_t length) {

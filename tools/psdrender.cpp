@@ -10,78 +10,59 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <optional>
+#include <filesystem>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "document/psd_result.h"
 #include "frontend/document_pixels.h"
 #include "frontend/header_probe.h"
+#include "tessary_version.h"
 #include "tools/file_stream.h"
 
 namespace tessary::tools {
 namespace {
 
-const char* NameOf(PsdReadResult result) {
+// What keeps a document from being drawn, as a sentence goes on behind its name.
+const char* Explain(PsdReadResult result) {
     static constexpr struct {
         PsdReadResult result;
-        const char* name;
-    } kNames[] = {
-#define NAMED(name) {PsdReadResult::name, #name}
-        NAMED(kOk),
-        NAMED(kNoDocument),
-        NAMED(kBadLayer),  // -2 is also kNoStream, which cannot happen here
-        NAMED(kUnknownStage),
-        NAMED(kOutOfMemory),
-        NAMED(kShortRead),
-        NAMED(kHeaderStage),
-        NAMED(kColorModeStage),
-        NAMED(kResourceStage),
-        NAMED(kLayerStage),
-        NAMED(kMergedStage),
-        NAMED(kBadDepth),
-        NAMED(kBadColorMode),
-        NAMED(kBadCompression),
-        NAMED(kEmptyBlendRanges),
-        NAMED(kEmptyArea),
-        NAMED(kInflateSetup),
-        NAMED(kInflateFailed),
-        NAMED(kBadSignature),
-        NAMED(kBadVersion),
-        NAMED(kBadResourceSignature),
-        NAMED(kBadLayerSignature),
-        NAMED(kBadLevelsVersion),
-        NAMED(kBadLevelsSignature),
-        NAMED(kBadLevelsEnd),
-        NAMED(kBadLevelsExtraVersion),
-        NAMED(kBadCurvesVersion),
-        NAMED(kBadCurvesSignature),
-        NAMED(kBadCurvesExtraVersion),
-        NAMED(kBadHueVersion),
-        NAMED(kBadSelectiveVersion),
-        NAMED(kBadMixerVersion),
-        NAMED(kBadGradientMapVersion),
-        NAMED(kBadEffectsVersion),
-        NAMED(kBadEffectSignature),
-        NAMED(kBadEffectKey),
-        NAMED(kBadCommonStateVersion),
-        NAMED(kBadSolidFillVersion),
-        NAMED(kBadGradientFillVersion),
-        NAMED(kBadBlockSignature),
-        NAMED(kBadDividerSignature),
-        NAMED(kBadPatternFillVersion),
-#undef NAMED
+        const char* meaning;
+    } kMeanings[] = {
+        {PsdReadResult::kBadLayer, "has a layer record that contradicts itself"},
+        {PsdReadResult::kOutOfMemory, "needs more memory than there is, or than its bytes can fill"},
+        {PsdReadResult::kShortRead, "ends before its picture does"},
+        {PsdReadResult::kBadDepth, "has a depth that its colour mode cannot have"},
+        {PsdReadResult::kBadColorMode, "has an unknown colour mode"},
+        {PsdReadResult::kBadCompression, "has planes of an unknown compression"},
+        {PsdReadResult::kEmptyBlendRanges, "has a layer with empty blending ranges"},
+        {PsdReadResult::kEmptyArea, "has an empty canvas"},
+        {PsdReadResult::kInflateSetup, "cannot be unpacked: the unpacker does not start"},
+        {PsdReadResult::kInflateFailed, "has planes with damaged zip data"},
+        {PsdReadResult::kBadSignature, "is not a Photoshop document"},
+        {PsdReadResult::kBadVersion, "is of a version that is not read"},
+        {PsdReadResult::kBadResourceSignature, "has damaged image resources"},
+        {PsdReadResult::kBadLayerSignature, "has a damaged layer record"},
+        {PsdReadResult::kBadBlockSignature, "has a layer with a damaged block"},
+        {PsdReadResult::kBadDividerSignature, "has a damaged group of layers"},
     };
-    for (const auto& row : kNames) {
-        if (row.result == result) return row.name;
+    for (const auto& row : kMeanings) {
+        if (row.result == result) return row.meaning;
     }
-    return "unnamed";
+    const int code = static_cast<int>(result);
+    if (code <= -503 && code >= -515)
+        return "has an adjustment layer that is damaged or of an unknown version";
+    if (code <= -516 && code >= -519) return "has layer effects that are damaged or of an unknown version";
+    if (code <= -525 && code >= -530) return "has a fill layer that is damaged or of an unknown version";
+    return "cannot be read";
 }
 
 struct Options {
-    const char* input = nullptr;
-    const char* output = nullptr;
-    int runs = 0;  // 0: no measurement
+    std::vector<std::string> inputs;
+    std::string output;     // a file, or with toFolder a folder; may be empty when time is measured
+    bool toFolder = false;  // each picture under its document's name
+    int runs = 0;           // 0: no measurement
     PictureChoice choice = PictureChoice::kAsTheFileSays;
 };
 
@@ -96,12 +77,12 @@ long PeakMemory() {
     return peak;
 }
 
-PsdReadResult Measure(const Options& options, DocumentPixels& picture) {
+PsdReadResult Measure(const Options& options, const std::string& input, DocumentPixels& picture) {
     std::vector<double> milliseconds;
     for (int run = 0; run < options.runs; ++run) {
         picture = {};
         const auto start = std::chrono::steady_clock::now();
-        FileStream stream(options.input);
+        FileStream stream(input.c_str());
         const PsdReadResult result = DecodeDocumentPixels(&stream, picture, options.choice);
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
         if (result != PsdReadResult::kOk) return result;
@@ -111,7 +92,7 @@ PsdReadResult Measure(const Options& options, DocumentPixels& picture) {
     const size_t half = milliseconds.size() / 2;
     const double median =
         milliseconds.size() % 2 ? milliseconds[half] : (milliseconds[half - 1] + milliseconds[half]) / 2;
-    std::printf("%s: %u x %u, best %.3f ms, median %.3f ms of %d, peak %ld KiB\n", options.input,
+    std::printf("%s: %u x %u, best %.3f ms, median %.3f ms of %d, peak %ld KiB\n", input.c_str(),
                 picture.width, picture.height, milliseconds.front(), median, options.runs, PeakMemory());
     return PsdReadResult::kOk;
 }
@@ -146,20 +127,62 @@ bool WriteBgra(std::FILE* file, const DocumentPixels& picture) {
     return std::fwrite(picture.pixels.get(), 4, count, file) == count;
 }
 
-bool IsPng(const char* path) { return std::string_view(path).ends_with(".png"); }
-
-bool WritePicture(const char* path, const DocumentPixels& picture) {
-    std::FILE* file = std::fopen(path, "wb");
+bool WritePicture(const std::string& path, const DocumentPixels& picture) {
+    std::FILE* file = std::fopen(path.c_str(), "wb");
     if (!file) return false;
-    const bool written = IsPng(path) ? WritePng(file, picture) : WriteBgra(file, picture);
+    const bool written = path.ends_with(".png") ? WritePng(file, picture) : WriteBgra(file, picture);
     const bool closed = std::fclose(file) == 0;
-    if (!written || !closed) std::remove(path);
+    if (!written || !closed) std::remove(path.c_str());
     return written && closed;
 }
 
-std::optional<Options> ParseArguments(int count, char** arguments) {
+bool Fail(const std::string& what) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "psdrender: %s\n", what.c_str());
+    return false;
+}
+
+bool RenderOne(const Options& options, const std::string& input, const std::string& output) {
+    FileStream stream(input.c_str());
+    if (!stream.IsOpen()) return Fail("cannot open " + input + ": " + std::strerror(errno));
+    HeaderInfo header;
+    const bool isTaken = SUCCEEDED(ProbeHeader(&stream, header));
+    DocumentPixels picture;
+    const PsdReadResult result = options.runs ? Measure(options, input, picture)
+                                              : DecodeDocumentPixels(&stream, picture, options.choice);
+    if (result != PsdReadResult::kOk) return Fail(input + " " + Explain(result));
+    // The engine itself reads whatever is laid out as version 1 is.
+    if (!isTaken) return Fail(input + " is not of version 1, or beyond the limits");
+    if (!output.empty() && !WritePicture(output, picture)) return Fail("cannot write " + output);
+    return true;
+}
+
+constexpr char kUsage[] =
+    "usage: psdrender [--layers] [--time[=RUNS]] IN.psd OUT.(png|bgra)\n"
+    "       psdrender [--layers] [--time[=RUNS]] IN.psd... --to FOLDER\n"
+    "  --to       writes FOLDER/IN.png for every IN.psd\n"
+    "  --layers   composites the layers although the merged image is trusted\n"
+    "  --time     prints the milliseconds of opening and decoding; nothing need be written\n"
+    "  --version  prints the version, --help this\n"
+    "The exit code is 0 when all went well, 1 when a document failed, 2 when the command was not "
+    "understood.\n";
+
+// Two names are one to read and one to write.
+std::string SplitOutput(Options& options) {
+    if (options.toFolder) return options.inputs.empty() ? "there is nothing to read" : "";
+    if (options.inputs.empty()) return "there is nothing to read";
+    if (options.inputs.size() == 1)
+        return options.runs ? "" : "the picture needs a name, too: OUT.png, or a folder behind --to";
+    if (options.inputs.size() > 2) return "several documents need a folder to be written to, behind --to";
+    options.output = options.inputs.back();
+    options.inputs.pop_back();
+    if (options.output.ends_with(".png") || options.output.ends_with(".bgra")) return "";
+    return "cannot write " + options.output + ": its name has to end in .png, or .bgra for raw pixels";
+}
+
+// Says what is wrong with the arguments; empty when nothing is.
+std::string ParseArguments(int count, char** arguments, Options& options) {
     constexpr int kDefaultRuns = 10;
-    Options options;
     for (int i = 1; i < count; ++i) {
         const std::string_view text = arguments[i];
         if (text == "--layers") {
@@ -169,53 +192,42 @@ std::optional<Options> ParseArguments(int count, char** arguments) {
         } else if (text.starts_with("--time=")) {
             const char* end = text.data() + text.size();
             const auto parsed = std::from_chars(text.data() + 7, end, options.runs);
-            if (parsed.ec != std::errc() || parsed.ptr != end || options.runs < 1) return std::nullopt;
-        } else if (text.starts_with("-") || options.output) {
-            return std::nullopt;
+            if (parsed.ec != std::errc() || parsed.ptr != end || options.runs < 1)
+                return "behind --time= stands how often, a number from 1 on";
+        } else if (text == "--to" && i + 1 < count) {
+            options.toFolder = true;
+            options.output = arguments[++i];
+        } else if (text.starts_with("-")) {
+            return "there is no option " + std::string(text) + ", or something is missing behind it";
         } else {
-            (options.input ? options.output : options.input) = arguments[i];
+            options.inputs.emplace_back(text);
         }
     }
-    if (!options.input || (!options.output && options.runs == 0)) return std::nullopt;
-    if (options.output && !IsPng(options.output) && !std::string_view(options.output).ends_with(".bgra")) {
-        return std::nullopt;
-    }
-    return options;
+    return SplitOutput(options);
 }
 
 int Run(int count, char** arguments) {
-    const auto options = ParseArguments(count, arguments);
-    if (!options) {
-        std::fputs("usage: psdrender [--layers] [--time[=RUNS]] IN.psd OUT.(png|bgra)\n"
-                   "  --layers  composite the layers although the merged image is trusted\n"
-                   "  --time    print the milliseconds of opening and decoding; OUT may be left out\n",
-                   stderr);
+    for (int i = 1; i < count; ++i) {
+        const std::string_view text = arguments[i];
+        if (text == "--help" || text == "-h") return std::fputs(kUsage, stdout) < 0;
+        if (text == "--version") return std::puts("psdrender " TESSARY_VERSION) < 0;
+    }
+    Options options;
+    const std::string fault = ParseArguments(count, arguments, options);
+    if (!fault.empty()) {
+        Fail(fault);
+        std::fputs(kUsage, stderr);
         return 2;
     }
-    FileStream stream(options->input);
-    if (!stream.IsOpen()) {
-        std::fprintf(stderr, "psdrender: cannot open %s: %s\n", options->input, std::strerror(errno));
-        return 1;
+    size_t failed = 0;
+    for (const std::string& input : options.inputs) {
+        const std::filesystem::path name = std::filesystem::path(input).filename().replace_extension(".png");
+        const std::string output =
+            options.toFolder ? (std::filesystem::path(options.output) / name).string() : options.output;
+        failed += !RenderOne(options, input, output);
     }
-    HeaderInfo header;
-    const bool isTaken = SUCCEEDED(ProbeHeader(&stream, header));
-    DocumentPixels picture;
-    const PsdReadResult result =
-        options->runs ? Measure(*options, picture) : DecodeDocumentPixels(&stream, picture, options->choice);
-    if (result != PsdReadResult::kOk) {
-        std::fprintf(stderr, "psdrender: cannot decode %s: %s (%d)\n", options->input, NameOf(result),
-                     static_cast<int>(result));
-        return 1;
-    }
-    if (!isTaken) {  // the engine itself reads whatever is laid out as version 1 is
-        std::fprintf(stderr, "psdrender: %s is not of version 1, or beyond the limits\n", options->input);
-        return 1;
-    }
-    if (options->output && !WritePicture(options->output, picture)) {
-        std::fprintf(stderr, "psdrender: cannot write %s\n", options->output);
-        return 1;
-    }
-    return 0;
+    if (options.inputs.size() > 1) std::printf("%zu documents, %zu failed\n", options.inputs.size(), failed);
+    return failed > 0;
 }
 
 }  // namespace

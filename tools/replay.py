@@ -118,7 +118,7 @@ def main():
     arguments = parser.parse_args()
     missing = [path for path in arguments.paths if not path.exists()]
     if missing:
-        print("not there:", *missing)
+        print("not there:", *missing, "(the native build makes build/native/small_samples)")
         return 77 if missing == arguments.paths else 2
     # Makes the prefix when there is none, which takes its time.
     subprocess.check_call([IN_WINE, "cmd", "/c", "ver"], stdout=subprocess.DEVNULL)

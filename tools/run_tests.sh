@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 tools/install_packages.sh
 
-git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
+tools/check_format.sh
 python3 tools/check_includes.py
 
 for preset in native windows; do

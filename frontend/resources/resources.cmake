@@ -61,4 +61,4 @@ foreach(number RANGE 101 106)
   list(APPEND scripts ${script_folder}/registration_${number}.rgs)
 endforeach()
 set_source_files_properties(${resource_sources} PROPERTIES OBJECT_DEPENDS "${scripts}"
-                            INCLUDE_DIRECTORIES "${PROJECT_SOURCE_DIR};${script_folder}")
+                            INCLUDE_DIRECTORIES "${PROJECT_SOURCE_DIR};${script_folder};${version_folder}")

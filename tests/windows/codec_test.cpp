@@ -509,7 +509,7 @@ bool OpensAsClientsDo(MemoryStream& stream) {
 // Says at which document it is, for whoever watches this process: it may end at any of them.
 TEST(Documents, LeaveNothingBehind) {
     const char* const folder = std::getenv("TESSARY_DOCUMENTS");
-    if (!folder) GTEST_SKIP() << "no documents";
+    if (!folder) GTEST_SKIP() << "tools/replay.py FOLDER runs it";
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         std::cout << "document " << entry.path().filename().string() << std::endl;
         std::ifstream file(entry.path(), std::ios::binary);
@@ -560,13 +560,17 @@ TEST(Module, StaysWhileAnythingLives) {
 TEST(Module, ObjectsHaveOneIdentity) {
     MemoryStream stream(RichDocument().Build());
     const auto decoder = OpenDecoder(stream);
+    ComPtr<IWICBitmapSource> thumbnail;
+    ASSERT_EQ(decoder->GetThumbnail(thumbnail.Put()), S_OK);
     const ComPtr<IUnknown> objects[] = {decoder.As<IUnknown>(IID_IUnknown),
-                                        FrameOf(decoder).As<IUnknown>(IID_IUnknown)};
+                                        FrameOf(decoder).As<IUnknown>(IID_IUnknown),
+                                        thumbnail.As<IUnknown>(IID_IUnknown)};
     const std::vector<IID> interfaces[] = {
         {IID_ITessary, IID_IWICBitmapDecoder, IID_IWICMetadataBlockReader, IID_IMarshal},
         {IID_IWICBitmapSource, IID_IWICBitmapFrameDecode, IID_IWICMetadataBlockReader,
-         IID_IWICBitmapSourceTransform}};
-    for (size_t i = 0; i < 2; ++i) {
+         IID_IWICBitmapSourceTransform, IID_IMarshal},
+        {IID_IWICBitmapSource, IID_IMarshal}};
+    for (size_t i = 0; i < 3; ++i) {
         for (const IID& id : interfaces[i])
             EXPECT_EQ(objects[i].As<IUnknown>(id).As<IUnknown>(IID_IUnknown).get(), objects[i].get());
     }
