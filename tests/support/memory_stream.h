@@ -11,8 +11,24 @@ namespace tessary::test {
 
 using Bytes = std::vector<uint8_t>;
 
+// The methods of a stream that nothing of the codec calls.
+struct ReadOnlyStream : public IStream {
+#if defined(_WIN32)
+    HRESULT STDMETHODCALLTYPE Write(const void*, ULONG, ULONG*) override { return E_FAIL; }
+    HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER) override { return E_FAIL; }
+    HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override {
+        return E_FAIL;
+    }
+    HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE Revert() override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_FAIL; }
+    HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_FAIL; }
+    HRESULT STDMETHODCALLTYPE Clone(IStream**) override { return E_FAIL; }
+#endif
+};
+
 // Counts references as COM objects do, but lives where it is declared; Release never frees it.
-class MemoryStream final : public IStream {
+class MemoryStream final : public ReadOnlyStream {
 public:
     explicit MemoryStream(Bytes bytes) : m_bytes(std::move(bytes)) {}
     void Replace(Bytes bytes) { m_bytes = std::move(bytes); }  // as when the file changes meanwhile
@@ -44,16 +60,6 @@ public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override;
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references); }
     ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--references); }
-    HRESULT STDMETHODCALLTYPE Write(const void*, ULONG, ULONG*) override { return E_FAIL; }
-    HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER) override { return E_FAIL; }
-    HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override {
-        return E_FAIL;
-    }
-    HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE Revert() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_FAIL; }
-    HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_FAIL; }
-    HRESULT STDMETHODCALLTYPE Clone(IStream**) override { return E_FAIL; }
 #endif
 
 private:

@@ -14,7 +14,7 @@
 
 namespace tessary::test {
 
-struct BufferedSource final : public IStream {
+struct BufferedSource final : public ReadOnlyStream {
     BufferedSource(IStream* source, uint32_t size) : buffer(size), ahead{source, buffer.data(), size} {}
     HRESULT STDMETHODCALLTYPE Read(void* bytes, ULONG count, ULONG* read) override {
         return ReadAheadRead(ahead, bytes, static_cast<uint32_t>(count), read);
@@ -25,6 +25,11 @@ struct BufferedSource final : public IStream {
     HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD flags) override {
         return ahead.source->Stat(stat, flags);
     }
+#if defined(_WIN32)
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+#endif
     Bytes buffer;
     ReadAhead ahead;
 };
