@@ -12,9 +12,10 @@ import zlib
 DOCS = pathlib.Path(__file__).resolve().parent
 BUILD = DOCS.parent / "build" / "native-release"
 SIDES, COLUMNS, GAP = (160, 120), 4, 8
-SHOWN = ["masks", "groups", "effect-shadow", "effect-glow",
-         "effect-overlay", "adjustment-curves", "adjustment-gradient-map", "adjustment-posterize",
-         "cmyk", "lab", "duotone", "adjustment-hue"]
+SHOWN = ["effect-shadow", "effect-inner-shadow", "effect-glow", "effect-inner-glow",
+         "effect-bevel", "effect-satin", "effect-overlay", "effect-gradient-overlay",
+         "effect-pattern-overlay", "effect-stroke", "masks", "groups",
+         "adjustment-curves", "adjustment-gradient-map", "cmyk", "lab"]
 
 
 def pixels(name, folder):
