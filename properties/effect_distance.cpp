@@ -99,44 +99,78 @@ size_t AddArc(const Measuring& m, size_t count, Arc added) {
     return count + 1;
 }
 
-// The arcs of a row. Of columns that are covered in the row itself only those beside others matter.
-size_t CollectArcs(const Measuring& m, const uint8_t* nearest, const uint8_t* coverages) {
+// What is near enough for every pixel of a step: the square of a distance, and one straight down or up.
+struct Enough {
+    int32_t square = -1;
+    uint32_t down = 0;
+
+    Enough(uint32_t enough, uint32_t step) {
+        const double pixels = (static_cast<double>(enough) + 2.0 * step) / kDistanceUnits - 1;
+        if (pixels < 0) return;
+        square = static_cast<int32_t>(pixels * pixels);
+        down = static_cast<uint32_t>(std::min(pixels, kNone - 1.0));
+    }
+};
+
+// Columns of a row from the first pixel that is still open to behind the last.
+struct OpenRun {
+    size_t begin, end;
+};
+
+// Settles the pixels of a row that their own columns are near enough for.
+OpenRun SettleRow(const Measuring& m, size_t y, uint32_t enoughDown) {
+    const size_t columns = m.plane.columns;
+    const uint8_t* const nearest = m.nearest.get() + m.Row(y);
+    uint32_t* const distances = m.distances + m.Row(y);
+    for (size_t x = 0; enoughDown != 0 && x < columns; ++x) {
+        const bool isNear = nearest[x] != 0 && nearest[x] <= enoughDown;
+        distances[x] = isNear ? std::min(distances[x], m.enough) : distances[x];
+    }
+    const auto isOpen = [&](size_t x) { return distances[x] > m.enough && nearest[x] != 0; };
+    OpenRun run{0, columns};
+    while (run.begin < run.end && !isOpen(run.begin)) ++run.begin;
+    while (run.begin < run.end && !isOpen(run.end - 1)) --run.end;
+    return run;
+}
+
+// The arcs of a row that reach open pixels. A column whose own pixel is settled does not matter when both of
+// its neighbours are as near: they are nearer to all pixels on their sides.
+size_t CollectArcs(const Measuring& m, size_t y, OpenRun run, uint32_t enoughDown) {
+    const uint8_t* const nearest = m.nearest.get() + m.Row(y);
+    const uint8_t* const coverages = m.coverages.get() + m.Row(y);
     const int32_t columns = static_cast<int32_t>(m.plane.columns);
+    const int32_t begin = std::max(static_cast<int32_t>(run.begin) - m.reach, 0);
+    const int32_t end = std::min(static_cast<int32_t>(run.end) + m.reach, columns);
     size_t count = 0;
     if (m.plane.isCoveredBeyond) count = AddArc(m, count, {-1, -1, 0, 255});
-    for (int32_t x = 0; x < columns; ++x) {
+    for (int32_t x = begin; x < end; ++x) {
         const int32_t distance = nearest[x];
         if (distance > m.reach) continue;
-        const bool isInside =
-            distance == 0 && x > 0 && x + 1 < columns && nearest[x - 1] == 0 && nearest[x + 1] == 0;
-        if (!isInside) count = AddArc(m, count, {x, -1, distance * distance, coverages[x]});
+        const bool isBetween = nearest[x] <= enoughDown && x > 0 && x + 1 < columns &&
+                               nearest[x - 1] <= distance && nearest[x + 1] <= distance;
+        if (!isBetween) count = AddArc(m, count, {x, -1, distance * distance, coverages[x]});
     }
     if (m.plane.isCoveredBeyond) count = AddArc(m, count, {columns, -1, 0, 255});
     return count;
 }
 
-// The square of a distance that is near enough for every pixel of a step.
-int32_t SquareThatIsEnough(uint32_t enough, uint32_t step) {
-    const double pixels = (static_cast<double>(enough) + 2.0 * step) / kDistanceUnits - 1;
-    return pixels < 0 ? -1 : static_cast<int32_t>(pixels * pixels);
-}
-
-void MeasureRow(const Measuring& m, size_t y, int32_t squareEnough) {
+void MeasureRow(const Measuring& m, size_t y, const Enough& enough) {
+    const OpenRun run = SettleRow(m, y, enough.down);
+    if (run.begin == run.end) return;
     const uint8_t* const nearest = m.nearest.get() + m.Row(y);
-    const uint8_t* const coverages = m.coverages.get() + m.Row(y);
     uint32_t* const distances = m.distances + m.Row(y);
-    const size_t count = CollectArcs(m, nearest, coverages);
-    if (count == 0) return;
-    const int32_t columns = static_cast<int32_t>(m.plane.columns), farthest = m.reach * m.reach;
+    const size_t count = CollectArcs(m, y, run, enough.down);
+    const int32_t first = static_cast<int32_t>(run.begin), last = static_cast<int32_t>(run.end),
+                  farthest = m.reach * m.reach;
     for (size_t i = 0; i < count; ++i) {
         const Arc& arc = m.arcs[i];
-        const int32_t next = i + 1 < count ? m.arcs[i + 1].begin : columns;
-        const int32_t begin = std::max({arc.begin, arc.column - m.reach, 0});
-        const int32_t end = std::min({next, arc.column + m.reach + 1, columns});
+        const int32_t next = i + 1 < count ? m.arcs[i + 1].begin : last;
+        const int32_t begin = std::max({arc.begin, arc.column - m.reach, first});
+        const int32_t end = std::min({next, arc.column + m.reach + 1, last});
         for (int32_t x = begin; x < end; ++x) {
             const int32_t square = (x - arc.column) * (x - arc.column) + arc.square;
             if (square > farthest || distances[x] <= m.enough || nearest[x] == 0) continue;
-            if (square <= squareEnough) {
+            if (square <= enough.square) {
                 distances[x] = m.enough;
                 continue;
             }
@@ -151,8 +185,8 @@ void MeasureRow(const Measuring& m, size_t y, int32_t squareEnough) {
 void MeasureStep(Measuring& m, uint32_t step) {
     LookDown(m, step);
     LookUp(m);
-    const int32_t squareEnough = SquareThatIsEnough(m.enough, step);
-    for (size_t y = 0; y < m.plane.rows; ++y) MeasureRow(m, y, squareEnough);
+    const Enough enough(m.enough, step);
+    for (size_t y = 0; y < m.plane.rows; ++y) MeasureRow(m, y, enough);
 }
 
 }  // namespace
