@@ -9,7 +9,10 @@
 namespace tessary {
 namespace {
 
-constexpr uint8_t kNone = 255;                         // no covered pixel in the column; distances end before
+// How far down or up the nearest covered pixel of a column is, times 256, and what of it is not covered: the
+// nearest is the least, and of two that are as near the one that is covered more.
+constexpr uint16_t kOnePixel = 256;
+constexpr uint16_t kNone = 255 * kOnePixel;            // no covered pixel in the column; distances end before
 constexpr uint32_t kSteps[] = {255, 192, 128, 64, 1};  // the first ones settle most
 
 // One column's nearest pixel, which wins along the row from `begin` on.
@@ -25,51 +28,43 @@ struct Measuring {
     int32_t reach;
     uint32_t enough;
     uint32_t* distances;
-    // By pixel: how far down or up the nearest covered pixel of the column is, and how much of it is covered.
-    Owned<uint8_t> nearest = {};  // kNone: there is none
-    Owned<uint8_t> coverages = {};
-    Owned<uint8_t> beyond = {};  // a row of each of these, where the plane ends
-    Owned<Arc> arcs = {};        // of one row
-    Owned<double> halves = {};   // 1 / (2 * i), by i
+    Owned<uint16_t> nearest = {};  // by pixel, in its column
+    Owned<uint16_t> beyond = {};   // a row of them, where the plane ends
+    Owned<Arc> arcs = {};          // of one row
+    Owned<double> halves = {};     // 1 / (2 * i), by i
 
     size_t Row(size_t y) const { return y * plane.columns; }
 };
 
 // One pixel farther down or up the column.
-uint8_t Farther(uint8_t distance) { return static_cast<uint8_t>(distance + (distance != kNone)); }
+uint16_t Farther(uint16_t nearest) {
+    return static_cast<uint16_t>(nearest < kNone ? nearest + kOnePixel : nearest);
+}
+int32_t DistanceOf(uint16_t nearest) { return nearest / kOnePixel; }
 
 // Rows of nearest pixels, from above and then also from below.
 void LookDown(Measuring& m, uint32_t step) {
     const size_t columns = m.plane.columns;
-    const uint8_t *above = m.beyond.get(), *coverageAbove = above + columns;
+    const uint16_t* above = m.beyond.get();
+    const uint8_t least = static_cast<uint8_t>(step);
     for (size_t y = 0; y < m.plane.rows; ++y) {
         const uint8_t* const covered = m.plane.bytes.get() + m.Row(y);
-        uint8_t* const nearest = m.nearest.get() + m.Row(y);
-        uint8_t* const coverages = m.coverages.get() + m.Row(y);
+        uint16_t* const nearest = m.nearest.get() + m.Row(y);
         for (size_t x = 0; x < columns; ++x) {
-            const bool isHere = covered[x] >= step;
-            nearest[x] = isHere ? uint8_t{0} : Farther(above[x]);
-            coverages[x] = isHere ? covered[x] : coverageAbove[x];
+            const uint16_t farther = Farther(above[x]), here = static_cast<uint16_t>(255 - covered[x]);
+            nearest[x] = covered[x] >= least ? here : farther;
         }
         above = nearest;
-        coverageAbove = coverages;
     }
 }
 
 void LookUp(Measuring& m) {
     const size_t columns = m.plane.columns;
-    const uint8_t *below = m.beyond.get(), *coverageBelow = below + columns;
+    const uint16_t* below = m.beyond.get();
     for (size_t left = m.plane.rows; left > 0; --left) {
-        uint8_t* const nearest = m.nearest.get() + m.Row(left - 1);
-        uint8_t* const coverages = m.coverages.get() + m.Row(left - 1);
-        for (size_t x = 0; x < columns; ++x) {
-            const uint8_t farther = Farther(below[x]), coverage = coverageBelow[x];
-            const bool isNearer = farther < nearest[x] || (farther == nearest[x] && coverage > coverages[x]);
-            nearest[x] = isNearer ? farther : nearest[x];
-            coverages[x] = isNearer ? coverage : coverages[x];
-        }
+        uint16_t* const nearest = m.nearest.get() + m.Row(left - 1);
+        for (size_t x = 0; x < columns; ++x) nearest[x] = std::min(nearest[x], Farther(below[x]));
         below = nearest;
-        coverageBelow = coverages;
     }
 }
 
@@ -108,7 +103,7 @@ struct Enough {
         const double pixels = (static_cast<double>(enough) + 2.0 * step) / kDistanceUnits - 1;
         if (pixels < 0) return;
         square = static_cast<int32_t>(pixels * pixels);
-        down = static_cast<uint32_t>(std::min(pixels, kNone - 1.0));
+        down = static_cast<uint32_t>(std::min(pixels, 254.0));
     }
 };
 
@@ -120,13 +115,14 @@ struct OpenRun {
 // Settles the pixels of a row that their own columns are near enough for.
 OpenRun SettleRow(const Measuring& m, size_t y, uint32_t enoughDown) {
     const size_t columns = m.plane.columns;
-    const uint8_t* const nearest = m.nearest.get() + m.Row(y);
+    const uint16_t* const nearest = m.nearest.get() + m.Row(y);
     uint32_t* const distances = m.distances + m.Row(y);
     for (size_t x = 0; enoughDown != 0 && x < columns; ++x) {
-        const bool isNear = nearest[x] != 0 && nearest[x] <= enoughDown;
+        // Wraps for pixels that are covered themselves.
+        const bool isNear = nearest[x] / kOnePixel - 1u < enoughDown;
         distances[x] = isNear ? std::min(distances[x], m.enough) : distances[x];
     }
-    const auto isOpen = [&](size_t x) { return distances[x] > m.enough && nearest[x] != 0; };
+    const auto isOpen = [&](size_t x) { return distances[x] > m.enough && nearest[x] >= kOnePixel; };
     OpenRun run{0, columns};
     while (run.begin < run.end && !isOpen(run.begin)) ++run.begin;
     while (run.begin < run.end && !isOpen(run.end - 1)) --run.end;
@@ -136,19 +132,19 @@ OpenRun SettleRow(const Measuring& m, size_t y, uint32_t enoughDown) {
 // The arcs of a row that reach open pixels. A column whose own pixel is settled does not matter when both of
 // its neighbours are as near: they are nearer to all pixels on their sides.
 size_t CollectArcs(const Measuring& m, size_t y, OpenRun run, uint32_t enoughDown) {
-    const uint8_t* const nearest = m.nearest.get() + m.Row(y);
-    const uint8_t* const coverages = m.coverages.get() + m.Row(y);
+    const uint16_t* const nearest = m.nearest.get() + m.Row(y);
     const int32_t columns = static_cast<int32_t>(m.plane.columns);
     const int32_t begin = std::max(static_cast<int32_t>(run.begin) - m.reach, 0);
     const int32_t end = std::min(static_cast<int32_t>(run.end) + m.reach, columns);
     size_t count = 0;
     if (m.plane.isCoveredBeyond) count = AddArc(m, count, {-1, -1, 0, 255});
     for (int32_t x = begin; x < end; ++x) {
-        const int32_t distance = nearest[x];
+        const int32_t distance = DistanceOf(nearest[x]);
         if (distance > m.reach) continue;
-        const bool isBetween = nearest[x] <= enoughDown && x > 0 && x + 1 < columns &&
-                               nearest[x - 1] <= distance && nearest[x + 1] <= distance;
-        if (!isBetween) count = AddArc(m, count, {x, -1, distance * distance, coverages[x]});
+        const bool isBetween = static_cast<uint32_t>(distance) <= enoughDown && x > 0 && x + 1 < columns &&
+                               DistanceOf(nearest[x - 1]) <= distance &&
+                               DistanceOf(nearest[x + 1]) <= distance;
+        if (!isBetween) count = AddArc(m, count, {x, -1, distance * distance, 255u - nearest[x] % kOnePixel});
     }
     if (m.plane.isCoveredBeyond) count = AddArc(m, count, {columns, -1, 0, 255});
     return count;
@@ -157,7 +153,7 @@ size_t CollectArcs(const Measuring& m, size_t y, OpenRun run, uint32_t enoughDow
 void MeasureRow(const Measuring& m, size_t y, const Enough& enough) {
     const OpenRun run = SettleRow(m, y, enough.down);
     if (run.begin == run.end) return;
-    const uint8_t* const nearest = m.nearest.get() + m.Row(y);
+    const uint16_t* const nearest = m.nearest.get() + m.Row(y);
     uint32_t* const distances = m.distances + m.Row(y);
     const size_t count = CollectArcs(m, y, run, enough.down);
     const int32_t first = static_cast<int32_t>(run.begin), last = static_cast<int32_t>(run.end),
@@ -169,7 +165,7 @@ void MeasureRow(const Measuring& m, size_t y, const Enough& enough) {
         const int32_t end = std::min({next, arc.column + m.reach + 1, last});
         for (int32_t x = begin; x < end; ++x) {
             const int32_t square = (x - arc.column) * (x - arc.column) + arc.square;
-            if (square > farthest || distances[x] <= m.enough || nearest[x] == 0) continue;
+            if (square > farthest || distances[x] <= m.enough || nearest[x] < kOnePixel) continue;
             if (square <= enough.square) {
                 distances[x] = m.enough;
                 continue;
@@ -195,16 +191,14 @@ PsdReadResult MeasureDistances(const CoveragePlane& plane, uint32_t reach, uint3
                                uint32_t* distances) {
     Measuring m{
         .plane = plane, .reach = static_cast<int32_t>(reach), .enough = enough, .distances = distances};
-    m.nearest = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
-    m.coverages = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
-    m.beyond = AllocateZeroed<uint8_t>({2, plane.columns});
+    m.nearest = AllocateZeroed<uint16_t>({plane.columns, plane.rows});
+    m.beyond = AllocateZeroed<uint16_t>({plane.columns});
     m.arcs = AllocateZeroed<Arc>({plane.columns + 2});
     m.halves = AllocateZeroed<double>({2 * uint64_t{reach} + 1});
-    if (!m.nearest || !m.coverages || !m.beyond || !m.arcs || !m.halves) return PsdReadResult::kOutOfMemory;
+    if (!m.nearest || !m.beyond || !m.arcs || !m.halves) return PsdReadResult::kOutOfMemory;
     for (size_t i = 1; i < m.halves.count(); ++i) m.halves[i] = 0.5 / static_cast<double>(i);
 
-    std::fill_n(m.beyond.get(), plane.columns, plane.isCoveredBeyond ? uint8_t{0} : kNone);
-    std::fill_n(m.beyond.get() + plane.columns, plane.columns, uint8_t{255});
+    std::fill_n(m.beyond.get(), plane.columns, plane.isCoveredBeyond ? uint16_t{0} : kNone);
 
     bool has[256] = {};
     for (size_t i = 0; i < plane.columns * plane.rows; ++i) {
