@@ -5,7 +5,8 @@ BUILD holds psdrender and floor, FOLDER the documents of make_bench_documents; a
 begin so. The programs take turns. Times are medians of RUNS (7): wall time as psdrender measures it, CPU time of its
 process less that of a document of one pixel. Peak memory is psdrender's, less that of the same document. ImageMagick
 and GIMP, where they are installed, are timed as whole processes, less their time with that document. OTHER is a build
-of another state of this program; the last column then says how many times its CPU time ours is, best by best.
+of another state of this program; the last column then says how many times its CPU time ours is, best by best. With
+--whole two more say the same, and how many times as much memory, of reading all layers before the first is drawn.
 """
 import argparse
 import fnmatch
@@ -41,9 +42,9 @@ def printed_time(output):
     return printed(r"median ([0-9.]+) ms", output)
 
 
-def measure(program, path):
+def measure(program, path, *options):
     """What one decoding takes: wall and CPU milliseconds, peak bytes (0: from a build that does not tell)."""
-    child = subprocess.Popen([program, "--time=1", path], stdout=subprocess.PIPE, text=True)
+    child = subprocess.Popen([program, *options, "--time=1", path], stdout=subprocess.PIPE, text=True)
     output = child.stdout.read()
     usage = os.wait4(child.pid, 0)[2]
     peak = printed(r"peak ([0-9]+) KiB", output) or 0
@@ -66,10 +67,10 @@ def median(values):
 
 
 class Comparison:
-    def __init__(self, build, other, runs):
+    def __init__(self, build, other, whole, runs):
         self.psdrender, self.floor = os.path.join(build, "psdrender"), os.path.join(build, "floor")
         self.other = other and os.path.join(other, "psdrender")
-        self.runs, self.peers = runs, dict(peers())
+        self.whole, self.runs, self.peers = whole, runs, dict(peers())
         with tempfile.TemporaryDirectory() as temporary:
             pixel = os.path.join(temporary, "pixel.psd")
             with open(pixel, "wb") as file:
@@ -81,6 +82,7 @@ class Comparison:
     def head(self):
         columns = ["document", "floor ms", "ours ms", "÷ floor", "CPU ms", "fastest peer ms", "ours ÷ peer",
                    "peak ÷ canvas"] + ["CPU ÷ other build"] * bool(self.other)
+        columns += ["CPU ÷ whole", "peak ÷ whole"] * self.whole
         return f"| {' | '.join(columns)} |\n|{'---|' * len(columns)}"
 
     def peer_times(self, path, times, ours):
@@ -91,12 +93,14 @@ class Comparison:
                 times[name].append(done and done[0] - self.starts[name])
 
     def row(self, path):
-        floors, ours, others, times = [], [], [], {name: [] for name in self.peers}
+        floors, ours, others, wholes, times = [], [], [], [], {name: [] for name in self.peers}
         for _ in range(self.runs):
             floors.append(printed_time((run([self.floor, str(path), "1"]) or (0, ""))[1]))
             ours.append(measure(self.psdrender, path))
             if self.other:
                 others.append(measure(self.other, path)[1])
+            if self.whole:
+                wholes.append(measure(self.psdrender, path, "--whole"))
             self.peer_times(path, times, ours[-1][0])
         wall, cpu, peak = (statistics.median(column) for column in zip(*ours))
         best = min(((median(values), name) for name, values in times.items() if median(values)), default=None)
@@ -107,18 +111,23 @@ class Comparison:
                  f"{(peak - self.pixel_peak) / (4 * width * height):.2f}"]
         if self.other:
             cells.append(f"{(min(run[1] for run in ours) - self.pixel_cpu) / (min(others) - self.pixel_cpu):.2f}")
+        if self.whole:
+            best, least = min(run[1] for run in wholes), statistics.median(run[2] for run in wholes)
+            cells.append(f"{(min(run[1] for run in ours) - self.pixel_cpu) / (best - self.pixel_cpu):.2f}")
+            cells.append(f"{(peak - self.pixel_peak) / (least - self.pixel_peak):.2f}")
         return f"| {' | '.join(cells)} |"
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--against")
+    parser.add_argument("--whole", action="store_true")
     parser.add_argument("build")
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("runs", nargs="?", type=int, default=7)
     parser.add_argument("names", nargs="*")
     options = parser.parse_args()
-    comparison = Comparison(options.build, options.against, options.runs)
+    comparison = Comparison(options.build, options.against, options.whole, options.runs)
     print(comparison.head(), flush=True)
     for path in sorted(options.folder.glob("*.psd")):
         if any(fnmatch.fnmatch(path.stem, name) for name in options.names or ["*"]):

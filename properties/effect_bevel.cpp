@@ -245,12 +245,16 @@ void CutOut(const PsdLayer& layer, const HeightPlane& light, bool isInside, floa
     const size_t left = static_cast<size_t>(buffer.bounds.left - light.bounds.left);
     const size_t top = static_cast<size_t>(buffer.bounds.top - light.bounds.top);
     const size_t width = static_cast<size_t>(buffer.bounds.Width());
-    size_t at = 0;
+    const float* lit = light.Row(top) + left;
+    const float* rowEnd = lit + width;
     const uint32_t flip = isInside ? 0 : 255;
     ForEachCovered(
         buffer, layer, buffer.bounds.left, buffer.bounds.top, [&](uint32_t& pixel, uint32_t coverage) {
-            const float bright = light.Row(top + at / width)[left + at % width] * sign;
-            ++at;
+            if (lit == rowEnd) {
+                lit += light.Columns() - width;
+                rowEnd += light.Columns();
+            }
+            const float bright = *lit++ * sign;
             const float alpha = std::min(std::max(bright, 0.0f), 1.0f) * static_cast<float>(coverage ^ flip);
             pixel = (color & 0x00FFFFFF) | static_cast<uint32_t>(alpha + 0.5f) << 24;
         });

@@ -9,7 +9,10 @@
 namespace tessary {
 namespace {
 
-constexpr uint8_t kNone = 255;                         // no covered pixel in the column; distances end before
+// How far down or up the nearest covered pixel of a column is, times 256, and what of it is not covered: the
+// nearest is the least, and of two that are as near the one that is covered more.
+constexpr uint16_t kOnePixel = 256;
+constexpr uint16_t kNone = 255 * kOnePixel;            // no covered pixel in the column; distances end before
 constexpr uint32_t kSteps[] = {255, 192, 128, 64, 1};  // the first ones settle most
 
 // One column's nearest pixel, which wins along the row from `begin` on.
@@ -25,51 +28,43 @@ struct Measuring {
     int32_t reach;
     uint32_t enough;
     uint32_t* distances;
-    // By pixel: how far down or up the nearest covered pixel of the column is, and how much of it is covered.
-    Owned<uint8_t> nearest = {};  // kNone: there is none
-    Owned<uint8_t> coverages = {};
-    Owned<uint8_t> beyond = {};  // a row of each of these, where the plane ends
-    Owned<Arc> arcs = {};        // of one row
-    Owned<double> halves = {};   // 1 / (2 * i), by i
+    Owned<uint16_t> nearest = {};  // by pixel, in its column
+    Owned<uint16_t> beyond = {};   // a row of them, where the plane ends
+    Owned<Arc> arcs = {};          // of one row
+    Owned<double> halves = {};     // 1 / (2 * i), by i
 
     size_t Row(size_t y) const { return y * plane.columns; }
 };
 
 // One pixel farther down or up the column.
-uint8_t Farther(uint8_t distance) { return static_cast<uint8_t>(distance + (distance != kNone)); }
+uint16_t Farther(uint16_t nearest) {
+    return static_cast<uint16_t>(nearest < kNone ? nearest + kOnePixel : nearest);
+}
+int32_t DistanceOf(uint16_t nearest) { return nearest / kOnePixel; }
 
 // Rows of nearest pixels, from above and then also from below.
 void LookDown(Measuring& m, uint32_t step) {
     const size_t columns = m.plane.columns;
-    const uint8_t *above = m.beyond.get(), *coverageAbove = above + columns;
+    const uint16_t* above = m.beyond.get();
+    const uint8_t least = static_cast<uint8_t>(step);
     for (size_t y = 0; y < m.plane.rows; ++y) {
         const uint8_t* const covered = m.plane.bytes.get() + m.Row(y);
-        uint8_t* const nearest = m.nearest.get() + m.Row(y);
-        uint8_t* const coverages = m.coverages.get() + m.Row(y);
+        uint16_t* const nearest = m.nearest.get() + m.Row(y);
         for (size_t x = 0; x < columns; ++x) {
-            const bool isHere = covered[x] >= step;
-            nearest[x] = isHere ? uint8_t{0} : Farther(above[x]);
-            coverages[x] = isHere ? covered[x] : coverageAbove[x];
+            const uint16_t farther = Farther(above[x]), here = static_cast<uint16_t>(255 - covered[x]);
+            nearest[x] = covered[x] >= least ? here : farther;
         }
         above = nearest;
-        coverageAbove = coverages;
     }
 }
 
 void LookUp(Measuring& m) {
     const size_t columns = m.plane.columns;
-    const uint8_t *below = m.beyond.get(), *coverageBelow = below + columns;
+    const uint16_t* below = m.beyond.get();
     for (size_t left = m.plane.rows; left > 0; --left) {
-        uint8_t* const nearest = m.nearest.get() + m.Row(left - 1);
-        uint8_t* const coverages = m.coverages.get() + m.Row(left - 1);
-        for (size_t x = 0; x < columns; ++x) {
-            const uint8_t farther = Farther(below[x]), coverage = coverageBelow[x];
-            const bool isNearer = farther < nearest[x] || (farther == nearest[x] && coverage > coverages[x]);
-            nearest[x] = isNearer ? farther : nearest[x];
-            coverages[x] = isNearer ? coverage : coverages[x];
-        }
+        uint16_t* const nearest = m.nearest.get() + m.Row(left - 1);
+        for (size_t x = 0; x < columns; ++x) nearest[x] = std::min(nearest[x], Farther(below[x]));
         below = nearest;
-        coverageBelow = coverages;
     }
 }
 
@@ -99,44 +94,79 @@ size_t AddArc(const Measuring& m, size_t count, Arc added) {
     return count + 1;
 }
 
-// The arcs of a row. Of columns that are covered in the row itself only those beside others matter.
-size_t CollectArcs(const Measuring& m, const uint8_t* nearest, const uint8_t* coverages) {
+// What is near enough for every pixel of a step: the square of a distance, and one straight down or up.
+struct Enough {
+    int32_t square = -1;
+    uint32_t down = 0;
+
+    Enough(uint32_t enough, uint32_t step) {
+        const double pixels = (static_cast<double>(enough) + 2.0 * step) / kDistanceUnits - 1;
+        if (pixels < 0) return;
+        square = static_cast<int32_t>(pixels * pixels);
+        down = static_cast<uint32_t>(std::min(pixels, 254.0));
+    }
+};
+
+// Columns of a row from the first pixel that is still open to behind the last.
+struct OpenRun {
+    size_t begin, end;
+};
+
+// Settles the pixels of a row that their own columns are near enough for.
+OpenRun SettleRow(const Measuring& m, size_t y, uint32_t enoughDown) {
+    const size_t columns = m.plane.columns;
+    const uint16_t* const nearest = m.nearest.get() + m.Row(y);
+    uint32_t* const distances = m.distances + m.Row(y);
+    for (size_t x = 0; enoughDown != 0 && x < columns; ++x) {
+        // Wraps for pixels that are covered themselves.
+        const bool isNear = nearest[x] / kOnePixel - 1u < enoughDown;
+        distances[x] = isNear ? std::min(distances[x], m.enough) : distances[x];
+    }
+    const auto isOpen = [&](size_t x) { return distances[x] > m.enough && nearest[x] >= kOnePixel; };
+    OpenRun run{0, columns};
+    while (run.begin < run.end && !isOpen(run.begin)) ++run.begin;
+    while (run.begin < run.end && !isOpen(run.end - 1)) --run.end;
+    return run;
+}
+
+// The arcs of a row that reach open pixels. A column whose own pixel is settled does not matter when both of
+// its neighbours are as near: they are nearer to all pixels on their sides.
+size_t CollectArcs(const Measuring& m, size_t y, OpenRun run, uint32_t enoughDown) {
+    const uint16_t* const nearest = m.nearest.get() + m.Row(y);
     const int32_t columns = static_cast<int32_t>(m.plane.columns);
+    const int32_t begin = std::max(static_cast<int32_t>(run.begin) - m.reach, 0);
+    const int32_t end = std::min(static_cast<int32_t>(run.end) + m.reach, columns);
     size_t count = 0;
     if (m.plane.isCoveredBeyond) count = AddArc(m, count, {-1, -1, 0, 255});
-    for (int32_t x = 0; x < columns; ++x) {
-        const int32_t distance = nearest[x];
+    for (int32_t x = begin; x < end; ++x) {
+        const int32_t distance = DistanceOf(nearest[x]);
         if (distance > m.reach) continue;
-        const bool isInside =
-            distance == 0 && x > 0 && x + 1 < columns && nearest[x - 1] == 0 && nearest[x + 1] == 0;
-        if (!isInside) count = AddArc(m, count, {x, -1, distance * distance, coverages[x]});
+        const bool isBetween = static_cast<uint32_t>(distance) <= enoughDown && x > 0 && x + 1 < columns &&
+                               DistanceOf(nearest[x - 1]) <= distance &&
+                               DistanceOf(nearest[x + 1]) <= distance;
+        if (!isBetween) count = AddArc(m, count, {x, -1, distance * distance, 255u - nearest[x] % kOnePixel});
     }
     if (m.plane.isCoveredBeyond) count = AddArc(m, count, {columns, -1, 0, 255});
     return count;
 }
 
-// The square of a distance that is near enough for every pixel of a step.
-int32_t SquareThatIsEnough(uint32_t enough, uint32_t step) {
-    const double pixels = (static_cast<double>(enough) + 2.0 * step) / kDistanceUnits - 1;
-    return pixels < 0 ? -1 : static_cast<int32_t>(pixels * pixels);
-}
-
-void MeasureRow(const Measuring& m, size_t y, int32_t squareEnough) {
-    const uint8_t* const nearest = m.nearest.get() + m.Row(y);
-    const uint8_t* const coverages = m.coverages.get() + m.Row(y);
+void MeasureRow(const Measuring& m, size_t y, const Enough& enough) {
+    const OpenRun run = SettleRow(m, y, enough.down);
+    if (run.begin == run.end) return;
+    const uint16_t* const nearest = m.nearest.get() + m.Row(y);
     uint32_t* const distances = m.distances + m.Row(y);
-    const size_t count = CollectArcs(m, nearest, coverages);
-    if (count == 0) return;
-    const int32_t columns = static_cast<int32_t>(m.plane.columns), farthest = m.reach * m.reach;
+    const size_t count = CollectArcs(m, y, run, enough.down);
+    const int32_t first = static_cast<int32_t>(run.begin), last = static_cast<int32_t>(run.end),
+                  farthest = m.reach * m.reach;
     for (size_t i = 0; i < count; ++i) {
         const Arc& arc = m.arcs[i];
-        const int32_t next = i + 1 < count ? m.arcs[i + 1].begin : columns;
-        const int32_t begin = std::max({arc.begin, arc.column - m.reach, 0});
-        const int32_t end = std::min({next, arc.column + m.reach + 1, columns});
+        const int32_t next = i + 1 < count ? m.arcs[i + 1].begin : last;
+        const int32_t begin = std::max({arc.begin, arc.column - m.reach, first});
+        const int32_t end = std::min({next, arc.column + m.reach + 1, last});
         for (int32_t x = begin; x < end; ++x) {
             const int32_t square = (x - arc.column) * (x - arc.column) + arc.square;
-            if (square > farthest || distances[x] <= m.enough || nearest[x] == 0) continue;
-            if (square <= squareEnough) {
+            if (square > farthest || distances[x] <= m.enough || nearest[x] < kOnePixel) continue;
+            if (square <= enough.square) {
                 distances[x] = m.enough;
                 continue;
             }
@@ -151,8 +181,8 @@ void MeasureRow(const Measuring& m, size_t y, int32_t squareEnough) {
 void MeasureStep(Measuring& m, uint32_t step) {
     LookDown(m, step);
     LookUp(m);
-    const int32_t squareEnough = SquareThatIsEnough(m.enough, step);
-    for (size_t y = 0; y < m.plane.rows; ++y) MeasureRow(m, y, squareEnough);
+    const Enough enough(m.enough, step);
+    for (size_t y = 0; y < m.plane.rows; ++y) MeasureRow(m, y, enough);
 }
 
 }  // namespace
@@ -161,16 +191,14 @@ PsdReadResult MeasureDistances(const CoveragePlane& plane, uint32_t reach, uint3
                                uint32_t* distances) {
     Measuring m{
         .plane = plane, .reach = static_cast<int32_t>(reach), .enough = enough, .distances = distances};
-    m.nearest = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
-    m.coverages = AllocateZeroed<uint8_t>({plane.columns, plane.rows});
-    m.beyond = AllocateZeroed<uint8_t>({2, plane.columns});
+    m.nearest = AllocateZeroed<uint16_t>({plane.columns, plane.rows});
+    m.beyond = AllocateZeroed<uint16_t>({plane.columns});
     m.arcs = AllocateZeroed<Arc>({plane.columns + 2});
     m.halves = AllocateZeroed<double>({2 * uint64_t{reach} + 1});
-    if (!m.nearest || !m.coverages || !m.beyond || !m.arcs || !m.halves) return PsdReadResult::kOutOfMemory;
+    if (!m.nearest || !m.beyond || !m.arcs || !m.halves) return PsdReadResult::kOutOfMemory;
     for (size_t i = 1; i < m.halves.count(); ++i) m.halves[i] = 0.5 / static_cast<double>(i);
 
-    std::fill_n(m.beyond.get(), plane.columns, plane.isCoveredBeyond ? uint8_t{0} : kNone);
-    std::fill_n(m.beyond.get() + plane.columns, plane.columns, uint8_t{255});
+    std::fill_n(m.beyond.get(), plane.columns, plane.isCoveredBeyond ? uint16_t{0} : kNone);
 
     bool has[256] = {};
     for (size_t i = 0; i < plane.columns * plane.rows; ++i) {

@@ -88,16 +88,44 @@ struct Samples {
     }
 };
 
+// The tile's columns, summed up over the samples of a row of pixels.
+struct ColumnSums {
+    static constexpr uint32_t kMost = 4 * kPaintRun;
+    uint32_t even[kMost], odd[kMost];  // as in PixelSum
+
+    void Take(const PsdPattern& tile, const Samples& down) {
+        for (uint32_t x = 0; x < tile.width; ++x) even[x] = odd[x] = 0;
+        for (uint32_t j = 0; j < down.count; ++j) {
+            const uint32_t* const row = tile.pixels.get() + size_t{down.indices[j]} * tile.width;
+            const uint32_t weight = down.weights[j];
+            for (uint32_t x = 0; x < tile.width; ++x) {
+                even[x] += (row[x] & 0x00FF00FF) * weight;
+                odd[x] += (row[x] >> 8 & 0x00FF00FF) * weight;
+            }
+        }
+    }
+    void AddTo(PixelSum& sum, uint32_t x, uint32_t weight) const {
+        sum.even += even[x] * weight;
+        sum.odd += odd[x] * weight;
+    }
+};
+
 void ShrunkRow(const Paint& paint, double x, double y, size_t count, uint32_t* pixels) {
     const PsdPattern& tile = *paint.tile;
     const Side columns(tile.width), rows(tile.height);
     const double step = 1 / paint.scale;
     Samples down, across;
     down.Take(rows, y / paint.scale, step);
+    // Narrow tiles repeat, so that their columns need to be summed up but once.
+    ColumnSums columnSums;
+    const bool isNarrow = tile.width <= std::min<size_t>(ColumnSums::kMost, 4 * count);
+    if (isNarrow) columnSums.Take(tile, down);
     for (size_t i = 0; i < count; ++i) {
         across.Take(columns, (x + static_cast<double>(i)) / paint.scale, step);
         PixelSum sum;
-        for (uint32_t j = 0; j < down.count; ++j) {
+        for (uint32_t k = 0; isNarrow && k < across.count; ++k)
+            columnSums.AddTo(sum, across.indices[k], across.weights[k]);
+        for (uint32_t j = 0; !isNarrow && j < down.count; ++j) {
             const uint32_t* const row = tile.pixels.get() + size_t{down.indices[j]} * tile.width;
             for (uint32_t k = 0; k < across.count; ++k)
                 sum.Add(row[across.indices[k]], uint32_t{down.weights[j]} * across.weights[k]);

@@ -4,6 +4,7 @@
 
 #include "document/plane_format.h"
 #include "tools/sample_blocks.h"
+#include "tools/sample_effects.h"
 
 namespace tessary::tools {
 namespace {
@@ -200,6 +201,68 @@ void WriteEffectBombs(const Writer& write) {
     for (const auto& [name, side, count, layer] : bombs) write(name, Layered(side, count, layer));
 }
 
+// Effects of the largest sizes, which paint with a pattern where they can.
+Bytes LargestEffect(const char* name) {
+    const Items items = Items().Shown().Pixels("blur", 250).Pixels("Dstn", 30000);
+    const Items lit = Items(items).Percent("hglO", 100).Percent("sdwO", 100).Percent("srgR", 1000);
+    const Items textured = Items(lit).Flag("useTexture").Percent("textureDepth", 1000);
+    const Items glow = Items(items).Choice("GlwT", "PrBL").Percent("Nose", 50);
+    const Items stroke = Items(items).Pixels("Sz  ", 250).Choice("Styl", "CtrF");
+    const Items turned = Items(items).Angle("Angl", 30).Object("Ptrn", WeavePattern()).Percent("Scl ", 9);
+    const Items burst = Items(stroke).Choice("PntT", "GrFl").Choice("Type", "shapeburst");
+    const std::pair<std::string_view, EffectItems> effects[] = {
+        {"strokes", {"FrFX", stroke}},
+        {"bursts", {"FrFX", Items(burst).Object("Grad", Gradient({~0u, 0, 0xFF00FF00}))}},
+        {"satins", {"ChFX", items}},
+        {"precise-glows", {"IrGl", glow}},
+        {"inner-shadows", {"IrSh", Items(items).Pixels("Ckmt", 50)}},
+        {"turned-patterns", {"patternFill", turned}},
+        {"bevels", {"ebbl", Items(lit).Choice("bvlS", "Embs").Pixels("Sftn", 250)}},
+        {"chisels",
+         {"ebbl",
+          Items(textured).Choice("bvlS", "PlEb").Choice("bvlT", "Slmt").Object("Ptrn", WeavePattern())}},
+    };
+    for (const auto& [key, effect] : effects) {
+        if (key == name) return EffectsBlock({&effect, 1});
+    }
+    return {};
+}
+
+void WriteLargestEffects(const Writer& write) {
+    for (const char* const name : {"strokes", "bursts", "satins", "precise-glows", "inner-shadows",
+                                   "turned-patterns", "bevels", "chisels"}) {
+        const Bytes block = LargestEffect(name);
+        // Layers without data, one that is as large as may be, and some of a byte for many pixels.
+        for (const auto& [prefix, side, count, layer] : {std::tuple{"thin-", 1000, 600, Thin(1000)},
+                                                         {"one-of-", 3000, 1, Thin(3000)},
+                                                         {"true-", 1000, 10, Full(1000)}}) {
+            DocumentBuilder document = Shown(static_cast<uint32_t>(side));
+            for (int i = 0; i < count; ++i) document.Layer(LayerBuilder(layer).Block("lfx2", block));
+            write(std::string(prefix) + name, document.DocumentBlock("Patt", WeaveBlock()).Build());
+        }
+    }
+}
+
+// Tiles of the largest size: row counts of 0, and a byte behind them that no row takes.
+void WritePatternBombs(const Writer& write) {
+    constexpr int32_t kSide = 4096;
+    const Bytes plane = ByteWriter().U32(8).RectTlbr({0, 0, kSide, kSide}).U16(8).U8(1).Zeros(2 * kSide + 1);
+    for (const uint32_t mode : {uint32_t{kColorGrayscale}, uint32_t{kColorCmyk}}) {
+        const uint32_t colors = mode == kColorCmyk ? 4 : 1;
+        ByteWriter planes = ByteWriter().RectTlbr({0, 0, kSide, kSide}).U32(colors);
+        for (uint32_t i = 0; i < colors + 2; ++i) planes.U32(1).Counted(plane);
+        ByteWriter tiles;
+        for (uint32_t i = 0; tiles.size() < kBytes; ++i) {
+            const std::string name = std::to_string(i);
+            ByteWriter tile = ByteWriter().U32(1).U32(mode).U32(0).Unicode(u"").Pascal(name, 1).U32(3);
+            tile.Counted(planes);
+            tiles.Counted(tile).Zeros((4 - tile.size() % 4) % 4);
+        }
+        write(mode == kColorCmyk ? "tiles-of-inks" : "tiles",
+              Small().Layer(Thin(8)).DocumentBlock("Patt", tiles).Build());
+    }
+}
+
 // Of up to 64 KiB, but with large canvases.
 void WriteCanvasBombs(const Writer& write) {
     Bytes sparse = Padded({0, 1}, 2 + 2 * 4560);
@@ -224,6 +287,8 @@ void WriteBombs(const Writer& write) {
     WriteRecordBombs(write);
     WriteAdjustmentBombs(write);
     WriteEffectBombs(write);
+    WriteLargestEffects(write);
+    WritePatternBombs(write);
     WriteCanvasBombs(write);
 }
 

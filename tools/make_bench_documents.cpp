@@ -12,6 +12,7 @@
 #include "document/plane_format.h"
 #include "tests/support/document_builder.h"
 #include "tools/sample_blocks.h"
+#include "tools/sample_effects.h"
 
 namespace tessary::tools {
 namespace {
@@ -262,18 +263,25 @@ void WriteModes(const Folder& folder) {
     }
 }
 
+// The effects that the samples show, and sizes that they do not have.
 void WriteEffects(const Folder& folder) {
     constexpr int32_t kSide = 1200, kCanvas = 2048;
-    const std::pair<const char*, Bytes> effects[] = {{"drop-shadow", DropShadow(75, 120, 20, 40)},
-                                                     {"wide-shadow", DropShadow(75, 120, 20, 250)},
-                                                     {"outer-glow", OuterGlow()},
-                                                     {"gradient-glow", GradientGlow()},
-                                                     {"colour-overlay", ColorOverlay()}};
+    std::vector<std::pair<std::string, Bytes>> effects = {{"drop-shadow", DropShadow(75, 120, 20, 40)},
+                                                          {"wide-shadow", DropShadow(75, 120, 20, 250)},
+                                                          {"outer-glow", OuterGlow()},
+                                                          {"gradient-glow", GradientGlow()},
+                                                          {"colour-overlay", ColorOverlay()}};
+    for (const EffectSample& sample : EffectSamples())
+        effects.emplace_back(sample.name, EffectsBlock(sample.effects));
+    for (const double size : {20, 200}) {
+        const EffectItems stroke = {"FrFX", Items().Shown().Pixels("Sz  ", size).Choice("Styl", "CtrF")};
+        effects.emplace_back("stroke-" + std::to_string(static_cast<int>(size)), EffectsBlock({&stroke, 1}));
+    }
     const PackedLayer ground(uint32_t{kCanvas}, 19), picture(uint32_t{kSide}, 3);
     for (const auto& [name, block] : effects) {
         DocumentBuilder document = Layered(kCanvas);
         document.Layer(ground.At(0, 0, kCanvas)).Layer(picture.At(400, 400, kSide).Block("lfx2", block));
-        folder.Write(std::string("effect-") + name, document.Build());
+        folder.Write("effect-" + name, document.DocumentBlock("Patt", WeaveBlock()).Build());
     }
 }
 

@@ -18,6 +18,7 @@
 #include "document/psd_result.h"
 #include "frontend/document_pixels.h"
 #include "frontend/header_probe.h"
+#include "render/render.h"
 #include "tessary_version.h"
 #include "tools/file_stream.h"
 
@@ -64,6 +65,7 @@ struct Options {
     bool toFolder = false;  // each picture under its document's name
     int runs = 0;           // 0: no measurement
     PictureChoice choice = PictureChoice::kAsTheFileSays;
+    bool isWhole = false;  // all layers are read before the first is drawn
 };
 
 // The most memory that this program has had, in KiB, where the system tells.
@@ -77,13 +79,26 @@ long PeakMemory() {
     return peak;
 }
 
+PsdReadResult Decode(const Options& options, IStream* stream, DocumentPixels& picture) {
+    if (!options.isWhole) return DecodeDocumentPixels(stream, picture, options.choice);
+    Owned<PsdDocument> document;
+    PsdReadResult result = OpenDocument(document, stream, kReadEverything, {kMergedChecked});
+    if (result != PsdReadResult::kOk) return result;
+    picture.width = document->width;
+    picture.height = document->height;
+    result = Render(document.get(), 0, 0, static_cast<int32_t>(picture.width),
+                    static_cast<int32_t>(picture.height), 1);
+    picture.pixels = std::move(document->canvas);
+    return result;
+}
+
 PsdReadResult Measure(const Options& options, const std::string& input, DocumentPixels& picture) {
     std::vector<double> milliseconds;
     for (int run = 0; run < options.runs; ++run) {
         picture = {};
         const auto start = std::chrono::steady_clock::now();
         FileStream stream(input.c_str());
-        const PsdReadResult result = DecodeDocumentPixels(&stream, picture, options.choice);
+        const PsdReadResult result = Decode(options, &stream, picture);
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
         if (result != PsdReadResult::kOk) return result;
         milliseconds.push_back(elapsed.count());
@@ -148,8 +163,8 @@ bool RenderOne(const Options& options, const std::string& input, const std::stri
     HeaderInfo header;
     const bool isTaken = SUCCEEDED(ProbeHeader(&stream, header));
     DocumentPixels picture;
-    const PsdReadResult result = options.runs ? Measure(options, input, picture)
-                                              : DecodeDocumentPixels(&stream, picture, options.choice);
+    const PsdReadResult result =
+        options.runs ? Measure(options, input, picture) : Decode(options, &stream, picture);
     if (result != PsdReadResult::kOk) return Fail(input + " " + Explain(result));
     // The engine itself reads whatever is laid out as version 1 is.
     if (!isTaken) return Fail(input + " is not of version 1, or beyond the limits");
@@ -158,10 +173,11 @@ bool RenderOne(const Options& options, const std::string& input, const std::stri
 }
 
 constexpr char kUsage[] =
-    "usage: psdrender [--layers] [--time[=RUNS]] IN.psd OUT.(png|bgra)\n"
-    "       psdrender [--layers] [--time[=RUNS]] IN.psd... --to FOLDER\n"
+    "usage: psdrender [--layers|--whole] [--time[=RUNS]] IN.psd OUT.(png|bgra)\n"
+    "       psdrender [--layers|--whole] [--time[=RUNS]] IN.psd... --to FOLDER\n"
     "  --to       writes FOLDER/IN.png for every IN.psd\n"
     "  --layers   composites the layers although the merged image is trusted\n"
+    "  --whole    the same, but reads all layers before it draws the first\n"
     "  --time     prints the milliseconds of opening and decoding; nothing need be written\n"
     "  --version  prints the version, --help this\n"
     "The exit code is 0 when all went well, 1 when a document failed, 2 when the command was not "
@@ -187,6 +203,8 @@ std::string ParseArguments(int count, char** arguments, Options& options) {
         const std::string_view text = arguments[i];
         if (text == "--layers") {
             options.choice = PictureChoice::kAlwaysLayers;
+        } else if (text == "--whole") {
+            options.isWhole = true;
         } else if (text == "--time") {
             options.runs = kDefaultRuns;
         } else if (text.starts_with("--time=")) {

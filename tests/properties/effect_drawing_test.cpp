@@ -46,8 +46,8 @@ Bytes EffectsBlock(const std::vector<Effect>& effects, bool masterSwitch = true)
 LayerBuilder Unfilled() { return LayerBuilder(kTile).Solid(0xFF5060F0).Block("iOpa", Bytes(4)); }
 
 struct Drawing {
-    explicit Drawing(const Layers& layers, const std::function<void(DocumentBuilder&)>& change = {}) {
-        DocumentBuilder builder(kColorRgb, 8, 3, kSide, kSide);
+    explicit Drawing(const Layers& layers, const std::function<void(DocumentBuilder&)>& change = {},
+                     DocumentBuilder builder = DocumentBuilder(kColorRgb, 8, 3, kSide, kSide)) {
         for (const LayerBuilder& layer : layers) builder.Layer(layer);
         if (change) change(builder);
         document = std::move(OpenBytes(builder.Resource(1037, ByteWriter().U32(90)).Build()).document);
@@ -236,6 +236,45 @@ TEST(Effects, AreDrawnWhereverLayersLie) {
         const LayerBuilder adjustment = LayerBuilder({0, 0, 0, 0}).Solid(0).Block("nvrt", {});
         EXPECT_NE(Drawing(Layers{below, LayerBuilder(adjustment).Block("lfx2", block)}).Canvas(),
                   Drawing(Layers{below, adjustment}).Canvas());
+    }
+}
+
+// Drawn from coverage, they look the same whatever the layer's colours are stored as.
+TEST(Effects, AreTheSameInAllColorModes) {
+    const auto draw = [](uint32_t mode, uint32_t depth, int16_t colors, bool isOpaque) {
+        LayerBuilder layer(kTile);
+        Bytes samples(42 * depth / 8, 0x90);  // gray in RGB, of any depth
+        for (int16_t id = 0; id < colors; ++id) layer.Channel(id, samples);
+        for (size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<uint8_t>(i * 8 / depth * 6);
+        if (!isOpaque) layer.Channel(-1, samples);
+        layer.Opacity(200).Block("lfx2", tools::EffectsBlock(tools::AllEffects()));
+        DocumentBuilder document(mode, depth, static_cast<uint32_t>(colors), kSide, kSide);
+        if (mode == kColorIndexed) document.ColorModeData(Bytes(768, 0x90));
+        const auto addPattern = [](DocumentBuilder& builder) {
+            builder.DocumentBlock("Patt", tools::WeaveBlock());
+        };
+        return Drawing(Layers{layer}, addPattern, document);
+    };
+    constexpr struct {
+        const char* name;
+        uint32_t mode, depth;
+        int16_t colors;
+        bool isSameGray;
+    } kModes[] = {{"RGB, 16 bits", kColorRgb, 16, 3, true},        {"gray", kColorGrayscale, 8, 1, true},
+                  {"gray, 16 bits", kColorGrayscale, 16, 1, true}, {"duotone", kColorDuotone, 8, 1, true},
+                  {"indexed", kColorIndexed, 8, 1, true},          {"CMYK", kColorCmyk, 8, 4, false},
+                  {"CMYK, 16 bits", kColorCmyk, 16, 4, false},     {"Lab", kColorLab, 8, 3, false},
+                  {"Lab, 16 bits", kColorLab, 16, 3, false}};
+    for (const auto& [name, mode, depth, colors, isSameGray] : kModes) {
+        const bool isOpaque = mode == kColorIndexed;  // without alpha
+        const Drawing plain = draw(kColorRgb, 8, 3, isOpaque), other = draw(mode, depth, colors, isOpaque);
+        EXPECT_EQ(other.Canvas() == plain.Canvas(), isSameGray) << name;
+        for (uint32_t i = 0; i < kEffectBufferCount; ++i) {
+            const EffectBuffer &a = plain.Buffer(EffectSlot(i)), &b = other.Buffer(EffectSlot(i));
+            EXPECT_TRUE(a.bounds == b.bounds && std::ranges::equal(a.pixels.span(), b.pixels.span()) &&
+                        a.blendMode == b.blendMode && a.opacity == b.opacity)
+                << name << ", buffer " << i;
+        }
     }
 }
 
