@@ -104,7 +104,10 @@ struct Scene {
         }
         if (!isSharp) {
             layer.mask.disabled = false;
-            layer.mask.bounds = {8, 12, 24, 22};
+            // It enters from another side each time, and hides what is beside it or does not.
+            layer.mask.bounds = std::array{Rect{8, 12, 24, 22}, Rect{-2, 5, 14, 15}, Rect{15, 19, 31, 29},
+                                           Rect{9, 2, 25, 12}}[seed % 4];
+            layer.mask.defaultColor = seed / 4 % 2 ? 0 : 255;
             layer.mask.data = AllocateZeroed<uint8_t>({16, 10});
             for (uint8_t& value : layer.mask.data.span()) value = uint8_t(below(2) ? 255 : below(256));
         }
@@ -129,9 +132,9 @@ struct Scene {
         return Plane([this](int x, int y) {
             const uint32_t alpha = Alpha(Pixel(x, y));
             if (layer.mask.disabled) return double(alpha);
-            const int mx = x + 5 - 8, my = y + 9 - 12;
-            const uint32_t mask =
-                mx < 0 || mx >= 16 || my < 0 || my >= 10 ? 255 : layer.mask.data[size_t(my * 16 + mx)];
+            const int mx = x + 5 - layer.mask.bounds.left, my = y + 9 - layer.mask.bounds.top;
+            const bool isBeside = mx < 0 || mx >= 16 || my < 0 || my >= 10;
+            const uint32_t mask = isBeside ? layer.mask.defaultColor : layer.mask.data[size_t(my * 16 + mx)];
             return double(alpha * (mask + (mask == 255)) >> 8);
         });
     }

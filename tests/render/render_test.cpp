@@ -15,6 +15,7 @@
 #include "document/platform.h"
 #include "properties/effect_records.h"
 #include "render/color_convert.h"
+#include "render/coverage.h"
 #include "render/hsl_vectors.h"
 #include "render/kernels.h"
 #include "render/pixel_vectors.h"
@@ -393,6 +394,46 @@ TEST(Composite, RandomDocumentsFollowThePlainRule) {
         for (int32_t i = 0; i < width * height; ++i)
             wrong += document.canvas[static_cast<size_t>(i)] != PlainRender(document, i % width, i / width);
         ASSERT_EQ(wrong, 0) << "document " << seed;
+    }
+}
+
+// Larger than what is recoloured at a time, in rows that do not divide it.
+TEST(Render, AdjustsTheWholeOfALargeCanvas) {
+    constexpr int32_t kSide = 300;
+    Pixels pixels(size_t{kSide} * kSide);
+    for (uint32_t i = 0; i < pixels.size(); ++i) pixels[i] = 0xFF000000 | i * 2654435761u >> 8;
+    DocumentBuilder builder(kColorRgb, 8, 3, kSide, kSide);
+    builder.Layer(LayerBuilder({0, 0, kSide, kSide}).Pixels(pixels));
+    builder.Layer(LayerBuilder(Rect{}).ChannelData(0, {}).Block("nvrt", {}).Opacity(100));
+    const Opened opened = OpenBytes(builder.Build());
+    ASSERT_EQ(Render(opened.document.get(), 0, 0, kSide, kSide), PsdReadResult::kOk);
+    const PlainLayer rule = {.fast = true, .opacity = 100};
+    for (size_t i = 0; i < pixels.size(); ++i) {
+        const uint32_t want = PlainPixel(rule, ~pixels[i] | 0xFF000000, 255, pixels[i], true, 0);
+        ASSERT_EQ(opened.document->canvas[i], want) << "pixel " << i % kSide << ' ' << i / kSide;
+    }
+}
+
+// Row y of the mask is full of y, which takes its share of the alphas 0 to 255. As many pixels lie beside it.
+TEST(Coverage, IsEveryMaskByteOfEveryAlpha) {
+    PsdLayerMask mask;
+    mask.disabled = false;
+    mask.bounds = {0, 0, 256, 256};
+    mask.data = AllocateZeroed<uint8_t>({256, 256});
+    for (size_t i = 0; i < mask.data.count(); ++i) mask.data[i] = static_cast<uint8_t>(i / 256);
+    Pixels layer(3 * 256);
+    for (uint32_t i = 0; i < layer.size(); ++i) layer[i] = (i & 255) << 24;
+    for (const uint8_t beside : {uint8_t{0}, uint8_t{255}}) {
+        mask.defaultColor = beside;
+        for (int32_t y = -1; y <= 256; ++y) {
+            std::vector<uint8_t> coverage(layer.size());
+            CoverageRow(layer.data(), layer.size(), mask, -256, y, coverage.data());
+            for (uint32_t i = 0; i < layer.size(); ++i) {
+                const bool isUnder = i / 256 == 1 && y >= 0 && y < 256;
+                const uint32_t byte = isUnder ? static_cast<uint32_t>(y) : beside, alpha = i & 255;
+                ASSERT_EQ(coverage[i], byte == 255 ? alpha : alpha * byte / 256) << i << " of row " << y;
+            }
+        }
     }
 }
 
