@@ -60,7 +60,7 @@ TEST(DocumentPixels, TakesThePictureThatTheFileVouchesFor) {
         const Decoded decoded(document);
         EXPECT_EQ(decoded.color, want) << what;
         if (want == 0) continue;
-        EXPECT_TRUE(decoded.picture.pixels.count() == 4 && decoded.picture.width == 2) << what;
+        EXPECT_EQ(All(decoded.picture.pixels.count(), decoded.picture.width), All(4, 2)) << what;
         EXPECT_EQ(decoded.stream.position == 7, want == kMergedColor)
             << what << ": only the reading of the layers may move the stream";
     }
@@ -137,7 +137,7 @@ TEST(HeaderProbe, TruncatesTheResolutionToWholeDots) {
     for (const auto& [value, unit, want] : cases) {
         const Bytes mixed = ByteWriter().Fixed(150).U16(1).U16(1).Fixed(value).U16(unit).U16(1);
         const HeaderInfo info = Probe(Header(1, 1).Resource(1005, mixed).Build());
-        EXPECT_TRUE(info.dpiX == 150 && info.dpiY == want) << value << " of unit " << unit;
+        EXPECT_EQ(All(info.dpiX, info.dpiY), All(150, want)) << value << " of unit " << unit;
         EXPECT_EQ(Probe(Header(1, 1).Resolution(value, unit).Build()).dpiX, want) << value;
     }
 }
@@ -267,7 +267,7 @@ TEST(ReadAhead, RefillsWhereTheBufferEndsAndBelievesNoSource) {
         Buffered boasting;
         boasting.source.claimsMore = true;
         boasting.Read(count);
-        EXPECT_TRUE(boasting.got == 0 && boasting.state.position == 0);
+        EXPECT_EQ(All(boasting.got, boasting.state.position), All(0, 0));
     }
 }
 

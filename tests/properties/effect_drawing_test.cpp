@@ -197,7 +197,8 @@ TEST(Effects, StackInTheirOrderAndFadeWithTheLayer) {
                 continue;
             }
             const EffectBuffer& buffer = drawing.Buffer(static_cast<EffectSlot>(number));
-            ASSERT_TRUE(buffer.pixels && buffer.opacity) << number;
+            ASSERT_TRUE(buffer.pixels) << number;
+            ASSERT_NE(buffer.opacity, 0) << number;
             const auto* const pixels = buffer.pixels.get();
             const auto count = buffer.bounds.Width() * buffer.bounds.Height();
             const Rect at = {kTile.left + buffer.bounds.left, kTile.top + buffer.bounds.top,

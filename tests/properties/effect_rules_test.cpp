@@ -150,7 +150,8 @@ struct Scene {
 using Want = std::function<uint32_t(int, int)>;
 void ExpectPixels(const EffectBuffer& buffer, const Rect& bounds, const Want& want, int grace,
                   const std::string& what) {
-    ASSERT_TRUE(buffer.pixels && buffer.bounds == bounds) << what;
+    ASSERT_TRUE(buffer.pixels) << what;
+    ASSERT_EQ(buffer.bounds, bounds) << what;
     for (int y = bounds.top; y < bounds.bottom; ++y) {
         for (int x = bounds.left; x < bounds.right; ++x) {
             const uint32_t got = buffer.pixels[size_t((y - bounds.top) * bounds.Width() + x - bounds.left)],

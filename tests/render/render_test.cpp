@@ -106,7 +106,7 @@ TEST(Render, DrawsDocumentsAsTheirRecordsSay) {
         for (const LayerBuilder& layer : layers) builder.Layer(layer);
         const Opened opened = OpenBytes(builder.Build());
         ASSERT_EQ(Render(opened.document.get(), 0, 0, 4, 3, 1), PsdReadResult::kOk);
-        EXPECT_TRUE(opened.document->canvas[0] == first && opened.document->canvas[11] == last)
+        EXPECT_EQ(All(opened.document->canvas[0], opened.document->canvas[11]), All(first, last))
             << "row " << &test - cases;
     }
 }
