@@ -72,7 +72,7 @@ struct Samples {
     uint32_t indices[kSamples];
     uint8_t weights[kSamples];
 
-    void Take(const Side& side, double first, double step) {
+    void Place(const Side& side, double first, double step) {
         const double floored = std::floor(first);
         const uint32_t start = side.Index(floored), size = static_cast<uint32_t>(side.size);
         count = 0;
@@ -93,9 +93,9 @@ void ShrunkRow(const Paint& paint, double x, double y, size_t count, uint32_t* p
     const Side columns(tile.width), rows(tile.height);
     const double step = 1 / paint.scale;
     Samples down, across;
-    down.Take(rows, y / paint.scale, step);
+    down.Place(rows, y / paint.scale, step);
     for (size_t i = 0; i < count; ++i) {
-        across.Take(columns, (x + static_cast<double>(i)) / paint.scale, step);
+        across.Place(columns, (x + static_cast<double>(i)) / paint.scale, step);
         PixelSum sum;
         for (uint32_t j = 0; j < down.count; ++j) {
             const uint32_t* const row = tile.pixels.get() + size_t{down.indices[j]} * tile.width;

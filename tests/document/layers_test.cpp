@@ -393,7 +393,7 @@ TEST(LayerPixels, AreTheSameInPieces) {
         ConvertPlanes(block, want.data());
         EXPECT_TRUE(Values(opened.document->layers[0].image) == want);
         Bytes mask(count);
-        ReduceMaskPlane(planes[colors + 2].data(), depth, count, mask.data());
+        ReduceSamples(planes[colors + 2].data(), depth, count, mask.data());
         EXPECT_TRUE(Values(opened.document->layers[0].mask.data) == mask);
     }
 }

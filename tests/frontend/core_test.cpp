@@ -195,6 +195,33 @@ TEST(ThumbnailImage, RefusesNumbersThatDisagree) {
     }
 }
 
+TEST(ThumbnailImage, CopiesRowsThatAreThere) {
+    ThumbnailRecord record;
+    record.stored.rowBytes = 10, record.stored.bitsPerPixel = 24;
+    record.pixels = AllocateZeroed<uint8_t>({20});
+    std::iota(record.pixels.get(), record.pixels.get() + 20, uint8_t{0});
+    const struct {
+        const char* what;
+        CopyArea area;
+        int32_t originX, originY;
+        Bytes want;  // rows of four bytes
+    } cases[] = {
+        {"in place", {1, 0, 1, 2}, -1, -1, {3, 4, 5, 99, 13, 14, 15, 99}},
+        {"half an origin", {1, 0, 1, 2}, 1, -1, {3, 4, 5, 99, 13, 14, 15, 99}},
+        {"moved", {0, 0, 1, 1}, 1, 1, {13, 14, 15, 99, 99, 99, 99, 99}},
+        {"to the last byte", {0, 1, 1, 2}, -1, -1, {10, 11, 12, 99, 99, 99, 99, 99}},
+    };
+    for (const auto& test : cases) {
+        Bytes buffer(8, 99);
+        CopyThumbnail(record, test.area, test.originX, test.originY, 4, buffer.data());
+        EXPECT_EQ(buffer, test.want) << test.what;
+    }
+    record.stored.rowBytes = 9, record.pixels = AllocateZeroed<uint8_t>({9});
+    Bytes whole(9, 99);
+    CopyThumbnail(record, {0, 0, 3, 1}, -1, -1, 9, whole.data());
+    EXPECT_EQ(whole, Bytes(9)) << "the whole of the last row";
+}
+
 constexpr uint32_t kBuffer = 16;
 
 // 200 bytes, each its own place, behind a small buffer.

@@ -161,7 +161,7 @@ TEST(ObjectEffects, ReadsADropShadowWhole) {
     BlockRead read("lfx2", ByteWriter(block).Zeros(9));
     EXPECT_EQ(Position(read.document), block.size());
     const EffectsRecord& effects = read.Get();
-    EXPECT_EQ(All(effects.effectCount, effects.masterSwitch, effects.renderPending[0]), All(1, 1, true));
+    EXPECT_EQ(All(effects.effectCount, effects.masterSwitch, effects.isPending[0]), All(1, 1, true));
     const ShadowSettings& s = effects.dropShadow;
     EXPECT_EQ(All(s.enabled, s.useGlobalLight, s.contourAntiAlias, s.layerConceals),
               All(true, true, true, true));

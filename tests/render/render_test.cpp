@@ -155,7 +155,7 @@ TEST(Render, EffectsTakeLittleMemory) {
         EXPECT_EQ(document.allowance.keptEffectBytes, 48u);
         for (size_t k = 0; k < 4; ++k) {
             const auto* effects = FindProperty<EffectsRecord>(document.layers[k], kPropertyEffects);
-            EXPECT_EQ(effects->renderPending[k > 1 ? kSlotDropShadow : kSlotColorOverlay], k != 0) << k;
+            EXPECT_EQ(effects->isPending[k > 1 ? kSlotDropShadow : kSlotColorOverlay], k != 0) << k;
         }
     }
 }
@@ -219,7 +219,7 @@ TEST(ConvertPlanes, LabBytesGiveWhatTheFormulaGives) {
     }
 }
 
-TEST(ReduceMaskPlane, InPlaceAtEveryDepth) {
+TEST(ReduceSamples, InPlaceAtEveryDepth) {
     for (const uint32_t depth : {8u, 16u, 32u}) {
         std::vector<uint8_t> samples;
         for (uint32_t i = 0; i < 256; ++i) {
@@ -228,7 +228,7 @@ TEST(ReduceMaskPlane, InPlaceAtEveryDepth) {
             for (uint32_t bit = 0; bit < depth; bit += 8)
                 samples.push_back(static_cast<uint8_t>(word >> (24 - bit)));
         }
-        ReduceMaskPlane(samples.data(), depth, 256, samples.data());
+        ReduceSamples(samples.data(), depth, 256, samples.data());
         for (uint32_t i = 0; i < 256; ++i) ASSERT_EQ(samples[i], i) << depth;
     }
 }
@@ -399,18 +399,18 @@ TEST(Composite, RandomDocumentsFollowThePlainRule) {
 
 // Larger than what is recoloured at a time, in rows that do not divide it.
 TEST(Render, AdjustsTheWholeOfALargeCanvas) {
-    constexpr int32_t kSide = 300;
-    Pixels pixels(size_t{kSide} * kSide);
+    constexpr int32_t kWidth = 300, kHeight = 219;  // one row more than the first piece has
+    Pixels pixels(size_t{kWidth} * kHeight);
     for (uint32_t i = 0; i < pixels.size(); ++i) pixels[i] = 0xFF000000 | i * 2654435761u >> 8;
-    DocumentBuilder builder(kColorRgb, 8, 3, kSide, kSide);
-    builder.Layer(LayerBuilder({0, 0, kSide, kSide}).Pixels(pixels));
+    DocumentBuilder builder(kColorRgb, 8, 3, kWidth, kHeight);
+    builder.Layer(LayerBuilder({0, 0, kWidth, kHeight}).Pixels(pixels));
     builder.Layer(LayerBuilder(Rect{}).ChannelData(0, {}).Block("nvrt", {}).Opacity(100));
     const Opened opened = OpenBytes(builder.Build());
-    ASSERT_EQ(Render(opened.document.get(), 0, 0, kSide, kSide), PsdReadResult::kOk);
+    ASSERT_EQ(Render(opened.document.get(), 0, 0, kWidth, kHeight), PsdReadResult::kOk);
     const PlainLayer rule = {.fast = true, .opacity = 100};
     for (size_t i = 0; i < pixels.size(); ++i) {
         const uint32_t want = PlainPixel(rule, ~pixels[i] | 0xFF000000, 255, pixels[i], true, 0);
-        ASSERT_EQ(opened.document->canvas[i], want) << "pixel " << i % kSide << ' ' << i / kSide;
+        ASSERT_EQ(opened.document->canvas[i], want) << "pixel " << i % kWidth << ' ' << i / kWidth;
     }
 }
 

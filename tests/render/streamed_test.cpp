@@ -115,6 +115,24 @@ TEST(StreamedRender, DrawsWhatTheWholeDocumentGives) {
     }
 }
 
+// What one layer leaves in the memory that the next one takes shows nowhere, and costs it nothing.
+TEST(StreamedRender, LayersDoNotFeelThoseBefore) {
+    const Rect tall = {0, 0, 64, 600};  // the colour that comes first ends with a step of rows
+    DocumentBuilder cut(kColorRgb, 8, 3, 64, 600), large(kColorRgb, 8, 3, 1, 1);
+    LayerBuilder layer(tall);
+    layer.ChannelData(0, ByteWriter().U16(0).Raw(Bytes(64 * 256, 200)));
+    for (const int16_t id : {int16_t{1}, int16_t{2}, int16_t{-1}}) layer.Channel(id, Bytes(64 * 600, 99));
+    Pixels got;
+    const Bytes file = cut.Layer(LayerBuilder(tall).Solid(~0u)).Layer(layer).Build();
+    ASSERT_EQ(RenderStreamed(file, got), PsdReadResult::kOk);
+    EXPECT_TRUE(got == RenderedWhole(file));
+    // Either of these is as large as all of them may be together.
+    for (const int16_t id : {int16_t{1}, int16_t{0}})
+        large.Layer(LayerBuilder({0, 0, 5700, 5700}).ChannelData(id, {0, 0, 255}));
+    ASSERT_EQ(RenderStreamed(large.Build(), got), PsdReadResult::kOk);
+    EXPECT_EQ(got, Pixels{0xFFFF0000});
+}
+
 #if defined(TESSARY_FAULT_INJECTION)
 TEST(StreamedRender, WithoutMemoryGivesThePictureOrNone) {
     DocumentBuilder document(kColorRgb, 8, 3, 16, 16);
