@@ -28,7 +28,8 @@ RANKS = {
         (7, ""),
     ],
 }
-NUMBER_OF = {f"{folder}/{name}": rank for folder, rows in RANKS.items() for rank, names in rows for name in names.split()}
+NUMBER_OF = {f"{folder}/{name}": rank
+             for folder, rows in RANKS.items() for rank, names in rows for name in names.split()}
 OTHERS = {folder: rank for folder, rows in RANKS.items() for rank, names in rows if not names}
 
 EXCEPTIONS = {

@@ -1,5 +1,5 @@
 """Small faults that somebody could make, for mutate.py: a file, what stands in it once, what is put there instead, and
-of those that change nothing anybody could see the reason.
+of those that change nothing anybody could see the reason. What only Windows builds is not among them.
 """
 
 ROWS = [
@@ -38,7 +38,8 @@ ROWS = [
     ("document/pixel_assembly.cpp", "step.row < assembly.rows[i] ?", "step.row <= assembly.rows[i] ?"),
     ("document/section_source.cpp", "kept + Fetch(source, window + kept, SectionSource::kWindowBytes - kept)",
      "kept + Fetch(source, window + kept, SectionSource::kWindowBytes)"),
-    ("document/layer_pixels.cpp", "return (found & full) == full ?", "return (found & full) == full || count >= withTransparency ?"),
+    ("document/layer_pixels.cpp", "return (found & full) == full ?",
+     "return (found & full) == full || count >= withTransparency ?"),
     ("document/layer_pixels.cpp", "channel.id == (plan.hasRealMask ? -3 : -2)", "channel.id == -2"),
     ("document/layer_section.cpp", "document.allowance.kept = {};",
      "(void)0;"),
@@ -79,12 +80,13 @@ ROWS = [
     ("render/image_ops.cpp", "random * steps >> 32) - reach;", "random * steps >> 32);"),
     ("render/color_convert.cpp", "LoadFloat(sample) * 255.0", "LoadFloat(sample) * 255.0 + 0.5"),
     ("render/color_convert.cpp", "(x + 2) * 255 >> 8", "(x + 1) * 255 >> 8"),
-    ("render/color_convert.cpp", "for (size_t x = width / 8 * 8; x < width; ++x) out[x] = pixelOf(uint32_t{bits[x / 8]} >> (7 - x % 8));",
-     "for (size_t x = width / 8 * 8; x < width; ++x) out[x] = pixelOf(uint32_t{bits[x / 8]} >> x % 8);"),
+    ("render/color_convert.cpp", "pixelOf(uint32_t{bits[x / 8]} >> (7 - x % 8));",
+     "pixelOf(uint32_t{bits[x / 8]} >> x % 8);"),
     ("render/streamed_render.cpp", "    document.allowance.kept = {};\n", ""),
     ("render/streamed_render.cpp", "render.layerInfos > 1 || ", ""),
     # --- properties/
-    ("properties/effect_buffers.cpp", "static_cast<int32_t>(layer.bounds.left + begin)", "static_cast<int32_t>(layer.bounds.left)"),
+    ("properties/effect_buffers.cpp", "static_cast<int32_t>(layer.bounds.left + begin)",
+     "static_cast<int32_t>(layer.bounds.left)"),
     ("properties/effect_buffers.cpp", "std::memset(coverage, 0, before);", "std::memset(coverage, 255, before);"),
     ("properties/effect_buffers.cpp", "return uint64_t{y} << 32 | x;", "return 0;"),
     ("properties/effect_buffers.h", "(value * coverage + 127) / 255", "value * coverage / 255"),
@@ -93,12 +95,15 @@ ROWS = [
      "const bool atEnd = i <= 1 || i == curve.size() - 1;"),
     ("properties/effect_steps.cpp", "points[i].isSmooth && i + 1", "i + 1"),
     ("properties/effect_steps.cpp", "static_cast<int32_t>(255 - alpha)", "static_cast<int32_t>(alpha)"),
-    ("properties/effect_steps.cpp", "index + NoiseAt(seed, i, reach), 0, 255)", "index + NoiseAt(seed, 0, reach), 0, 255)"),
+    ("properties/effect_steps.cpp", "index + NoiseAt(seed, i, reach), 0, 255)",
+     "index + NoiseAt(seed, 0, reach), 0, 255)"),
     ("properties/effect_steps.cpp", "std::min(alpha * 100 / range, 255u)", "alpha * 100 / range & 255"),
-    ("properties/effect_renderers.cpp", "(255 - coverage) * Alpha(pixel) >> 8", "(255 - coverage) * Alpha(pixel) / 255"),
+    ("properties/effect_renderers.cpp", "(255 - coverage) * Alpha(pixel) >> 8",
+     "(255 - coverage) * Alpha(pixel) / 255"),
     ("properties/effect_renderers.cpp", "(spreadPercent * size + 50) / 100", "spreadPercent * size / 100"),
     ("properties/effect_renderers.cpp", "if (glow.fromCenter) InvertAlpha(buffer);", ""),
-    ("properties/effect_distance.cpp", "farther == nearest[x] && coverage > coverages[x]", "farther == nearest[x] && coverage < coverages[x]"),
+    ("properties/effect_distance.cpp", "farther == nearest[x] && coverage > coverages[x]",
+     "farther == nearest[x] && coverage < coverages[x]"),
     ("properties/effect_distance.cpp", "if (apart > 2 * m.reach) break;", "if (apart > m.reach) break;"),
     ("properties/draw_effects.cpp", "layer.layerKind < kLayerLevels && KeepEffect", "KeepEffect"),
     ("properties/draw_effects.cpp", "source.fillOpacity = layer.opacity;", "source.fillOpacity = 255;"),
@@ -115,10 +120,12 @@ ROWS = [
     ("properties/effect_paint.cpp", "return v < 0 ? 1 - turn : turn;", "return turn;"),
     # --- frontend/
     ("frontend/read_ahead.cpp", "if (count > stream.bufferSize) {", "if (count >= stream.bufferSize) {"),
-    ("frontend/read_ahead.cpp", "claimed <= count ? static_cast<uint32_t>(claimed) : 0", "static_cast<uint32_t>(claimed)"),
+    ("frontend/read_ahead.cpp", "claimed <= count ? static_cast<uint32_t>(claimed) : 0",
+     "static_cast<uint32_t>(claimed)"),
     ("frontend/exif_graft.cpp", "std::min(stated, (exif.size() - kFirstEntry) / kEntryBytes)", "stated"),
     ("frontend/pixel_copy.cpp", "budget -= copied;", "budget -= rowBytes;"),
-    ("frontend/pixel_copy.cpp", "static_cast<int64_t>(area.x) + area.width <= imageWidth", "area.x <= int64_t{imageWidth}"),
+    ("frontend/pixel_copy.cpp", "static_cast<int64_t>(area.x) + area.width <= imageWidth",
+     "area.x <= int64_t{imageWidth}"),
     ("frontend/header_probe.cpp", "if (keep.IsKnown() && keep.Position() == 0) return false;", "return false;"),
     ("frontend/header_probe.cpp", "static_cast<double>(value) * 2.54", "static_cast<double>(value) * 2.54 + 0.5"),
     ("frontend/thumbnail_image.cpp", "const bool moved = originX >= 0 && originY >= 0;", "const bool moved = true;"),

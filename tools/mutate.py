@@ -1,5 +1,7 @@
 #!/usr/bin/env python3
-"""Puts small faults into the product, one by one, and tells which no test notices: usage mutate.py [--jobs N] [WORD...].
+"""Puts small faults into the product, one by one, and tells which no test notices.
+
+Usage: mutate.py [--jobs N] [WORD...]
 
 The faults are the rows of tools/mutants.py: a file, what stands in it, and what is put there instead. With words only
 those rows are tried whose file or text contains one of them; "3/8" takes the third of eight parts of the table. The

@@ -3,8 +3,8 @@
 # Windows tests under Wine. Ends on ctest's own summary. tools/check_all.sh runs what takes longer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-echo "run_tests.sh: some 6 minutes of processor time at most where everything is built, 3 minutes with two processors;" \
-    "building takes another half hour of processor time"
+echo "run_tests.sh: at most 6 minutes of processor time where everything is built, or 3 minutes with two processors;"
+echo "building everything takes about half an hour of processor time more"
 tools/install_packages.sh
 
 tools/check_format.sh
