@@ -88,7 +88,7 @@ ROWS = [
     ("properties/effect_buffers.cpp", "static_cast<int32_t>(layer.bounds.left + begin)",
      "static_cast<int32_t>(layer.bounds.left)"),
     ("properties/effect_buffers.cpp", "std::memset(coverage, 0, before);", "std::memset(coverage, 255, before);"),
-    ("properties/effect_buffers.cpp", "return uint64_t{y} << 32 | x;", "return 0;"),
+    ("properties/effect_buffers.cpp", "return uint64_t{y} << 32 | x;", "return uint64_t{y} << 32 & x;"),
     ("properties/effect_buffers.h", "(value * coverage + 127) / 255", "value * coverage / 255"),
     ("properties/effect_steps.cpp", "curve[i + 1] + 2) / 4", "curve[i + 1]) / 4"),
     ("properties/effect_steps.cpp", "const bool atEnd = i == 0 || i == curve.size() - 1;",

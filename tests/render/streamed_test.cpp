@@ -26,7 +26,7 @@ Pixels RenderedWhole(const Bytes& file) {
     return result == PsdReadResult::kOk ? CanvasOf(document) : Pixels();
 }
 
-PsdReadResult RenderStreamed(const Bytes& file, Pixels& picture) {
+PsdReadResult RenderStreamed(const Bytes& file, Pixels& picture, uint64_t* steps = nullptr) {
     MemoryStream stream(file);
     StreamedRender render;
     render.seed = 7;
@@ -35,6 +35,7 @@ PsdReadResult RenderStreamed(const Bytes& file, Pixels& picture) {
     PsdReadResult result = OpenDocument(document, &stream, kReadEverything, {kMergedChecked, 0, &sink});
     if (result == PsdReadResult::kOk) result = EndStreamedRender(render, *document);
     if (result == PsdReadResult::kOk) picture = CanvasOf(*document);
+    if (document && steps) *steps = document->allowance.stepsSpent;
     return result;
 }
 
@@ -131,6 +132,16 @@ TEST(StreamedRender, LayersDoNotFeelThoseBefore) {
         large.Layer(LayerBuilder({0, 0, 5700, 5700}).ChannelData(id, {0, 0, 255}));
     ASSERT_EQ(RenderStreamed(large.Build(), got), PsdReadResult::kOk);
     EXPECT_EQ(got, Pixels{0xFFFF0000});
+    // Of many layer infos the first is drawn as it comes, and the last.
+    DocumentBuilder adjusted(kColorRgb, 8, 3, 1, 1);
+    adjusted.Layer(LayerBuilder(Rect{}).ChannelData(0, {}).Block("nvrt", {}).Opacity(9));
+    uint64_t steps[2] = {};
+    for (uint64_t& spent : steps) {
+        for (int i = 0; i < 3; ++i) adjusted.DocumentBlock("Lr16", adjusted.LayerInfo());
+        ASSERT_EQ(RenderStreamed(adjusted.Build(), got, &spent), PsdReadResult::kOk);
+    }
+    EXPECT_GT(steps[0], 0u);
+    EXPECT_EQ(steps[0], steps[1]);
 }
 
 #if defined(TESSARY_FAULT_INJECTION)
