@@ -4,8 +4,8 @@
 Usage: mutate.py [--jobs N] [WORD...]
 
 The faults are the rows of tools/mutants.py: a file, what stands in it, and what is put there instead. With words only
-those rows are tried whose file or text contains one of them; "3/8" takes the third of eight parts of the table. The
-sources are copied to build/mutate, where each fault is built incrementally without sanitizers; the native tests run
+those rows are tried whose file or text contains one of them; words like 7 and 20-29 are numbers of rows. The sources
+are copied to build/mutate, where each fault is built incrementally without sanitizers; the native tests run
 until one fails. Rows that are marked as equivalent must survive, and all others must not. Prints what does not keep
 to that, with the row's number. Takes about half a minute of processor time for each fault.
 """
@@ -86,12 +86,11 @@ def try_row(row, jobs):
 
 
 def wanted(words):
-    rows = list(enumerate(mutants.ROWS, 1))
-    for word in [word for word in words if re.fullmatch(r"\d+/\d+", word)]:
-        part, parts = map(int, word.split("/"))
-        rows = rows[part - 1::parts]
-    words = [word for word in words if not re.fullmatch(r"\d+/\d+", word)]
-    return [(n, row) for n, row in rows if not words or any(word in text for word in words for text in row[:3])]
+    spans = [word.split("-") for word in words if re.fullmatch(r"\d+(-\d+)?", word)]
+    numbers = {number for span in spans for number in range(int(span[0]), int(span[-1]) + 1)}
+    texts = [word for word in words if not re.fullmatch(r"\d+(-\d+)?", word)]
+    return [(n, row) for n, row in enumerate(mutants.ROWS, 1)
+            if not words or n in numbers or any(text in part for text in texts for part in row[:3])]
 
 
 def main():
