@@ -44,6 +44,7 @@ if(NOT WIN32)
   add_test(NAME native.honest COMMAND honest_test)
   set_tests_properties(native.honest PROPERTIES LABELS long TIMEOUT 900)
   add_test(NAME native.hostile_check COMMAND hostile_check ${PROJECT_BINARY_DIR}/small_samples 50)
+  set_tests_properties(native.hostile_check PROPERTIES LABELS long)
 endif()
 if(WIN32)
   add_test(NAME windows.wine_prefix COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} cmd /c ver)
@@ -62,7 +63,7 @@ if(WIN32)
   add_test(NAME windows.tools COMMAND ${PROJECT_SOURCE_DIR}/tests/windows/tools_test.sh ${PROJECT_BINARY_DIR})
   set_tests_properties(windows.tools PROPERTIES TIMEOUT 900)
   # The samples of the native build, when there is one.
-  add_test(NAME windows.replay COMMAND ${PROJECT_SOURCE_DIR}/tools/replay.py --damage 100
+  add_test(NAME windows.replay COMMAND ${PROJECT_SOURCE_DIR}/tools/replay.py
                                        ${PROJECT_SOURCE_DIR}/build/native/small_samples)
   set_tests_properties(windows.replay PROPERTIES FIXTURES_REQUIRED wine RESOURCE_LOCK wine TIMEOUT 900
                                                  SKIP_RETURN_CODE 77)

@@ -244,7 +244,7 @@ PsdReadResult NextRows(PlaneDecoder& decoder, size_t count, uint8_t* buffer, con
     if (result != PsdReadResult::kOk) return result;
     decoder.rowsLeft -= count;
     if (decoder.shape.depth <= 8) return PsdReadResult::kOk;
-    ReduceMaskPlane(rows, decoder.shape.depth, count * decoder.shape.width, buffer);
+    ReduceSamples(rows, decoder.shape.depth, count * decoder.shape.width, buffer);
     rows = buffer;
     return PsdReadResult::kOk;
 }

@@ -180,6 +180,9 @@ struct PsdBlendRanges {
     PsdBlendRange destination;
 };
 
+// What a record and its blocks say. Of that nothing looks at clipping, the protections, obsolete,
+// pixelDataIrrelevant, the names and ids, sheetColor, and the flags of blending from blendClippedElements on
+// but for the reference point: they do not change what is drawn here.
 struct PsdLayer {
     uint32_t layerKind = kLayerOrdinary;
     Rect bounds;  // canvas coordinates, as the file states them
@@ -368,6 +371,9 @@ struct PsdBlob {
     Owned<uint8_t> bytes;  // bytes.count() is the length
 };
 
+// Read because a document whose resources cannot be read is refused, and kept as they were read. Nothing in
+// this project looks at displayInfo to printFlags, targetLayer to gridAndGuides, rightsMarked, colorSamplers,
+// resource1042, paletteCount, slices, urls, and what stands behind xmp; nor at the names and ids of alphas.
 struct PsdImageResources {
     PsdResolution resolution;
     int32_t alphaCount = 0;  // names or ids met
@@ -433,7 +439,7 @@ struct PsdDocument {
 
     int32_t layerCount = 0;
     Owned<PsdLayer> layers;        // bottom layer first
-    uint32_t globalMaskColor = 0;  // ARGB
+    uint32_t globalMaskColor = 0;  // ARGB; nothing looks at the global mask
     uint16_t globalMaskOpacity = 0;
     uint8_t globalMaskKind = 0;
 

@@ -25,7 +25,7 @@ struct BufferRow {
 struct SlotRow {
     bool (*isEnabled)(const EffectsRecord& effects);
     EffectPlace (*place)(const PsdDocument& document, const EffectsRecord& effects);
-    PsdReadResult (*render)(const EffectJob& job);
+    PsdReadResult (*make)(const EffectJob& job);
     uint32_t steps;
     BufferRow below;
     BufferRow above;
@@ -44,27 +44,27 @@ bool IsEnabled(const EffectsRecord& effects) {
 
 // By slot number.
 constexpr SlotRow kSlots[kEffectSlotCount] = {
-    {IsEnabled<&EffectsRecord::dropShadow>, PlaceOfDropShadow, RenderDropShadow, 14, {1, {0}}, {}},
-    {IsEnabled<&EffectsRecord::innerShadow>, PlaceOfInnerShadow, RenderInnerShadow, 12, {}, {1, {1}}},
-    {IsEnabled<&EffectsRecord::outerGlow>, PlaceOfOuterGlow, RenderOuterGlow, 18, {}, {1, {2}}},
-    {IsEnabled<&EffectsRecord::innerGlow>, PlaceOfInnerGlow, RenderInnerGlow, 12, {}, {1, {3}}},
-    {IsEnabled<&EffectsRecord::satin>, PlaceOfSatin, RenderSatin, 14, {}, {1, {4}}},
-    {IsEnabled<&EffectsRecord::colorOverlay>, PlaceOfColorOverlay, RenderColorOverlay, 10, {}, {1, {5}}},
+    {IsEnabled<&EffectsRecord::dropShadow>, PlaceOfDropShadow, MakeDropShadow, 14, {1, {0}}, {}},
+    {IsEnabled<&EffectsRecord::innerShadow>, PlaceOfInnerShadow, MakeInnerShadow, 12, {}, {1, {1}}},
+    {IsEnabled<&EffectsRecord::outerGlow>, PlaceOfOuterGlow, MakeOuterGlow, 18, {}, {1, {2}}},
+    {IsEnabled<&EffectsRecord::innerGlow>, PlaceOfInnerGlow, MakeInnerGlow, 12, {}, {1, {3}}},
+    {IsEnabled<&EffectsRecord::satin>, PlaceOfSatin, MakeSatin, 14, {}, {1, {4}}},
+    {IsEnabled<&EffectsRecord::colorOverlay>, PlaceOfColorOverlay, MakeColorOverlay, 10, {}, {1, {5}}},
     {IsEnabled<&EffectsRecord::gradientOverlay>,
      PlaceOfGradientOverlay,
-     RenderGradientOverlay,
+     MakeGradientOverlay,
      8,
      {},
      {1, {6}}},
-    {IsEnabled<&EffectsRecord::patternOverlay>, PlaceOfPatternOverlay, RenderPatternOverlay, 8, {}, {1, {7}}},
-    {IsEnabled<&EffectsRecord::stroke>, PlaceOfStroke, RenderStroke, 12, {}, {1, {8}}},
-    {IsEnabled<&EffectsRecord::bevel>, PlaceOfBevel, RenderBevel, 16, {2, {9, 11}}, {3, {10, 12, 13}}},
+    {IsEnabled<&EffectsRecord::patternOverlay>, PlaceOfPatternOverlay, MakePatternOverlay, 8, {}, {1, {7}}},
+    {IsEnabled<&EffectsRecord::stroke>, PlaceOfStroke, MakeStroke, 12, {}, {1, {8}}},
+    {IsEnabled<&EffectsRecord::bevel>, PlaceOfBevel, MakeBevel, 16, {2, {9, 11}}, {3, {10, 12, 13}}},
 };
 
 // Whether an effect shows inside the area and may be drawn. Its blur takes about one nanosecond a pixel for
 // every eight pixels that it reaches over.
-bool MayRender(PsdDocument& document, const PsdLayer& layer, const SlotRow& row, const EffectPlace& place,
-               const Rect& area) {
+bool MayMake(PsdDocument& document, const PsdLayer& layer, const SlotRow& row, const EffectPlace& place,
+             const Rect& area) {
     const int64_t left = int64_t{layer.bounds.left} + place.dx - place.margin;
     const int64_t top = int64_t{layer.bounds.top} + place.dy - place.margin;
     const int64_t right = left + layer.width + 2 * place.margin,
@@ -98,7 +98,7 @@ void KeepOrFree(PsdDocument& document, const PsdLayer& layer, EffectsRecord& eff
     for (const BufferRow& buffers : {kSlots[slot].below, kSlots[slot].above}) {
         for (const uint8_t buffer : buffers.span()) effects.buffers[buffer].pixels.Reset();
     }
-    effects.renderPending[slot] = true;
+    effects.isPending[slot] = true;
 }
 
 // Whether both passes put buffers of the slot onto the canvas. It is drawn in the first and done after the
@@ -155,12 +155,12 @@ PsdReadResult DrawPass(PsdDocument& document, PsdLayer& layer, const Rect& area,
         const std::span<const uint8_t> buffers = (isBelow ? row.below : row.above).span();
         if (buffers.empty() || !effects->present[slot] || !row.isEnabled(*effects)) continue;
         const bool isFirst = isBelow || row.below.count == 0;
-        const bool isNew = effects->renderPending[slot] && isFirst;
+        const bool isNew = effects->isPending[slot] && isFirst;
         if (isNew) {
             const EffectPlace place = row.place(document, *effects);
             // Without memory its buffers stay empty and nothing is drawn.
-            if (MayRender(document, layer, row, place, area))
-                static_cast<void>(row.render({document, layer, place, *effects}));
+            if (MayMake(document, layer, row, place, area))
+                static_cast<void>(row.make({document, layer, place, *effects}));
         }
         for (const uint8_t buffer : buffers) {
             if (result == PsdReadResult::kOk)

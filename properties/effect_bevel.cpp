@@ -314,14 +314,14 @@ EffectPlace PlaceOfBevel(const PsdDocument&, const EffectsRecord& effects) {
             .blurred = 4 * ((isSmooth ? radius : 1) + bevel.soften)};
 }
 
-PsdReadResult RenderBevel(const EffectJob& job) {
+PsdReadResult MakeBevel(const EffectJob& job) {
     const PsdReadResult result = DrawBevel(job);
     if (result != PsdReadResult::kOk) {
         for (const uint32_t buffer : {kOuterHighlight, kInnerHighlight, kOuterShadow, kInnerShadow})
             job.effects.buffers[buffer].pixels.Reset();
         return result;
     }
-    job.effects.renderPending[kSlotBevel] = false;
+    job.effects.isPending[kSlotBevel] = false;
     return result;
 }
 

@@ -321,15 +321,15 @@ EffectPlace PlaceOfStroke(const PsdDocument&, const EffectsRecord& effects) {
             .steps = painting + kDistanceSteps * (isCenter ? 2 : 1)};
 }
 
-PsdReadResult RenderGradientOverlay(const EffectJob& job) {
+PsdReadResult MakeGradientOverlay(const EffectJob& job) {
     return FinishEffect(job, kSlotGradientOverlay, job.effects.gradientOverlay,
                         DrawGradientOverlay(job, job.effects.buffers[kSlotGradientOverlay]));
 }
-PsdReadResult RenderPatternOverlay(const EffectJob& job) {
+PsdReadResult MakePatternOverlay(const EffectJob& job) {
     return FinishEffect(job, kSlotPatternOverlay, job.effects.patternOverlay,
                         DrawPatternOverlay(job, job.effects.buffers[kSlotPatternOverlay]));
 }
-PsdReadResult RenderStroke(const EffectJob& job) {
+PsdReadResult MakeStroke(const EffectJob& job) {
     return FinishEffect(job, kSlotStroke, job.effects.stroke,
                         DrawStroke(job, job.effects.buffers[kSlotStroke]));
 }

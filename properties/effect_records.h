@@ -192,11 +192,11 @@ struct EffectsRecord {
     PatternOverlaySettings patternOverlay;
     StrokeSettings stroke;
     bool present[kEffectSlotCount] = {};
-    bool renderPending[kEffectSlotCount] = {};
+    bool isPending[kEffectSlotCount] = {};
     EffectBuffer buffers[kEffectBufferCount];
     bool isHeld[kEffectSlotCount] = {};  // the buffers wait for the second pass
 
-    void MarkRead(EffectSlot slot) { present[slot] = renderPending[slot] = true; }
+    void MarkRead(EffectSlot slot) { present[slot] = isPending[slot] = true; }
 };
 
 }  // namespace tessary

@@ -319,26 +319,26 @@ EffectPlace PlaceOfSatin(const PsdDocument&, const EffectsRecord& effects) {
 
 EffectPlace PlaceOfColorOverlay(const PsdDocument&, const EffectsRecord&) { return {}; }
 
-PsdReadResult RenderDropShadow(const EffectJob& job) {
+PsdReadResult MakeDropShadow(const EffectJob& job) {
     return FinishEffect(job, kSlotDropShadow, job.effects.dropShadow,
                         DrawDropShadow(job, job.effects.buffers[kSlotDropShadow]));
 }
-PsdReadResult RenderInnerShadow(const EffectJob& job) {
+PsdReadResult MakeInnerShadow(const EffectJob& job) {
     return FinishEffect(job, kSlotInnerShadow, job.effects.innerShadow,
                         DrawInnerShadow(job, job.effects.buffers[kSlotInnerShadow]));
 }
-PsdReadResult RenderOuterGlow(const EffectJob& job) {
+PsdReadResult MakeOuterGlow(const EffectJob& job) {
     return FinishEffect(job, kSlotOuterGlow, job.effects.outerGlow,
                         DrawOuterGlow(job, job.effects.buffers[kSlotOuterGlow]));
 }
-PsdReadResult RenderInnerGlow(const EffectJob& job) {
+PsdReadResult MakeInnerGlow(const EffectJob& job) {
     return FinishEffect(job, kSlotInnerGlow, job.effects.innerGlow,
                         DrawInnerGlow(job, job.effects.buffers[kSlotInnerGlow]));
 }
-PsdReadResult RenderSatin(const EffectJob& job) {
+PsdReadResult MakeSatin(const EffectJob& job) {
     return FinishEffect(job, kSlotSatin, job.effects.satin, DrawSatin(job, job.effects.buffers[kSlotSatin]));
 }
-PsdReadResult RenderColorOverlay(const EffectJob& job) {
+PsdReadResult MakeColorOverlay(const EffectJob& job) {
     return FinishEffect(job, kSlotColorOverlay, job.effects.colorOverlay,
                         DrawColorOverlay(job, job.effects.buffers[kSlotColorOverlay]));
 }

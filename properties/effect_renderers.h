@@ -19,16 +19,16 @@ EffectPlace PlaceOfBevel(const PsdDocument& document, const EffectsRecord& effec
 
 // All: the place is the effect's. kOutOfMemory leaves the slot pending and its buffers empty. An effect that
 // has nothing to paint with or no size leaves them empty, too.
-PsdReadResult RenderDropShadow(const EffectJob& job);
-PsdReadResult RenderInnerShadow(const EffectJob& job);
-PsdReadResult RenderOuterGlow(const EffectJob& job);
-PsdReadResult RenderInnerGlow(const EffectJob& job);
-PsdReadResult RenderSatin(const EffectJob& job);
-PsdReadResult RenderColorOverlay(const EffectJob& job);
-PsdReadResult RenderGradientOverlay(const EffectJob& job);
-PsdReadResult RenderPatternOverlay(const EffectJob& job);
-PsdReadResult RenderStroke(const EffectJob& job);
-PsdReadResult RenderBevel(const EffectJob& job);
+PsdReadResult MakeDropShadow(const EffectJob& job);
+PsdReadResult MakeInnerShadow(const EffectJob& job);
+PsdReadResult MakeOuterGlow(const EffectJob& job);
+PsdReadResult MakeInnerGlow(const EffectJob& job);
+PsdReadResult MakeSatin(const EffectJob& job);
+PsdReadResult MakeColorOverlay(const EffectJob& job);
+PsdReadResult MakeGradientOverlay(const EffectJob& job);
+PsdReadResult MakePatternOverlay(const EffectJob& job);
+PsdReadResult MakeStroke(const EffectJob& job);
+PsdReadResult MakeBevel(const EffectJob& job);
 
 // What all renderers of one buffer end with. A buffer that was not finished is not kept.
 template <class Settings>
@@ -41,7 +41,7 @@ PsdReadResult FinishEffect(const EffectJob& job, EffectSlot slot, const Settings
     }
     buffer.blendMode = settings.blendMode;
     buffer.opacity = settings.opacity;
-    job.effects.renderPending[slot] = false;
+    job.effects.isPending[slot] = false;
     return PsdReadResult::kOk;
 }
 

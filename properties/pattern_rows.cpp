@@ -72,7 +72,7 @@ struct Samples {
     uint32_t indices[kSamples];
     uint8_t weights[kSamples];
 
-    void Take(const Side& side, double first, double step) {
+    void Place(const Side& side, double first, double step) {
         const double floored = std::floor(first);
         const uint32_t start = side.Index(floored), size = static_cast<uint32_t>(side.size);
         count = 0;
@@ -115,13 +115,13 @@ void ShrunkRow(const Paint& paint, double x, double y, size_t count, uint32_t* p
     const Side columns(tile.width), rows(tile.height);
     const double step = 1 / paint.scale;
     Samples down, across;
-    down.Take(rows, y / paint.scale, step);
+    down.Place(rows, y / paint.scale, step);
     // Narrow tiles repeat, so that their columns need to be summed up but once.
     ColumnSums columnSums;
     const bool isNarrow = tile.width <= std::min<size_t>(ColumnSums::kMost, 4 * count);
     if (isNarrow) columnSums.Take(tile, down);
     for (size_t i = 0; i < count; ++i) {
-        across.Take(columns, (x + static_cast<double>(i)) / paint.scale, step);
+        across.Place(columns, (x + static_cast<double>(i)) / paint.scale, step);
         PixelSum sum;
         for (uint32_t k = 0; isNarrow && k < across.count; ++k)
             columnSums.AddTo(sum, across.indices[k], across.weights[k]);

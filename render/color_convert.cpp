@@ -33,15 +33,6 @@ uint8_t ReduceFloat(const uint8_t* sample) {
     return static_cast<uint8_t>(TruncateToInt32(LoadFloat(sample) * 255.0));
 }
 
-// `reduced` may begin where `samples` begins: no byte is overwritten before it is read.
-void ReduceSamples(const uint8_t* samples, uint32_t depth, uint8_t* reduced, size_t count) {
-    if (depth == 16) {
-        for (size_t i = 0; i < count; ++i) reduced[i] = samples[2 * i];
-    } else {
-        for (size_t i = 0; i < count; ++i) reduced[i] = ReduceFloat(samples + 4 * i);
-    }
-}
-
 // One piece of an image, every sample a byte. None of the pointers is null.
 struct Chunk {
     const uint8_t* alpha;
@@ -364,7 +355,7 @@ void ConvertPlanes(const PlaneBlock& block, uint32_t* pixels) {
             if (!plane) return absent;
             const uint8_t* samples = plane + at * sampleBytes;
             if (sampleBytes == 1) return samples;
-            ReduceSamples(samples, block.depth, storage, count);
+            ReduceSamples(samples, block.depth, count, storage);
             return static_cast<const uint8_t*>(storage);
         };
         Chunk chunk;
@@ -378,11 +369,13 @@ void ConvertPlanes(const PlaneBlock& block, uint32_t* pixels) {
     }
 }
 
-void ReduceMaskPlane(const uint8_t* samples, uint32_t depth, size_t count, uint8_t* mask) {
+void ReduceSamples(const uint8_t* samples, uint32_t depth, size_t count, uint8_t* reduced) {
     if (depth == 8) {
-        if (mask != samples && count) std::memcpy(mask, samples, count);
-    } else if (depth == 16 || depth == 32) {
-        ReduceSamples(samples, depth, mask, count);
+        if (reduced != samples && count) std::memcpy(reduced, samples, count);
+    } else if (depth == 16) {
+        for (size_t i = 0; i < count; ++i) reduced[i] = samples[2 * i];
+    } else if (depth == 32) {
+        for (size_t i = 0; i < count; ++i) reduced[i] = ReduceFloat(samples + 4 * i);
     }
 }
 

@@ -33,9 +33,9 @@ bool ConvertsPlanes(const PlaneBlock& block);
 // wrap in 8 bits, and those that no 32-bit integer can hold are 0.
 void ConvertPlanes(const PlaneBlock& block, uint32_t* pixels);
 
-// Reduces a mask plane of `count` samples of 8, 16 or 32 bits to one byte a sample; other depths leave `mask`
-// as it is. `mask` may be the memory of `samples`.
-void ReduceMaskPlane(const uint8_t* samples, uint32_t depth, size_t count, uint8_t* mask);
+// Reduces `count` samples of 8, 16 or 32 bits to bytes; other depths leave `reduced` as it is. It may be the
+// memory of `samples`: no byte is overwritten before it is read.
+void ReduceSamples(const uint8_t* samples, uint32_t depth, size_t count, uint8_t* reduced);
 
 // Single colours, each one opaque unless `alpha` (0..255) says otherwise.
 //   lightness 0..100, a and b around 0

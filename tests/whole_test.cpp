@@ -145,7 +145,7 @@ TEST(Threads, DecodeAsOneThreadDoes) {
         threads.emplace_back([&, i] { got[i] = Picture(files[i % 2]); });
     for (std::thread& thread : threads) thread.join();
     for (size_t i = 0; i < std::size(got); ++i)
-        EXPECT_TRUE(got[i].size() == 256 && got[i] == Picture(files[i % 2])) << i;
+        EXPECT_EQ(All(got[i].size(), got[i]), All(256, Picture(files[i % 2]))) << i;
 }
 
 }  // namespace

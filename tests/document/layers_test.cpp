@@ -83,14 +83,15 @@ TEST(LayerRecord, KeepsItsFields) {
     record.RealMask({1, 2, 3, 4}, 255, 7, {5, 6, 15, 26}, 0, 2);
     const Opened opened = Open(record);
     const PsdLayer& layer = opened.document->layers[0];
-    EXPECT_TRUE(layer.bounds == (Rect{-5, 7, 20, 9}) && layer.width == 25 && layer.channels[0].id == 2);
-    EXPECT_TRUE(layer.blendMode == kBlendLuminosity && layer.opacity == 77 && layer.clipping);
-    EXPECT_TRUE(!layer.visible && !layer.obsolete && layer.pixelDataIrrelevant);
-    EXPECT_TRUE(layer.grayRanges.source.white == 0xE0E1 && layer.grayRanges.destination.black == 0x2021);
+    EXPECT_EQ(All(layer.bounds, layer.width, layer.channels[0].id), All((Rect{-5, 7, 20, 9}), 25, 2));
+    EXPECT_EQ(All(layer.blendMode, layer.opacity, layer.clipping), All(kBlendLuminosity, 77, true));
+    EXPECT_EQ(All(layer.visible, layer.obsolete, layer.pixelDataIrrelevant), All(false, false, true));
+    EXPECT_EQ(All(layer.grayRanges.source.white, layer.grayRanges.destination.black), All(0xE0E1, 0x2021));
     ASSERT_EQ(layer.channelRangeCount, 1);
     EXPECT_EQ(layer.channelRanges[0].destination.WhitePoint(), 7u);
-    EXPECT_TRUE(layer.mask.bounds == (Rect{5, 6, 15, 26}) && layer.mask.defaultColor == 0);
-    EXPECT_TRUE(layer.mask.disabled && !layer.mask.relativeToLayer && !layer.mask.inverted);
+    EXPECT_EQ(All(layer.mask.bounds, layer.mask.defaultColor), All((Rect{5, 6, 15, 26}), 0));
+    EXPECT_EQ(All(layer.mask.disabled, layer.mask.relativeToLayer, layer.mask.inverted),
+              All(true, false, false));
 }
 
 TEST(LayerRecord, NamesFillMultiplesOfFourAndKeep1024Units) {
@@ -121,9 +122,9 @@ TEST(TaggedBlocks, EachKeyHasItsField) {
                  opened = Open(record.Block("brst", W().U32(2).U32(0xFFFF0001).I32(-1)));
     for (const bool set : {false, true}) {
         const PsdLayer& layer = (set ? opened : plain).document->layers[0];
-        EXPECT_TRUE(layer.knockout == set && layer.protectComposite == set && !layer.protectPosition);
-        EXPECT_TRUE(layer.fillOpacity == (set ? 128 : 255) && layer.transparencyShapesLayer != set);
-        EXPECT_TRUE(layer.sheetColor == (set ? 0xFF010203 : 0) && layer.referenceY == -2 * set);
+        EXPECT_EQ(All(layer.knockout, layer.protectComposite, layer.protectPosition), All(set, set, false));
+        EXPECT_EQ(All(layer.fillOpacity, layer.transparencyShapesLayer), All(set ? 128 : 255, !set));
+        EXPECT_EQ(All(layer.sheetColor, layer.referenceY), All(set ? 0xFF010203 : 0, -2 * set));
         EXPECT_EQ(layer.layerId, -8 * set);
         for (const PsdChannelInfo& channel : layer.channels.span())
             EXPECT_EQ(channel.excluded, set && (channel.id < 0 || channel.id == 2));
@@ -138,10 +139,10 @@ TEST(TaggedBlocks, EachKeyHasItsField) {
     for (const auto& [divider, kind, mode] : dividers) {
         const Opened grouped = Open(Small().Mode("mul ").Block("lsct", divider).Block("lyvr", W().U32(9)));
         const PsdLayer& layer = grouped.document->layers[0];
-        EXPECT_TRUE(layer.layerKind == kind && GroupBlendMode(layer) == mode && layer.layerVersion == 9)
+        EXPECT_EQ(All(layer.layerKind, GroupBlendMode(layer), layer.layerVersion), All(kind, mode, 9))
             << kind;
     }
-    EXPECT_TRUE(BlendModeFromKey(FourCC("lite")) == 6 && BlendModeFromKey(FourCC("pass")) == 23);
+    EXPECT_EQ(All(BlendModeFromKey(FourCC("lite")), BlendModeFromKey(FourCC("pass"))), All(6, 23));
 }
 
 TEST(LayerPixels, ChannelsArePlacedById) {
@@ -206,9 +207,11 @@ TEST(LayerSection, DocumentBlocksCarryLayers) {
     plain.DocumentBlock("Patt", Bytes(21, 'p')).DocumentBlock("Lr16", one);
     for (const uint32_t pixel : {0xFF010000u, 0xFF030000u}) {
         const Opened opened = OpenBytes(plain.Build());
-        ASSERT_TRUE(opened.document && opened.document->layerCount == 1);
+        ASSERT_TRUE(opened.document);
+        ASSERT_EQ(opened.document->layerCount, 1);
         EXPECT_EQ(opened.document->layers[0].image[0], pixel);
-        EXPECT_TRUE(opened.document->globalMaskColor == 0xFFFF8000 && opened.document->globalMaskKind == 128);
+        EXPECT_EQ(All(opened.document->globalMaskColor, opened.document->globalMaskKind),
+                  All(0xFFFF8000, 128));
         plain.DocumentBlock("Lr16", three).DocumentBlock("Lr16", {}).DocumentBlock("Lr32", one);
     }
 }
@@ -390,7 +393,7 @@ TEST(LayerPixels, AreTheSameInPieces) {
         ConvertPlanes(block, want.data());
         EXPECT_TRUE(Values(opened.document->layers[0].image) == want);
         Bytes mask(count);
-        ReduceMaskPlane(planes[colors + 2].data(), depth, count, mask.data());
+        ReduceSamples(planes[colors + 2].data(), depth, count, mask.data());
         EXPECT_TRUE(Values(opened.document->layers[0].mask.data) == mask);
     }
 }

@@ -37,10 +37,12 @@ TEST(Patterns, AreFoundByTheirIdentifier) {
                                         .Raw(PatternOf("one", 1, {0}));
                 const auto document = WithBlock(block, key);
                 const PsdPattern* const pattern = FindPattern(*document, Named("one", 1));
-                ASSERT_TRUE(pattern && pattern->width == 3 && pattern->height == 2);
+                ASSERT_TRUE(pattern);
+                ASSERT_EQ(All(pattern->width, pattern->height), All(3, 2));
                 EXPECT_TRUE(std::ranges::equal(pattern->pixels.span(), kPixels)) << compression << depth;
                 EXPECT_EQ(FindPattern(*document, Named("other", 0))->pixels[0], 0xFF445566u);
-                EXPECT_FALSE(FindPattern(*document, Named("on", 0)) || FindPattern(*document, Named("", 2)));
+                EXPECT_EQ(All(!FindPattern(*document, Named("on", 0)), !FindPattern(*document, Named("", 2))),
+                          All(true, true));
             }
         }
     }

@@ -32,10 +32,18 @@ TEST(ByteReader, GivesTheBytesHoweverTheyAreDelivered) {
     }
     StreamReader cut({1, 2}), stuck(Bytes(10)), boasting(Bytes(10));
     boasting.stream.claimsMore = true;
-    EXPECT_TRUE(Read(boasting.document, got.data(), 4) == 0 && boasting.document.reader.delivered == 0);
-    EXPECT_TRUE(ReadU32(cut.document) == 0 && Position(cut.document) == 2);
+    EXPECT_EQ(Read(boasting.document, got.data(), 4), 0u);
+    EXPECT_EQ(boasting.document.reader.delivered, 0u);
+    StreamReader endless(Bytes(9, 7));
+    endless.document.reader.delivered = (uint64_t{1} << 31) - 1;
+    EXPECT_EQ(ReadU8(endless.document), 7) << "not yet two gigabytes";
+    endless.document.reader.buffer.Reset();
+    EXPECT_EQ(ReadU8(endless.document), 0) << "no file is so long";
+    EXPECT_EQ(ReadU32(cut.document), 0u);
+    EXPECT_EQ(Position(cut.document), 2u);
     stuck.stream.canSeek = false;
-    EXPECT_TRUE(Skip(stuck.document, 65537) == 65537 && Position(stuck.document) == 65537) << "in full";
+    EXPECT_EQ(Skip(stuck.document, 65537), 65537) << "in full";
+    EXPECT_EQ(Position(stuck.document), 65537u);
     EXPECT_EQ(Skip(stuck.document, 65536), 10) << "the stream never moved";
     EXPECT_EQ(Skip(stuck.document, -5), 0);
 }
@@ -48,7 +56,8 @@ TEST(ByteReader, ColorStructuresTakeTenBytes) {
     };
     for (const auto& [space, c0, c1, c2, c3, want] : cases) {
         StreamReader over(W().U16(space).U16(c0).U16(c1).U16(c2).U16(c3).U8(77));
-        EXPECT_TRUE(ReadColor(over.document) == want && ReadU8(over.document) == 77) << std::hex << want;
+        EXPECT_EQ(ReadColor(over.document), want);
+        EXPECT_EQ(ReadU8(over.document), 77) << std::hex << want;
     }
 }
 
@@ -145,7 +154,8 @@ TEST(ImageResources, PresenceIsNotedAndTheWalkStopsWhereTheModeIsServed) {
         const bool seen[] = {r.resolution.present, r.profile.present, r.thumbnail.present, r.exif.present,
                              r.xmp.present};
         for (size_t i = 0; i < 5; ++i) EXPECT_EQ(seen[i], i != left) << "size 0 for " << kinds[left % 5];
-        EXPECT_FALSE(r.profile.bytes || r.thumbnail.data || r.exif.bytes || r.xmp.bytes);
+        EXPECT_EQ(All(!r.profile.bytes, !r.thumbnail.data, !r.exif.bytes, !r.xmp.bytes),
+                  All(true, true, true, true));
         // What stands behind the last one is looked at only while something is missing.
         const Bytes damaged = builder.Resource(1, {}, "", "8BIX").Build();
         const bool served[] = {false, left == 5, false, false, left != 2, false, left != 1};
@@ -165,8 +175,8 @@ TEST(ImageResources, TheFirstOfSeveralWinsForNamesAndExif) {
     builder.Resource(1006, W().Pascal("x", 1)).Resource(1058, {1}).Resource(1059, {2});
     const Opened opened = OpenBytes(builder.Build());
     const R& r = opened.document->resources;
-    EXPECT_TRUE(r.alphaCount == 2 && opened.document->colorChannels == 3 && r.exif.bytes[0] == 1);
-    EXPECT_TRUE(!r.alphas[0].name.length && r.alphas[0].unicodeName.length == 1 && r.alphas[1].id == 12);
+    EXPECT_EQ(All(r.alphaCount, opened.document->colorChannels, r.exif.bytes[0]), All(2, 3, 1));
+    EXPECT_EQ(All(r.alphas[0].name.length, r.alphas[0].unicodeName.length, r.alphas[1].id), All(0, 1, 12));
     const Opened many = OpenBytes(Rgb(3).Resource(1006, Bytes(9)).Resource(1057, {}).Build());
     EXPECT_EQ(many.document->colorChannels, 0) << "more names than channels";
     EXPECT_TRUE(many.document->resources.versionInfo.hasRealMergedData);
@@ -246,7 +256,8 @@ TEST(ReadDriver, StagesAdvanceOnSuccessOnlyAndLetGoOfTheStream) {
     stream.position = 7;  // rewound first
     Owned<PsdDocument> document;
     ASSERT_EQ(OpenDocument(document, &stream, 0), kOk);
-    EXPECT_FALSE(document->reader.stream || document->reader.buffer || stream.references != 1);
+    EXPECT_EQ(All(!document->reader.stream, !document->reader.buffer, stream.references.load()),
+              All(true, true, 1));
     EXPECT_EQ(OpenDocument(document, nullptr, 0), kNoStream);
     EXPECT_FALSE(document);
     EXPECT_EQ(CloseDocument(document), kNoDocument);
@@ -260,7 +271,8 @@ TEST(ReadDriver, StagesAdvanceOnSuccessOnlyAndLetGoOfTheStream) {
         EXPECT_EQ(OpenDocument(document, &stream, 0), fits ? kOk : kShortRead);
         EXPECT_EQ(stream.bytesRead != 0, fits) << std::hex << size;
     }
-    EXPECT_TRUE(CloseDocument(document) == kOk && !document);
+    EXPECT_EQ(CloseDocument(document), kOk);
+    EXPECT_FALSE(document);
 
     // A stream that does not tell its size: where its end is, else as much as there can be.
     const struct {

@@ -60,7 +60,7 @@ TEST(DocumentPixels, TakesThePictureThatTheFileVouchesFor) {
         const Decoded decoded(document);
         EXPECT_EQ(decoded.color, want) << what;
         if (want == 0) continue;
-        EXPECT_TRUE(decoded.picture.pixels.count() == 4 && decoded.picture.width == 2) << what;
+        EXPECT_EQ(All(decoded.picture.pixels.count(), decoded.picture.width), All(4, 2)) << what;
         EXPECT_EQ(decoded.stream.position == 7, want == kMergedColor)
             << what << ": only the reading of the layers may move the stream";
     }
@@ -137,7 +137,7 @@ TEST(HeaderProbe, TruncatesTheResolutionToWholeDots) {
     for (const auto& [value, unit, want] : cases) {
         const Bytes mixed = ByteWriter().Fixed(150).U16(1).U16(1).Fixed(value).U16(unit).U16(1);
         const HeaderInfo info = Probe(Header(1, 1).Resource(1005, mixed).Build());
-        EXPECT_TRUE(info.dpiX == 150 && info.dpiY == want) << value << " of unit " << unit;
+        EXPECT_EQ(All(info.dpiX, info.dpiY), All(150, want)) << value << " of unit " << unit;
         EXPECT_EQ(Probe(Header(1, 1).Resolution(value, unit).Build()).dpiX, want) << value;
     }
 }
@@ -193,6 +193,33 @@ TEST(ThumbnailImage, RefusesNumbersThatDisagree) {
         thumbnail.data = AllocateZeroed<uint8_t>({5});
         EXPECT_EQ(IsUsableThumbnail(thumbnail), field == 9) << field << ' ' << value;
     }
+}
+
+TEST(ThumbnailImage, CopiesRowsThatAreThere) {
+    ThumbnailRecord record;
+    record.stored.rowBytes = 10, record.stored.bitsPerPixel = 24;
+    record.pixels = AllocateZeroed<uint8_t>({20});
+    std::iota(record.pixels.get(), record.pixels.get() + 20, uint8_t{0});
+    const struct {
+        const char* what;
+        CopyArea area;
+        int32_t originX, originY;
+        Bytes want;  // rows of four bytes
+    } cases[] = {
+        {"in place", {1, 0, 1, 2}, -1, -1, {3, 4, 5, 99, 13, 14, 15, 99}},
+        {"half an origin", {1, 0, 1, 2}, 1, -1, {3, 4, 5, 99, 13, 14, 15, 99}},
+        {"moved", {0, 0, 1, 1}, 1, 1, {13, 14, 15, 99, 99, 99, 99, 99}},
+        {"to the last byte", {0, 1, 1, 2}, -1, -1, {10, 11, 12, 99, 99, 99, 99, 99}},
+    };
+    for (const auto& test : cases) {
+        Bytes buffer(8, 99);
+        CopyThumbnail(record, test.area, test.originX, test.originY, 4, buffer.data());
+        EXPECT_EQ(buffer, test.want) << test.what;
+    }
+    record.stored.rowBytes = 9, record.pixels = AllocateZeroed<uint8_t>({9});
+    Bytes whole(9, 99);
+    CopyThumbnail(record, {0, 0, 3, 1}, -1, -1, 9, whole.data());
+    EXPECT_EQ(whole, Bytes(9)) << "the whole of the last row";
 }
 
 constexpr uint32_t kBuffer = 16;
@@ -267,7 +294,7 @@ TEST(ReadAhead, RefillsWhereTheBufferEndsAndBelievesNoSource) {
         Buffered boasting;
         boasting.source.claimsMore = true;
         boasting.Read(count);
-        EXPECT_TRUE(boasting.got == 0 && boasting.state.position == 0);
+        EXPECT_EQ(All(boasting.got, boasting.state.position), All(0, 0));
     }
 }
 

@@ -92,7 +92,7 @@ struct Plane {
 };
 
 TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
-    for (const auto& [width, height, isFlat] :
+    for (const auto& [width, height, isHalved] :
          {std::tuple{1, 1, false}, {9, 4, false}, {70, 3, false}, {3, 130, false}, {90, 80, true}}) {
         for (const int radius : {1, 2, 5, 17, 250}) {
             Plane plane{width, height, {}};
@@ -100,7 +100,7 @@ TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
             for (uint32_t i = 0; i < uint32_t(width * height); ++i) {
                 // Or two flat halves, one of them darker on the right.
                 const uint32_t flat = i < 40 * 90 ? 255 : i % 90 < 50 ? 0 : 99;
-                plane.alphas.push_back(isFlat ? flat : i % 3 ? i * 73 % 256 : 255);
+                plane.alphas.push_back(isHalved ? flat : i % 3 ? i * 73 % 256 : 255);
                 pixels.push_back(plane.alphas.back() << 24 | i);
             }
             auto narrowly = pixels;
@@ -197,7 +197,8 @@ TEST(Effects, StackInTheirOrderAndFadeWithTheLayer) {
                 continue;
             }
             const EffectBuffer& buffer = drawing.Buffer(static_cast<EffectSlot>(number));
-            ASSERT_TRUE(buffer.pixels && buffer.opacity) << number;
+            ASSERT_TRUE(buffer.pixels) << number;
+            ASSERT_NE(buffer.opacity, 0) << number;
             const auto* const pixels = buffer.pixels.get();
             const auto count = buffer.bounds.Width() * buffer.bounds.Height();
             const Rect at = {kTile.left + buffer.bounds.left, kTile.top + buffer.bounds.top,
@@ -276,6 +277,18 @@ TEST(Effects, AreTheSameInAllColorModes) {
                 << name << ", buffer " << i;
         }
     }
+}
+
+// Those of adjustments follow what the canvas shows at the time.
+TEST(Effects, OfAdjustmentsAreDrawnAnew) {
+    const LayerBuilder adjustment =
+        LayerBuilder({0, 0, 48, 48}).Solid(0).Block("nvrt", {}).Block("lfx2", EffectsBlock({{"SoFi"}}));
+    Drawing drawing(Layers{LayerBuilder(kTile).Solid(0xFF204080), adjustment});
+    const std::vector<uint32_t> before = drawing.Canvas();
+    drawing.document->layers[0].visible = false;
+    ASSERT_EQ(Render(drawing.document.get(), 0, 0, kSide, kSide, 1), PsdReadResult::kOk);
+    EXPECT_NE(drawing.Canvas(), before);
+    EXPECT_EQ(drawing.Canvas(), Drawing(Layers{adjustment}).Canvas());
 }
 
 TEST(Effects, AreDrawnOnlyWhereTheyAreSwitchedOn) {

@@ -1,4 +1,5 @@
 // Effects against plain rules, worked out pixel by pixel on the whole plane.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -104,7 +105,10 @@ struct Scene {
         }
         if (!isSharp) {
             layer.mask.disabled = false;
-            layer.mask.bounds = {8, 12, 24, 22};
+            // It enters from another side each time, and hides what is beside it or does not.
+            layer.mask.bounds = std::array{Rect{8, 12, 24, 22}, Rect{-2, 5, 14, 15}, Rect{15, 19, 31, 29},
+                                           Rect{9, 2, 25, 12}}[seed % 4];
+            layer.mask.defaultColor = seed / 4 % 2 ? 0 : 255;
             layer.mask.data = AllocateZeroed<uint8_t>({16, 10});
             for (uint8_t& value : layer.mask.data.span()) value = uint8_t(below(2) ? 255 : below(256));
         }
@@ -129,9 +133,9 @@ struct Scene {
         return Plane([this](int x, int y) {
             const uint32_t alpha = Alpha(Pixel(x, y));
             if (layer.mask.disabled) return double(alpha);
-            const int mx = x + 5 - 8, my = y + 9 - 12;
-            const uint32_t mask =
-                mx < 0 || mx >= 16 || my < 0 || my >= 10 ? 255 : layer.mask.data[size_t(my * 16 + mx)];
+            const int mx = x + 5 - layer.mask.bounds.left, my = y + 9 - layer.mask.bounds.top;
+            const bool isBeside = mx < 0 || mx >= 16 || my < 0 || my >= 10;
+            const uint32_t mask = isBeside ? layer.mask.defaultColor : layer.mask.data[size_t(my * 16 + mx)];
             return double(alpha * (mask + (mask == 255)) >> 8);
         });
     }
@@ -147,7 +151,8 @@ struct Scene {
 using Want = std::function<uint32_t(int, int)>;
 void ExpectPixels(const EffectBuffer& buffer, const Rect& bounds, const Want& want, int grace,
                   const std::string& what) {
-    ASSERT_TRUE(buffer.pixels && buffer.bounds == bounds) << what;
+    ASSERT_TRUE(buffer.pixels) << what;
+    ASSERT_EQ(buffer.bounds, bounds) << what;
     for (int y = bounds.top; y < bounds.bottom; ++y) {
         for (int x = bounds.left; x < bounds.right; ++x) {
             const uint32_t got = buffer.pixels[size_t((y - bounds.top) * bounds.Width() + x - bounds.left)],
@@ -230,7 +235,7 @@ TEST(InnerShadow, IsWhatTheMovedLayerLeaves) {
         const auto want = [&, dx = dx, dy = dy](int x, int y) {
             return WithAlpha(0x123456, CoveredShare(255 - soft(x - dx, y - dy), a(x, y)));
         };
-        ExpectPixels(scene.Draw(PlaceOfInnerShadow, RenderInnerShadow, 1), kLayer, want, 0,
+        ExpectPixels(scene.Draw(PlaceOfInnerShadow, MakeInnerShadow, 1), kLayer, want, 0,
                      "case " + std::to_string(i));
     }
 }
@@ -256,7 +261,7 @@ TEST(InnerGlow, FallsOffFromTheEdgeOrTheCentre) {
             e = std::min(255.0, std::trunc(e * 100 / range));
             return WithAlpha(0xABCDEF, CoveredShare(isCentre ? 255 - e : e, a(x, y)));
         };
-        ExpectPixels(scene.Draw(PlaceOfInnerGlow, RenderInnerGlow, 3), kLayer, want, 0,
+        ExpectPixels(scene.Draw(PlaceOfInnerGlow, MakeInnerGlow, 3), kLayer, want, 0,
                      "case " + std::to_string(i));
     }
 }
@@ -274,7 +279,7 @@ TEST(Satin, IsTheDifferenceOfTwoMovedCopies) {
             const double apart = std::abs(soft(x - dx, y - dy) - soft(x + dx, y + dy));
             return WithAlpha(0, CoveredShare(satin.invert ? 255 - apart : apart, a(x, y)));
         };
-        ExpectPixels(scene.Draw(PlaceOfSatin, RenderSatin, 4), kLayer, want, 0, "case " + std::to_string(i));
+        ExpectPixels(scene.Draw(PlaceOfSatin, MakeSatin, 4), kLayer, want, 0, "case " + std::to_string(i));
     }
 }
 
@@ -388,7 +393,7 @@ TEST(GradientOverlay, LiesInTheBoxOfTheLayerOrTheDocument) {
             return WithAlpha(color, CoveredShare(Alpha(color), a(x, y)));
         };
         // Halves of levels may fall to either side.
-        ExpectPixels(scene.Draw(PlaceOfGradientOverlay, RenderGradientOverlay, 6), kLayer, want, 1,
+        ExpectPixels(scene.Draw(PlaceOfGradientOverlay, MakeGradientOverlay, 6), kLayer, want, 1,
                      "case " + std::to_string(i));
     }
 }
@@ -412,6 +417,19 @@ TEST(GradientRamp, MixesBytesLightOrWhatTheEyeSees) {
     EXPECT_EQ(middle(GradientMethod::kLinearLight, 0xFF000000, 0xFFFFFFFF), 0xFFBCBCBC);
     EXPECT_EQ(middle(GradientMethod::kPerceptual, 0xFF000000, 0xFFFFFFFF), 0xFF636363);
     EXPECT_EQ(middle(GradientMethod::kPerceptual, 0xFF0000FF, 0xFFFFFF00), 0xFF6CABC7);
+
+    // Of stops at one place the first ends what comes before it, the last begins what comes behind.
+    GradientSettings gradient;
+    gradient.interpolation = 0;
+    for (const auto& [color, location] :
+         {std::pair{0xFF000000u, 0u}, {0xFF00FF00u, 2048u}, {0xFF0000FFu, 2048u}, {0xFFFFFFFFu, 4096u}})
+        *gradient.colorStops.Append() = {color, location, 50, {}};
+    GradientRamp ramp;
+    ASSERT_EQ(MakeRamp(gradient, GradientMethod::kBytes, ramp), PsdReadResult::kOk);
+    const double places[] = {0.25, 0.4999, 0.5, 0.75};
+    uint32_t colors[4];
+    DrawRamp(ramp, places, 4, colors);
+    EXPECT_THAT(colors, testing::ElementsAre(0xFF008000, 0xFF00FF00, 0xFF0000FF, 0xFF8080FF));
 }
 
 // Sums of the tile's channels at places, each with its share.
@@ -470,12 +488,12 @@ TEST(PatternOverlay, TilesThePlane) {
             const uint32_t color = tile.Painted(5 + x - left, 9 + y - top, scale, angle);
             return WithAlpha(color, CoveredShare(Alpha(color), a(x, y)));
         };
-        ExpectPixels(scene.Draw(PlaceOfPatternOverlay, RenderPatternOverlay, 7), kLayer, want, 1,
+        ExpectPixels(scene.Draw(PlaceOfPatternOverlay, MakePatternOverlay, 7), kLayer, want, 1,
                      "case " + std::to_string(i));
     }
     Scene scene(0, false);
     scene.effects.patternOverlay.pattern.identifier.bytes[1] = 'b';
-    EXPECT_FALSE(scene.Draw(PlaceOfPatternOverlay, RenderPatternOverlay, 7).pixels);
+    EXPECT_FALSE(scene.Draw(PlaceOfPatternOverlay, MakePatternOverlay, 7).pixels);
 }
 
 TEST(Stroke, RunsAlongTheEdge) {
@@ -509,7 +527,7 @@ TEST(Stroke, RunsAlongTheEdge) {
             return WithAlpha(paint, CoveredShare(alpha, Alpha(paint)));
         };
         // Distances are rounded up to half a level, of which a gradient may have more.
-        ExpectPixels(scene.Draw(PlaceOfStroke, RenderStroke, 8), GrownRect(margin), want, isBurst ? 12 : 0,
+        ExpectPixels(scene.Draw(PlaceOfStroke, MakeStroke, 8), GrownRect(margin), want, isBurst ? 12 : 0,
                      "case " + std::to_string(i));
     }
 }
@@ -521,7 +539,7 @@ TEST(Stroke, HoldsALayerThatIsBlendedAsItIs) {
         scene.layer.image[0] = 0x808040C0;
         if (!holds) scene.layer.fillOpacity = 0;
         scene.effects.stroke.size = 2, scene.effects.stroke.color = 0x000000;
-        const EffectBuffer& buffer = scene.Draw(PlaceOfStroke, RenderStroke, 8);
+        const EffectBuffer& buffer = scene.Draw(PlaceOfStroke, MakeStroke, 8);
         const auto at = [&](int x, int y) { return buffer.pixels[size_t((y + 2) * (kWidth + 4) + x + 2)]; };
         EXPECT_EQ(at(0, 0), holds ? 0xFF402060 : 0x7F000000);
         EXPECT_EQ(at(1, 0) >> 24, 0u);
@@ -586,7 +604,7 @@ TEST(Bevel, FollowsTheSlopeOfItsSurface) {
                         return share < 1e-6 ? 0 : (light - up) / share * (bevel.directionDown ? -1 : 1);
                     }),
                     bevel.soften, false);
-        scene.Draw(PlaceOfBevel, RenderBevel, 9);
+        scene.Draw(PlaceOfBevel, MakeBevel, 9);
         for (const uint32_t buffer : {9u, 10u, 11u, 12u}) {
             const bool isInside = buffer % 2 == 0, isBright = buffer < 11;
             if (!(isInside ? isInner : isOuter)) {

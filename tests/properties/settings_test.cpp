@@ -127,7 +127,7 @@ TEST(AdjustmentReaders, CurvesKeepNineteenPointsAndTheirLaterChannel) {
         for (uint32_t i = 0; i < 25; ++i) curves.U16(differs && i == 18 ? 99 : i).U16(i * 10);
         BlockRead read("curv", curves);
         const CurveRecord& curve = read.Get<CurvesRecord>(kPropertyCurves).curves[0];
-        EXPECT_TRUE(curve.channel == 2 && curve.points[18] == (CurvePoint{18, 180}));
+        EXPECT_EQ(All(curve.channel, curve.points[18]), All(2, (CurvePoint{18, 180})));
         EXPECT_EQ(read.layer.rebuildTables, !differs);
         EXPECT_EQ(Position(read.document), curves.size() - (differs ? 6 * 4 : 0));
     }
@@ -146,7 +146,7 @@ TEST(AdjustmentReaders, AFullListDropsTheBlockWhole) {
     const uint32_t before = Position(read.document);
     EXPECT_EQ(read.Read("levl", 292), PsdReadResult::kOk);  // not even its wrong version is seen
     EXPECT_EQ(Position(read.document), before);
-    EXPECT_TRUE(read.layer.layerKind == kLayerInvert && read.layer.propertyList.count == 20);
+    EXPECT_EQ(All(read.layer.layerKind, read.layer.propertyList.count), All(kLayerInvert, 20));
 }
 
 TEST(ObjectEffects, ReadsADropShadowWhole) {
@@ -161,9 +161,10 @@ TEST(ObjectEffects, ReadsADropShadowWhole) {
     BlockRead read("lfx2", ByteWriter(block).Zeros(9));
     EXPECT_EQ(Position(read.document), block.size());
     const EffectsRecord& effects = read.Get();
-    EXPECT_TRUE(effects.effectCount == 1 && effects.masterSwitch == 1 && effects.renderPending[0]);
+    EXPECT_EQ(All(effects.effectCount, effects.masterSwitch, effects.isPending[0]), All(1, 1, true));
     const ShadowSettings& s = effects.dropShadow;
-    EXPECT_TRUE(s.enabled && s.useGlobalLight && s.contourAntiAlias && s.layerConceals);
+    EXPECT_EQ(All(s.enabled, s.useGlobalLight, s.contourAntiAlias, s.layerConceals),
+              All(true, true, true, true));
     EXPECT_EQ((Values{s.blendMode, s.color, s.opacity, s.angleDegrees, s.distance, s.spreadPercent, s.size,
                       s.noisePercent}),
               (Values{kBlendMultiply, 0xFF0180FF, 191, -60, kMaxEffectDistance, 30, kMaxEffectSize, 0}));
@@ -204,15 +205,16 @@ TEST(ObjectEffects, ReadWhatPaintsAndWhatShapes) {
                 static_cast<uint32_t>(b.soften), static_cast<uint32_t>(b.textureDepthPercent + 2000),
                 static_cast<uint32_t>(b.rangePercent)}),
         (Values{BevelSettings::kOtherStyle, BevelSettings::kChiselSoft, 1, 77, 90, 1000, 0, 1000, 100}));
-    EXPECT_TRUE(b.glossAntiAlias && b.useContour && b.useTexture && !b.textureLinked &&
-                b.textureScalePercent == 1 && b.texturePhase.horizontal == 2.5);
+    EXPECT_EQ(All(b.glossAntiAlias, b.useContour, b.useTexture, b.textureLinked, b.textureScalePercent,
+                  b.texturePhase.horizontal),
+              All(true, true, true, false, 1, 2.5));
     const StrokeSettings& s = read.Get().stroke;
-    EXPECT_TRUE(s.scalePercent == 33.3 && s.method == GradientMethod::kLinearLight && s.linked &&
-                s.style == GradientStyle::kShapeBurst && s.phase.horizontal == 1.5);
+    EXPECT_EQ(All(s.scalePercent, s.method, s.linked, s.style, s.phase.horizontal),
+              All(33.3, GradientMethod::kLinearLight, true, GradientStyle::kShapeBurst, 1.5));
     const GradientOverlaySettings& g = read.Get().gradientOverlay;
-    EXPECT_TRUE(g.method == GradientMethod::kPerceptual && g.scalePercent == 1000 && g.align);
+    EXPECT_EQ(All(g.method, g.scalePercent, g.align), All(GradientMethod::kPerceptual, 1000, true));
     const PatternOverlaySettings& p = read.Get().patternOverlay;
-    EXPECT_TRUE(!p.linked && p.phase.vertical == 8.25 && p.angleDegrees == 0.5 && p.scalePercent == 100);
+    EXPECT_EQ(All(p.linked, p.phase.vertical, p.angleDegrees, p.scalePercent), All(false, 8.25, 0.5, 100));
 }
 
 TEST(ObjectEffects, FindTheirSlots) {
@@ -223,7 +225,7 @@ TEST(ObjectEffects, FindTheirSlots) {
     BlockRead read("lfx2", block.Unit("Inpr", "#Prc", 250).Long("else", 1));
     EXPECT_EQ(read.Get().effectCount, 10);
     for (const bool present : read.Get().present) EXPECT_TRUE(present);
-    EXPECT_TRUE(read.Get().outerGlow.rangePercent == 100 && Position(read.document) == block.size());
+    EXPECT_EQ(All(read.Get().outerGlow.rangePercent, Position(read.document)), All(100, block.size()));
 }
 
 TEST(ObjectEffects, ColorClassesGoThroughTheSingleColorConversions) {
@@ -297,9 +299,10 @@ TEST(OldEffects, BevelsAreStoredInTheirOwnUnits) {
         fields.Text("8BIMscrn8BIMmul ").Zeros(20).U8(test.style).U8(190).U8(90).U8(1).U8(0).U8(1);
         BlockRead read("lrFX", ByteWriter().U16(0).U16(1).Text("8BIMbevl").Counted(fields));
         const BevelSettings& b = read.Get(kPropertyOldEffects).bevel;
-        EXPECT_TRUE(b.style == test.want && b.depthPercent == test.depth && b.size == test.size)
+        EXPECT_EQ(All(b.style, b.depthPercent, b.size), All(test.want, test.depth, test.size))
             << int{test.style};
-        EXPECT_TRUE(b.enabled && b.directionDown && b.highlightOpacity == 190 && b.altitudeDegrees == 30);
+        EXPECT_EQ(All(b.enabled, b.directionDown, b.highlightOpacity, b.altitudeDegrees),
+                  All(true, true, 190, 30));
     }
 }
 
@@ -517,7 +520,7 @@ TEST(ApplyAdjustment, RecoloursTheAreaInsideTheLayerAndKeepsAlpha) {
             layer.image = AllocateZeroed<uint32_t>({uint64_t(layer.width), uint64_t(layer.height)});
         ASSERT_TRUE(scene.Apply({1, 0, 3, 3}));
         EXPECT_EQ(layer.bounds, bounds.IsEmpty() ? whole : bounds);
-        EXPECT_TRUE(layer.width == layer.bounds.Width() && layer.height == layer.bounds.Height());
+        EXPECT_EQ(All(layer.width, layer.height), All(layer.bounds.Width(), layer.bounds.Height()));
         EXPECT_FALSE(layer.rebuildTables);
         for (int i = 0; i < layer.width * layer.height; ++i) {
             const int x = layer.bounds.left + i % layer.width, y = layer.bounds.top + i / layer.width;
@@ -542,7 +545,7 @@ TEST(ApplyAdjustment, KnowsWhatItCannotDraw) {
         AppendProperty<LevelsRecord>(scene.layer, code);
         EXPECT_EQ(scene.Apply(), drawn) << kind;
         ASSERT_EQ(scene.layer.image.count(), 12u) << kind;
-        EXPECT_TRUE(scene.layer.rebuildTables != drawn && (scene.layer.image[5] != 0) == drawn) << kind;
+        EXPECT_EQ(All(scene.layer.rebuildTables, scene.layer.image[5] != 0), All(!drawn, drawn)) << kind;
     }
 }
 

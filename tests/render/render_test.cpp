@@ -15,6 +15,7 @@
 #include "document/platform.h"
 #include "properties/effect_records.h"
 #include "render/color_convert.h"
+#include "render/coverage.h"
 #include "render/hsl_vectors.h"
 #include "render/kernels.h"
 #include "render/pixel_vectors.h"
@@ -105,7 +106,7 @@ TEST(Render, DrawsDocumentsAsTheirRecordsSay) {
         for (const LayerBuilder& layer : layers) builder.Layer(layer);
         const Opened opened = OpenBytes(builder.Build());
         ASSERT_EQ(Render(opened.document.get(), 0, 0, 4, 3, 1), PsdReadResult::kOk);
-        EXPECT_TRUE(opened.document->canvas[0] == first && opened.document->canvas[11] == last)
+        EXPECT_EQ(All(opened.document->canvas[0], opened.document->canvas[11]), All(first, last))
             << "row " << &test - cases;
     }
 }
@@ -154,7 +155,7 @@ TEST(Render, EffectsTakeLittleMemory) {
         EXPECT_EQ(document.allowance.keptEffectBytes, 48u);
         for (size_t k = 0; k < 4; ++k) {
             const auto* effects = FindProperty<EffectsRecord>(document.layers[k], kPropertyEffects);
-            EXPECT_EQ(effects->renderPending[k > 1 ? kSlotDropShadow : kSlotColorOverlay], k != 0) << k;
+            EXPECT_EQ(effects->isPending[k > 1 ? kSlotDropShadow : kSlotColorOverlay], k != 0) << k;
         }
     }
 }
@@ -218,7 +219,7 @@ TEST(ConvertPlanes, LabBytesGiveWhatTheFormulaGives) {
     }
 }
 
-TEST(ReduceMaskPlane, InPlaceAtEveryDepth) {
+TEST(ReduceSamples, InPlaceAtEveryDepth) {
     for (const uint32_t depth : {8u, 16u, 32u}) {
         std::vector<uint8_t> samples;
         for (uint32_t i = 0; i < 256; ++i) {
@@ -227,7 +228,7 @@ TEST(ReduceMaskPlane, InPlaceAtEveryDepth) {
             for (uint32_t bit = 0; bit < depth; bit += 8)
                 samples.push_back(static_cast<uint8_t>(word >> (24 - bit)));
         }
-        ReduceMaskPlane(samples.data(), depth, 256, samples.data());
+        ReduceSamples(samples.data(), depth, 256, samples.data());
         for (uint32_t i = 0; i < 256; ++i) ASSERT_EQ(samples[i], i) << depth;
     }
 }
@@ -383,8 +384,8 @@ private:
 
 TEST(Composite, RandomDocumentsFollowThePlainRule) {
     for (uint32_t seed = 1; seed <= 600; ++seed) {
-        // The last few are wider than a run of the blend rows.
-        RandomDocument random(seed, seed > 590 ? 1100 : 23, seed > 590 ? 3 : 9);
+        // The last ones are wider than a run of the blend rows.
+        RandomDocument random(seed, seed > 540 ? 1100 : 23, 9);
         PsdDocument& document = random.document;
         const int32_t width = static_cast<int32_t>(document.width),
                       height = static_cast<int32_t>(document.height);
@@ -393,6 +394,46 @@ TEST(Composite, RandomDocumentsFollowThePlainRule) {
         for (int32_t i = 0; i < width * height; ++i)
             wrong += document.canvas[static_cast<size_t>(i)] != PlainRender(document, i % width, i / width);
         ASSERT_EQ(wrong, 0) << "document " << seed;
+    }
+}
+
+// Larger than what is recoloured at a time, in rows that do not divide it.
+TEST(Render, AdjustsTheWholeOfALargeCanvas) {
+    constexpr int32_t kWidth = 300, kHeight = 219;  // one row more than the first piece has
+    Pixels pixels(size_t{kWidth} * kHeight);
+    for (uint32_t i = 0; i < pixels.size(); ++i) pixels[i] = 0xFF000000 | i * 2654435761u >> 8;
+    DocumentBuilder builder(kColorRgb, 8, 3, kWidth, kHeight);
+    builder.Layer(LayerBuilder({0, 0, kWidth, kHeight}).Pixels(pixels));
+    builder.Layer(LayerBuilder(Rect{}).ChannelData(0, {}).Block("nvrt", {}).Opacity(100));
+    const Opened opened = OpenBytes(builder.Build());
+    ASSERT_EQ(Render(opened.document.get(), 0, 0, kWidth, kHeight), PsdReadResult::kOk);
+    const PlainLayer rule = {.fast = true, .opacity = 100};
+    for (size_t i = 0; i < pixels.size(); ++i) {
+        const uint32_t want = PlainPixel(rule, ~pixels[i] | 0xFF000000, 255, pixels[i], true, 0);
+        ASSERT_EQ(opened.document->canvas[i], want) << "pixel " << i % kWidth << ' ' << i / kWidth;
+    }
+}
+
+// Row y of the mask is full of y, which takes its share of the alphas 0 to 255. As many pixels lie beside it.
+TEST(Coverage, IsEveryMaskByteOfEveryAlpha) {
+    PsdLayerMask mask;
+    mask.disabled = false;
+    mask.bounds = {0, 0, 256, 256};
+    mask.data = AllocateZeroed<uint8_t>({256, 256});
+    for (size_t i = 0; i < mask.data.count(); ++i) mask.data[i] = static_cast<uint8_t>(i / 256);
+    Pixels layer(3 * 256);
+    for (uint32_t i = 0; i < layer.size(); ++i) layer[i] = (i & 255) << 24;
+    for (const uint8_t beside : {uint8_t{0}, uint8_t{255}}) {
+        mask.defaultColor = beside;
+        for (int32_t y = -1; y <= 256; ++y) {
+            std::vector<uint8_t> coverage(layer.size());
+            CoverageRow(layer.data(), layer.size(), mask, -256, y, coverage.data());
+            for (uint32_t i = 0; i < layer.size(); ++i) {
+                const bool isUnder = i / 256 == 1 && y >= 0 && y < 256;
+                const uint32_t byte = isUnder ? static_cast<uint32_t>(y) : beside, alpha = i & 255;
+                ASSERT_EQ(coverage[i], byte == 255 ? alpha : alpha * byte / 256) << i << " of row " << y;
+            }
+        }
     }
 }
 

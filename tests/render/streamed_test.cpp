@@ -26,7 +26,7 @@ Pixels RenderedWhole(const Bytes& file) {
     return result == PsdReadResult::kOk ? CanvasOf(document) : Pixels();
 }
 
-PsdReadResult RenderStreamed(const Bytes& file, Pixels& picture) {
+PsdReadResult RenderStreamed(const Bytes& file, Pixels& picture, uint64_t* steps = nullptr) {
     MemoryStream stream(file);
     StreamedRender render;
     render.seed = 7;
@@ -35,6 +35,7 @@ PsdReadResult RenderStreamed(const Bytes& file, Pixels& picture) {
     PsdReadResult result = OpenDocument(document, &stream, kReadEverything, {kMergedChecked, 0, &sink});
     if (result == PsdReadResult::kOk) result = EndStreamedRender(render, *document);
     if (result == PsdReadResult::kOk) picture = CanvasOf(*document);
+    if (document && steps) *steps = document->allowance.stepsSpent;
     return result;
 }
 
@@ -113,6 +114,34 @@ TEST(StreamedRender, DrawsWhatTheWholeDocumentGives) {
         ASSERT_EQ(RenderStreamed(document.Build(), got), PsdReadResult::kOk);
         EXPECT_EQ(got, Pixels(2, kBackground)) << hasLayer;
     }
+}
+
+// What one layer leaves in the memory that the next one takes shows nowhere, and costs it nothing.
+TEST(StreamedRender, LayersDoNotFeelThoseBefore) {
+    const Rect tall = {0, 0, 64, 600};  // the colour that comes first ends with a step of rows
+    DocumentBuilder cut(kColorRgb, 8, 3, 64, 600), large(kColorRgb, 8, 3, 1, 1);
+    LayerBuilder layer(tall);
+    layer.ChannelData(0, ByteWriter().U16(0).Raw(Bytes(64 * 256, 200)));
+    for (const int16_t id : {int16_t{1}, int16_t{2}, int16_t{-1}}) layer.Channel(id, Bytes(64 * 600, 99));
+    Pixels got;
+    const Bytes file = cut.Layer(LayerBuilder(tall).Solid(~0u)).Layer(layer).Build();
+    ASSERT_EQ(RenderStreamed(file, got), PsdReadResult::kOk);
+    EXPECT_TRUE(got == RenderedWhole(file));
+    // Either of these is as large as all of them may be together.
+    for (const int16_t id : {int16_t{1}, int16_t{0}})
+        large.Layer(LayerBuilder({0, 0, 5700, 5700}).ChannelData(id, {0, 0, 255}));
+    ASSERT_EQ(RenderStreamed(large.Build(), got), PsdReadResult::kOk);
+    EXPECT_EQ(got, Pixels{0xFFFF0000});
+    // Of many layer infos the first is drawn as it comes, and the last.
+    DocumentBuilder adjusted(kColorRgb, 8, 3, 1, 1);
+    adjusted.Layer(LayerBuilder(Rect{}).ChannelData(0, {}).Block("nvrt", {}).Opacity(9));
+    uint64_t steps[2] = {};
+    for (uint64_t& spent : steps) {
+        for (int i = 0; i < 3; ++i) adjusted.DocumentBlock("Lr16", adjusted.LayerInfo());
+        ASSERT_EQ(RenderStreamed(adjusted.Build(), got, &spent), PsdReadResult::kOk);
+    }
+    EXPECT_GT(steps[0], 0u);
+    EXPECT_EQ(steps[0], steps[1]);
 }
 
 #if defined(TESSARY_FAULT_INJECTION)

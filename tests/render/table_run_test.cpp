@@ -76,7 +76,12 @@ private:
         if (Below(8) == 0) layer.blendMode = kBlendMultiply;
         if (Below(8) == 0) layer.advancedBlending = true;
         layer.mask.disabled = true;
-        const bool isLowered = Below(8) == 0;
+        const bool isLowered = Below(8) == 0, isHidden = Below(8) == 0;
+        if (isHidden) {  // by a mask without bytes
+            layer.mask.disabled = false;
+            layer.mask.defaultColor = 0;
+            return;
+        }
         if (!m_isMasked && !isLowered) return;
         layer.mask.disabled = false;
         layer.mask.bounds = kWhole;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "document/psd_document.h"
@@ -206,6 +207,12 @@ private:
     bool m_hasMergedData = false;  // else zeros, raw
     Bytes m_mergedData;
 };
+
+// Several values as one, which a test that fails shows side by side.
+template <class... Values>
+std::tuple<Values...> All(const Values&... values) {
+    return {values...};
+}
 
 // Opens `file` from a memory stream. `result` tells how it went; the document is null on failure.
 struct Opened {

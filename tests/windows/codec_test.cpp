@@ -88,7 +88,8 @@ Bytes EncodeJpeg(UINT width, UINT height, const JpegColors& colors) {
     encoder->CreateNewFrame(frame.Put(), nullptr);
     frame->Initialize(nullptr), frame->SetSize(width, height), frame->SetPixelFormat(&format);
     frame->WritePixels(height, size / height, size, bytes.data());
-    EXPECT_TRUE(frame->Commit() == S_OK && encoder->Commit() == S_OK);
+    EXPECT_EQ(frame->Commit(), S_OK);
+    EXPECT_EQ(encoder->Commit(), S_OK);
     ULONG length = 0;
     stream->Seek({}, STREAM_SEEK_SET, nullptr);
     stream->Read(jpeg.data(), 1 << 16, &length);
@@ -139,7 +140,7 @@ private:
                                                   DWORD flags, IStream* stream, IWICMetadataReader** reader) {
         ++made;
         options = flags;
-        EXPECT_TRUE(IsEqualGUID(format, GUID_MetadataFormatIfd) && !vendor);
+        EXPECT_EQ(All(IsEqualGUID(format, GUID_MetadataFormatIfd) != 0, vendor != nullptr), All(true, false));
         auto ifd = Create<IWICMetadataReader>(CLSID_WICIfdMetadataReader, IID_IWICMetadataReader);
         const auto persist = ifd.As<IWICPersistStream>(IID_IWICPersistStream);
         *reader = ifd.Detach();
@@ -169,7 +170,7 @@ TEST(Decoder, TellsDocumentsFromOtherStreams) {
             DWORD capability = 99;
             const HRESULT want = good ? S_OK : WINCODEC_ERR_UNKNOWNIMAGEFORMAT;
             EXPECT_EQ(decoder->QueryCapability(&stream, &capability), want);
-            EXPECT_TRUE(capability == (good ? 0x1A : 0) && stream.position == position);
+            EXPECT_EQ(All(capability, stream.position), All(good ? 0x1A : 0, position));
             EXPECT_EQ(decoder->Initialize(&stream, WICDecodeMetadataCacheOnLoad), want);
         }
     }
@@ -262,9 +263,9 @@ TEST(Objects, AnswerWithAndWithoutADocument) {
         EXPECT_EQ(d->GetFrame(1, frame.Put()), WINCODEC_ERR_FRAMEMISSING);
         EXPECT_EQ(d->GetFrameCount(&frames), open ? S_OK : WINCODEC_ERR_NOTINITIALIZED);
         EXPECT_EQ(copy({0, 0, 0, 0}), open ? S_OK : WINCODEC_ERR_BADIMAGE);
-        EXPECT_TRUE(format.Data1 == 0x9B2C4F61 && IsEqualGUID(container, format) && none + readers == 0);
-        EXPECT_TRUE(frames == (open ? 1 : 9) && width * 10 + height == (open ? 43 : 0) &&
-                    x == (open ? 300 : 0));
+        EXPECT_EQ(All(format.Data1, IsEqualGUID(container, format) != 0, none, readers),
+                  All(0x9B2C4F61, true, 0, 0));
+        EXPECT_EQ(All(frames, width, height, x), open ? All(1, 4, 3, 300) : All(9, 0, 0, 0));
     }
 }
 
@@ -286,7 +287,7 @@ TEST(Frame, CopiesWhatFitsTheBuffer) {
               transform->DoesSupportTransform(WICBitmapTransformRotate0, &same),
               transform->DoesSupportTransform(WICBitmapTransformFlipVertical, &flipped),
               transform->CopyPixels(&area, 1, 1, nullptr, WICBitmapTransformFlipVertical, 20, 13, &got[0]));
-    EXPECT_TRUE(width == 4 && height == 3 && same && !flipped && got == want);
+    EXPECT_EQ(All(width, height, same, flipped, got), All(4, 3, 1, 0, want));
 }
 
 TEST(Frame, TriesAFailedDecodeAgain) {
@@ -346,7 +347,8 @@ TEST(Frame, ShowsExifWithTheXmpPacketInIt) {
     const uint64_t position = stream.position;
     UINT count = 0;
     EXPECT_EQ(blocks->GetCount(&count), S_OK);
-    EXPECT_TRUE(count == 1 && IfdFactory::made == 0) << "made before it is asked for";
+    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(IfdFactory::made, 0) << "made before it is asked for";
     ComPtr<IWICMetadataReader> reader;
     ASSERT_EQ(blocks->GetReaderByIndex(0, reader.Put()), S_OK);
     EXPECT_EQ(stream.position, position);
@@ -365,10 +367,14 @@ TEST(Frame, ShowsExifWithTheXmpPacketInIt) {
     ASSERT_EQ(blocks->GetEnumerator(all.Put()), S_OK);
     ComPtr<IUnknown> items[2];
     ULONG fetched = 9;
-    EXPECT_TRUE(all->Next(2, items[0].Put(), nullptr) == E_INVALIDARG && all->Clone(copy.Put()) == S_OK);
-    EXPECT_TRUE(all->Next(2, items[0].Put(), &fetched) == S_FALSE && fetched == 1);
+    EXPECT_EQ(all->Next(2, items[0].Put(), nullptr), E_INVALIDARG);
+    EXPECT_EQ(all->Clone(copy.Put()), S_OK);
+    EXPECT_EQ(all->Next(2, items[0].Put(), &fetched), S_FALSE);
+    EXPECT_EQ(fetched, 1u);
     EXPECT_EQ(items[0].get(), reader.As<IUnknown>(IID_IUnknown).get());
-    EXPECT_TRUE(all->Skip(1) == S_FALSE && all->Reset() == S_OK && all->Skip(1) == S_OK);
+    EXPECT_EQ(all->Skip(1), S_FALSE);
+    EXPECT_EQ(all->Reset(), S_OK);
+    EXPECT_EQ(all->Skip(1), S_OK);
     EXPECT_EQ(copy->Next(1, items[1].Put(), nullptr), S_OK) << "a copy has its own place";
     EXPECT_EQ(IfdFactory::made, 1);
 }
@@ -421,7 +427,7 @@ TEST(Thumbnail, BecomesTheSizeOfTheRecord) {
         ExpectAll(S_OK, source->GetSize(&width, &height), source->GetPixelFormat(&format),
                   source->GetResolution(&x, &y), source->CopyPixels(nullptr, 96, 96 * 16, pixels.data()),
                   source->CopyPixels(&inside, 50, 0, part.data()));  // the size is the caller's affair
-        EXPECT_TRUE(width == 32 && height == 16 && x == 72 && y == 72);
+        EXPECT_EQ(All(width, height, x, y), All(32, 16, 72, 72));
         EXPECT_TRUE(
             IsEqualGUID(format, id == 1033 ? GUID_WICPixelFormat24bppRGB : GUID_WICPixelFormat24bppBGR));
         for (size_t i = 0; i < pixels.size(); ++i) {
@@ -516,7 +522,7 @@ TEST(Documents, LeaveNothingBehind) {
         ASSERT_TRUE(file) << "It cannot be read.";
         MemoryStream stream(Bytes(std::istreambuf_iterator<char>(file), {}));
         if (OpensAsClientsDo(stream)) std::cout << "opened" << std::endl;
-        ASSERT_TRUE(CanUnload() && stream.references == 1) << "It left an object behind.";
+        ASSERT_EQ(All(CanUnload(), stream.references.load()), All(true, 1)) << "It left an object behind.";
     }
 }
 
@@ -597,7 +603,7 @@ TEST(Module, UseLeavesNothingBehind) {
         frame->GetThumbnail(thumbnail.Put());
         ASSERT_EQ(PixelsOf(frame).size(), 48u);
         frame.Reset(), thumbnail.Reset();
-        ASSERT_TRUE(stream.references == 1 && CanUnload());
+        ASSERT_EQ(All(stream.references.load(), CanUnload()), All(1, true));
         if (i % 15 != 0) continue;
         const HMODULE loaded = LoadLibraryW(copy.c_str());
         NewDecoder(loaded).Reset();
@@ -611,8 +617,45 @@ TEST(Module, UseLeavesNothingBehind) {
     EXPECT_TRUE(DeleteFileW(copy.c_str()));
 }
 
+constexpr size_t kThreads = 16;
+
+// Calls work(i) on every thread i at once.
+void OnThreads(const std::function<void(size_t)>& work) {
+    std::atomic<bool> go{false};
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+            while (!go) std::this_thread::yield();
+            work(i);
+            CoUninitialize();
+        });
+    }
+    go = true;
+    for (std::thread& thread : threads) thread.join();
+}
+
+// Those that wait for the first one's picture find it there.
+TEST(Threads, DecodeASharedFrameOnce) {
+    const Bytes blur = tools::DropShadow(75, 120, 9, 250);  // takes the first one long enough
+    DocumentBuilder document = SmallDocument(900, 600).HasRealMergedData(false);
+    MemoryStream stream(
+        document.Layer(LayerBuilder({9, 9, 600, 500}).Solid(~0u).Block("lfx2", blur)).Build());
+    const auto decoder = OpenDecoder(stream);
+    const Bytes want = PixelsOf(FrameOf(decoder));
+    const uint64_t before = stream.bytesRead;
+    EXPECT_EQ(PixelsOf(FrameOf(decoder)), want);
+    const uint64_t once = stream.bytesRead - before;
+    EXPECT_GT(once, 0u);
+    for (int round = 0; round < 4; ++round) {
+        const auto frame = FrameOf(decoder);
+        const uint64_t start = stream.bytesRead;
+        OnThreads([&](size_t) { EXPECT_EQ(PixelsOf(frame), want); });
+        EXPECT_EQ(stream.bytesRead - start, once) << "round " << round;
+    }
+}
+
 TEST(Threads, GetTheAnswersOfOneThread) {
-    constexpr size_t kThreads = 16;
     // Larger than the read-ahead buffer, so that uses of the stream that mix would give other pixels.
     ByteWriter planes;
     for (uint32_t i = 0; i < 3u * 400 * 300; ++i) planes.U8(i * 7 ^ i >> 8);
@@ -644,19 +687,10 @@ TEST(Threads, GetTheAnswersOfOneThread) {
                 [&](size_t i) { EXPECT_EQ(richFrame->GetThumbnail(frameThumbnails[i].Put()), S_OK); },
                 [&](size_t i) { EXPECT_EQ(blocks->GetReaderByIndex(0, readers[i].Put()), S_OK); },
             };
-            // Every piece of work on every thread at once, each thread beginning with another piece.
-            std::atomic<bool> go{false};
-            std::vector<std::thread> threads;
-            for (size_t i = 0; i < kThreads; ++i) {
-                threads.emplace_back([&, i] {
-                    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-                    while (!go) std::this_thread::yield();
-                    for (size_t k = 0; k < std::size(work); ++k) work[(i + k) % std::size(work)](i);
-                    CoUninitialize();
-                });
-            }
-            go = true;
-            for (std::thread& thread : threads) thread.join();
+            // Each thread begins with another piece.
+            OnThreads([&](size_t i) {
+                for (size_t k = 0; k < std::size(work); ++k) work[(i + k) % std::size(work)](i);
+            });
             EXPECT_EQ(IfdFactory::made, 1);
             for (size_t i = 0; i < kThreads; ++i) {
                 EXPECT_EQ(thumbnails[i].get(), thumbnails[0].get()) << "made twice";
