@@ -5,8 +5,8 @@
 
 namespace tessary {
 
-// Both draw inside `area` (canvas coordinates, clipped to the canvas). An effect that finds no memory, or that
-// the allowance does not cover, is not drawn. kOutOfMemory, for want of the dissolve pattern only.
+// Both draw inside `area` (canvas coordinates, clipped to the canvas). An effect that finds no memory, or
+// that the allowance does not cover, is not drawn. kOutOfMemory, for want of the dissolve pattern only.
 PsdReadResult DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area);
 PsdReadResult DrawEffectsAbove(PsdDocument& document, PsdLayer& layer, const Rect& area);
 
