@@ -189,6 +189,24 @@ TEST(LayerPixels, MasksAreChosenById) {
     }
 }
 
+TEST(LayerPixels, WideRowsNeedDataThatFillsThem) {
+    const Rect row = {0, 0, 3 << 20, 1};
+    const Bytes nothing = {0, 0, 7}, zeros = ByteWriter().U16(2).Raw(Zip(Bytes(3 << 20)));
+    const std::tuple<const char*, LayerBuilder, bool, bool> cases[] = {
+        {"full", LayerBuilder(row).ChannelData(0, zeros), true, false},
+        {"given up behind a full one", LayerBuilder(row).ChannelData(-1, zeros).ChannelData(0, nothing),
+         false, false},
+        {"full mask", Raw({{0, {1, 2}}}).Mask(row, 0, 0).ChannelData(-2, zeros), true, true},
+        {"mask of nothing", Raw({{0, {1, 2}}}).Mask(row, 0, 0).ChannelData(-2, nothing), true, false},
+    };
+    for (const auto& [what, builder, hasImage, hasMask] : cases) {
+        const Opened opened = OpenBytes(Rgb().Layer(builder).Build());
+        ASSERT_EQ(opened.result, kOk) << what;
+        const PsdLayer& layer = opened.document->layers[0];
+        EXPECT_TRUE(!!layer.image == hasImage && !!layer.mask.data == hasMask) << what;
+    }
+}
+
 TEST(LayerSection, CountsAreTakenWithoutSign) {
     for (const auto& [count, layers] : {std::pair{-3, 3}, {-32768, 32768}, {2, 1}}) {
         DocumentBuilder document = Rgb().LayerCount(static_cast<int16_t>(count));
@@ -244,13 +262,11 @@ PsdReadResult Decode(uint16_t compression, const Bytes& input, PlaneShape shape,
     StreamReader reader(input);
     reader.document.streamSize = static_cast<int32_t>(input.size());
     PlaneDecoder decoder;
-    shape.rowsAtOnce = 2;
     PsdReadResult result = BeginPlanes(decoder, reader.document, input.size(), compression, shape);
-    Bytes buffer(RowBufferBytes(shape, 2));
     const uint8_t* rows = nullptr;
     while (decoder.rowsLeft != 0 && result == kOk) {
         const size_t count = static_cast<size_t>(std::min<uint64_t>(2, decoder.rowsLeft));
-        result = NextRows(decoder, count, buffer.data(), rows);
+        result = NextRows(decoder, count, rows);
         if (result == kOk && decoded) decoded->insert(decoded->end(), rows, rows + count * shape.width);
     }
     return result;
