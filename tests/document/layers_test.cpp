@@ -158,6 +158,7 @@ TEST(LayerPixels, ChannelsArePlacedById) {
          {0x09010000, 0x00020000}},  // and a spot colour
         {4, 8, Raw(inks), {0x09FFFFFF, 0x0A010101}},
         {0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
+        {7, 16, Raw({{0, {1, 2, 3, 4}}}), {0, 0}},  // no such pixels
         {3, 8, Raw({{2, {5, 6}}, {1, {}}}).ChannelData(-1, {}).ChannelData(0, {1}), {5, 6}},
         {3, 8, LayerBuilder({-9, -9, -7, -8}).Pixels(want, 3), want},
         // Half a sample, behind which nothing of the layer before it is left.
