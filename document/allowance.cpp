@@ -1,5 +1,7 @@
 #include "document/allowance.h"
 
+#include <algorithm>
+
 #include "document/checked_math.h"
 
 #if !defined(TESSARY_SLOWED_DOWN)
@@ -11,12 +13,14 @@ namespace {
 
 constexpr uint64_t kMebibyte = 1u << 20;
 constexpr uint64_t kFreeBytes = 128 * kMebibyte;
+constexpr uint64_t kFreeRowBytes = 300'000 * 4;
 constexpr uint64_t kPixelBytesPerInputByte = 256;
 constexpr uint64_t kBytesPerPixel = 4;
 
 constexpr uint64_t kFreeSteps = uint64_t{10} * 1000 * 1000 * 1000 / TESSARY_SLOWED_DOWN;
 constexpr uint64_t kStepsPerFilledPixel = 250;
 constexpr uint64_t kStepsPerRow = 200;
+constexpr uint64_t kStepsPerUnfilledByte = 2;
 
 constexpr uint64_t kFreeRecordBytes = 16 * kMebibyte;
 constexpr uint64_t kRecordBytesPerInputByte = 24;
@@ -30,6 +34,10 @@ uint64_t Product(uint64_t a, uint64_t b) { return CheckedProduct({a, b}).value_o
 bool IsBelieved(uint64_t bytes, uint64_t inputBytes, uint32_t expansion) {
     return bytes <= kFreeBytes || bytes <= Product(inputBytes, expansion) ||
            MayKeepPixels(bytes, inputBytes, 0);
+}
+
+bool IsRowBelieved(uint64_t rowBytes, uint64_t inputBytes, uint32_t expansion) {
+    return rowBytes <= kFreeRowBytes || rowBytes <= Product(inputBytes, expansion);
 }
 
 bool MayKeepPixels(const KeptPixels& pixels) {
@@ -52,6 +60,15 @@ bool SpendSteps(Allowance& allowance, uint64_t steps) {
     const uint64_t allowed = kFreeSteps + Product(allowance.filledPixels, kStepsPerFilledPixel);
     if (allowance.stepsSpent > allowed || steps > allowed - allowance.stepsSpent) return false;
     allowance.stepsSpent += steps;
+    return true;
+}
+
+bool MayFill(Allowance& allowance, const KeptPixels& pixels, uint64_t& chargedBytes) {
+    if (!MayKeepPixels(allowance.kept + pixels)) return false;
+    const uint64_t unfilled = pixels.bytes - std::min(pixels.bytes, kBytesPerPixel * pixels.filledPixels);
+    if (unfilled <= chargedBytes) return true;
+    if (!SpendSteps(allowance, (unfilled - chargedBytes) * kStepsPerUnfilledByte)) return false;
+    chargedBytes = unfilled;
     return true;
 }
 

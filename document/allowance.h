@@ -33,6 +33,10 @@ struct Allowance {
 // counts as much as it does for pixels.
 bool IsBelieved(uint64_t bytes, uint64_t inputBytes, uint32_t expansion);
 
+// A row is believed up to the 300,000 samples of four bytes that a document can have in one. It is decoded as
+// a whole, so wider ones need data that can fill them.
+bool IsRowBelieved(uint64_t rowBytes, uint64_t inputBytes, uint32_t expansion);
+
 // 2. Pixels are kept up to 128 MiB: of the canvas, of the merged image, of the layers that are there at a
 // time with their masks, and of each buffer of an effect. Beyond that they need a byte of the file for every
 // 256 of theirs, or as many pixels that data has filled.
@@ -45,11 +49,15 @@ inline bool MayKeepPixels(uint64_t bytes, uint64_t inputBytes, uint64_t filledPi
 // bytes of the file and the filled pixels are worth at so many bytes a pixel.
 bool MayWorkOn(const Allowance& allowance, uint64_t bytes, uint32_t bytesPerPixel, uint64_t inputBytes);
 
-// 3. Drawing: pixels that data has filled are paid for. Adjustments, effects and unfilled pixels are charged
-// in steps of about a nanosecond against ten seconds and 250 steps for every filled pixel. SpendSteps gives
-// false, and takes nothing, when that is too much; then the thing is left out, as a last resort.
+// 3. Drawing: pixels that data has filled are paid for. Adjustments, effects, unfilled pixels and masks are
+// charged in steps of about a nanosecond against ten seconds and 250 steps for every filled pixel. SpendSteps
+// gives false, and takes nothing, when that is too much; then the thing is left out, as a last resort.
 void CountFilled(Allowance& allowance, uint64_t pixels);
 bool SpendSteps(Allowance& allowance, uint64_t steps);
+
+// Rules 2 and 3 for pixels that grow while their data is decoded, beside what is kept already.
+//   chargedBytes  of these pixels, that have been charged as unfilled
+bool MayFill(Allowance& allowance, const KeptPixels& pixels, uint64_t& chargedBytes);
 
 // Steps that columns x rows of so many steps a pixel take. To begin a row costs, too: on a canvas it lies in
 // a page of its own. UINT64_MAX when they cannot be counted.

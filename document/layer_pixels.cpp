@@ -1,8 +1,8 @@
 #include "document/layer_pixels.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
-#include <optional>
 #include <utility>
 
 #include "document/byte_reader.h"
@@ -18,7 +18,7 @@ struct ChannelPlan {
     PixelAssembly assembly;
     bool hasRealMask = false;  // channel -3 is the mask; the user mask is only there to be edited
     bool wantsMask = false;
-    bool seen[kRoleCount] = {};
+    uint32_t rolesLeft = 0;  // a bit for each that is still to come
 };
 
 bool IsMaskId(int16_t id) { return id == -2 || id == -3; }
@@ -47,13 +47,8 @@ uint32_t PlaneCountOf(const PsdLayer& layer, uint32_t colorMode) {
     return (found & full) == full ? withTransparency : withTransparency - 1;
 }
 
-std::optional<size_t> PixelBytes(const PsdLayer& layer) {
-    return CheckedProduct({static_cast<uint64_t>(std::max(layer.width, 0)),
-                           static_cast<uint64_t>(std::max(layer.height, 0)), sizeof(uint32_t)});
-}
-
 // Whether there is data for pixels of the layer's size, as far as can be told before it is decoded.
-bool MayHavePixels(const PsdLayer& layer, uint32_t depth) {
+bool MayHavePixels(const PsdLayer& layer, const PlaneBlock& block) {
     uint64_t input = 0;
     bool hasData = false;
     for (const PsdChannelInfo& channel : layer.channels.span()) {
@@ -61,8 +56,8 @@ bool MayHavePixels(const PsdLayer& layer, uint32_t depth) {
         hasData = hasData || channel.dataLength > kCodeBytes;
         input += channel.dataLength;
     }
-    const auto bytes = PixelBytes(layer);
-    const uint64_t samples = SamplesIn(input * CompressionExpansion(kCompressionZip), depth);
+    const auto bytes = CheckedProduct({block.width, block.height, sizeof(uint32_t)});
+    const uint64_t samples = SamplesIn(input * CompressionExpansion(kCompressionZip), block.depth);
     return hasData && bytes && *bytes != 0 && MayKeepPixels({*bytes, input, samples});
 }
 
@@ -77,61 +72,56 @@ ChannelPlan PlanOf(const PsdDocument& document, const PsdLayer& layer, bool isWa
     block.palette = document.palette.span();
     block.transparencyIndex = document.resources.transparencyIndex;
     block.planeCount = PlaneCountOf(layer, document.colorMode);
-    bool there[kRoleCount] = {};
     for (const PsdChannelInfo& channel : layer.channels.span()) {
         plan.hasRealMask = plan.hasRealMask || (channel.id == -3 && layer.mask.hasReal);
         const uint32_t role = RoleOf(channel.id, block);
-        if (role == kRoleCount || there[role]) continue;
-        there[role] = true;
-        ++assembly.planeCount;
+        if (role != kRoleCount) plan.rolesLeft |= 1u << role;
     }
+    assembly.planeCount = static_cast<uint32_t>(std::popcount(plan.rolesLeft));
     plan.wantsMask = isWanted && document.depth >= 8;
-    assembly.isKept = isWanted && MayHavePixels(layer, document.depth);
+    assembly.isKept = isWanted && MayHavePixels(layer, block);
     return plan;
 }
 
 // The rectangle of a channel; without sides it has no samples.
 PlaneShape ShapeOf(const PsdDocument& document, const PsdLayer& layer, int16_t id, const ChannelPlan& plan) {
     const bool isUserMask = id == -2 && plan.hasRealMask;
-    const int64_t width = isUserMask     ? layer.mask.userBounds.Width()
-                          : IsMaskId(id) ? layer.mask.width
-                                         : layer.width;
-    const int64_t height = isUserMask     ? layer.mask.userBounds.Height()
-                           : IsMaskId(id) ? layer.mask.height
-                                          : layer.height;
+    const Rect& bounds = isUserMask ? layer.mask.userBounds : IsMaskId(id) ? layer.mask.bounds : layer.bounds;
+    const int64_t width = bounds.Width(), height = bounds.Height();
     const bool isEmpty = width < 1 || height < 1 || width > INT32_MAX || height > INT32_MAX;
-    PlaneShape shape;
-    shape.width = isEmpty ? 0 : static_cast<uint32_t>(width);
-    shape.rows = isEmpty ? 0 : static_cast<uint64_t>(height);
-    shape.depth = document.depth;
-    shape.rowsAtOnce = RowsAtOnce(shape.width, shape.depth);
-    return shape;
+    if (isEmpty) return {.depth = document.depth};
+    return {static_cast<uint32_t>(width), static_cast<uint64_t>(height), document.depth};
 }
 
 bool IsBelieved(const PlaneShape& shape, uint32_t dataLength, uint16_t compression) {
-    const auto bytes = CheckedProduct({PlaneRowBytes(shape.width, shape.depth), shape.rows});
-    return bytes && tessary::IsBelieved(*bytes, dataLength, CompressionExpansion(compression));
+    const uint32_t expansion = CompressionExpansion(compression);
+    const uint64_t rowBytes = PlaneRowBytes(shape.width, shape.depth);
+    const auto bytes = CheckedProduct({rowBytes, shape.rows});
+    return bytes && tessary::IsBelieved(*bytes, dataLength, expansion) &&
+           IsRowBelieved(rowBytes, dataLength, expansion);
 }
 
-PsdReadResult ReadMask(PlaneDecoder& decoder, PsdLayerMask& mask, KeptPixels& kept) {
+PsdReadResult ReadMask(PlaneDecoder& decoder, PsdLayerMask& mask, Allowance& allowance) {
     const PlaneShape& shape = decoder.shape;
-    const Owned<uint8_t> buffer = AllocateZeroed<uint8_t>({RowBufferBytes(shape, shape.rowsAtOnce)});
     mask.data = AllocateZeroed<uint8_t>({shape.width, shape.rows});
-    if (!buffer || !mask.data) return PsdReadResult::kOutOfMemory;
+    if (!mask.data) return PsdReadResult::kOutOfMemory;
     KeptPixels own;
+    uint64_t chargedBytes = 0;
     for (uint64_t row = 0; row < shape.rows && !HasEnded(decoder);) {
-        const size_t count = static_cast<size_t>(std::min<uint64_t>(shape.rowsAtOnce, shape.rows - row));
+        const uint64_t left = shape.rows - row;
+        const size_t count =
+            static_cast<size_t>(std::min<uint64_t>(RowsAtOnce(shape.width, shape.depth), left));
         const uint8_t* rows = nullptr;
-        const PsdReadResult result = NextRows(decoder, count, buffer.get(), rows);
+        const PsdReadResult result = NextRows(decoder, count, rows);
         if (result != PsdReadResult::kOk) return result;
         std::memcpy(mask.data.get() + row * shape.width, rows, count * shape.width);
         row += count;
         own = {row * shape.width, decoder.source.arrived, FilledSamples(decoder) / sizeof(uint32_t)};
-        if (MayKeepPixels(kept + own)) continue;
+        if (MayFill(allowance, own, chargedBytes)) continue;
         mask.data.Reset();
         return DropPlanes(decoder);
     }
-    kept = kept + own;
+    allowance.kept = allowance.kept + own;
     return PsdReadResult::kOk;
 }
 
@@ -151,14 +141,13 @@ PsdReadResult ReadChannel(PsdDocument& document, PsdLayer& layer, const PsdChann
     if (result != PsdReadResult::kOk) return result;
 
     const bool isMask = channel.id == (plan.hasRealMask ? -3 : -2);
-    const uint32_t role =
-        IsMaskId(channel.id) ? uint32_t{kRoleCount} : RoleOf(channel.id, plan.assembly.block);
+    const uint32_t role = RoleOf(channel.id, plan.assembly.block);
     const bool isBelieved = IsBelieved(shape, length, compression);
-    if (isMask && plan.wantsMask && length != 0 && shape.rows != 0 && isBelieved && !layer.mask.data) {
+    if (isMask && plan.wantsMask && length != 0 && shape.rows != 0 && isBelieved) {
         plan.wantsMask = false;
-        result = ReadMask(decoder, layer.mask, document.allowance.kept);
-    } else if (role != kRoleCount && !plan.seen[role]) {
-        plan.seen[role] = true;
+        result = ReadMask(decoder, layer.mask, document.allowance);
+    } else if (plan.rolesLeft >> role & 1) {
+        plan.rolesLeft ^= 1u << role;
         plan.assembly.isKept = plan.assembly.isKept && isBelieved;
         result = AddPlane(plan.assembly, decoder, static_cast<uint8_t>(role), document.allowance,
                           document.sparePixels);
@@ -186,11 +175,11 @@ PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, PlaneDecod
     const PsdReadResult result =
         FinishPixels(assembly, document.allowance, document.sparePixels, layer.image);
     if (result != PsdReadResult::kOk || !layer.image) return result;
-    layer.filledPixels =
-        std::min(assembly.filledPixels, uint64_t{assembly.block.width} * assembly.block.height);
+    const uint64_t pixels = uint64_t{assembly.block.width} * assembly.block.height;
+    layer.filledPixels = std::min(assembly.filledPixels, pixels);
     CountFilled(document.allowance, layer.filledPixels);
     KeptPixels& kept = document.allowance.kept;
-    kept = kept + KeptPixels{*PixelBytes(layer), assembly.inputBytes, layer.filledPixels};
+    kept = kept + KeptPixels{pixels * sizeof(uint32_t), assembly.inputBytes, layer.filledPixels};
     layer.coveredTop = static_cast<int32_t>(assembly.coveredTop);
     layer.coveredBottom = static_cast<int32_t>(assembly.coveredBottom);
     return PsdReadResult::kOk;

@@ -91,7 +91,6 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
     shape.width = document.width;
     shape.rows = uint64_t{document.height} * document.channels;
     shape.depth = document.depth;
-    shape.rowsAtOnce = RowsAtOnce(document.width, document.depth);
     PlaneDecoder decoder;
     PsdReadResult result = BeginPlanes(decoder, document, input, compression, shape, !IsVouchedFor(document));
     if (result != PsdReadResult::kOk) return result;

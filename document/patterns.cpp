@@ -79,14 +79,15 @@ bool ReadHead(PatternReader& reader, uint32_t& lastChannel) {
     return true;
 }
 
-// Rows of the stored size lie in the data.
+// Rows of the stored size lie in the data, and can be full.
 bool HasItsRows(const PlaneDecoder& decoder, uint16_t compression, uint64_t dataBytes) {
     const uint64_t rows = decoder.shape.rows;
     if (compression == kCompressionRaw) return dataBytes >= decoder.storedRowBytes * rows;
     uint64_t need = 2 * rows;
     for (uint64_t row = 0; row < rows && decoder.hasRowCounts; ++row)
         need += LoadU16(decoder.rowCounts.get() + 2 * row);
-    return decoder.hasRowCounts && dataBytes >= need;
+    return decoder.hasRowCounts && dataBytes >= need &&
+           dataBytes * CompressionExpansion(compression) >= decoder.storedRowBytes * rows;
 }
 
 // Reads one plane of `length` bytes, into `plane` if there is one to keep. Without memory the plane stays
@@ -104,17 +105,16 @@ bool ReadPlaneData(PatternReader& reader, uint32_t length, Owned<uint8_t>* plane
     const uint32_t dataBytes = length - kHeadBytes;
     if (!plane) return SkipWithin(reader, dataBytes);
 
-    const PlaneShape shape = {reader.pattern.width, reader.pattern.height, depth, 1};
+    const PlaneShape shape = {reader.pattern.width, reader.pattern.height, depth};
     PlaneDecoder& decoder = reader.decoder;
     if (BeginPlanes(decoder, document, dataBytes, compression, shape) != PsdReadResult::kOk ||
         !HasItsRows(decoder, compression, dataBytes))
         return false;
-    const Owned<uint8_t> buffer = AllocateZeroed<uint8_t>({RowBufferBytes(shape, 1)});
     Owned<uint8_t> samples = AllocateZeroed<uint8_t>({shape.width, shape.rows});
     uint8_t* out = samples.get();
-    while (buffer && out && decoder.rowsLeft != 0) {
+    while (out && decoder.rowsLeft != 0) {
         const uint8_t* row = nullptr;
-        if (NextRows(decoder, 1, buffer.get(), row) != PsdReadResult::kOk) return false;
+        if (NextRows(decoder, 1, row) != PsdReadResult::kOk) return false;
         std::memcpy(out, row, shape.width);
         out += shape.width;
     }

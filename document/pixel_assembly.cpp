@@ -7,9 +7,6 @@
 namespace tessary {
 namespace {
 
-constexpr size_t kStepBytes = 1u << 14;
-constexpr uint64_t kUnfilledSteps = 2;  // nanoseconds that a pixel takes which no data fills
-
 struct Step {
     uint64_t row;
     size_t rows;
@@ -27,12 +24,10 @@ Step StepAt(const PlaneBlock& block, uint64_t row) {
 bool TakeMemory(PixelAssembly& assembly, Owned<uint32_t>& spare) {
     if (assembly.pixels) return true;
     const PlaneBlock& block = assembly.block;
-    const size_t rows = RowsAtOnce(block.width, block.depth);
-    const uint64_t decoded = RowBufferBytes({block.width, block.height, block.depth, rows}, rows);
-    const uint64_t reduced = rows * RowBytes(block);
-    assembly.buffers = AllocateZeroed<uint8_t>({decoded + (1 + 4) * reduced});
+    const uint64_t reduced = RowsAtOnce(block.width, block.depth) * RowBytes(block);
+    assembly.buffers = AllocateZeroed<uint8_t>({(1 + 4) * reduced});
     if (!assembly.buffers) return false;
-    assembly.zeroRows = assembly.buffers.get() + decoded;
+    assembly.zeroRows = assembly.buffers.get();
     assembly.bundleRows = assembly.zeroRows + reduced;
 
     const auto pixels = CheckedProduct({block.width, block.height});
@@ -43,19 +38,6 @@ bool TakeMemory(PixelAssembly& assembly, Owned<uint32_t>& spare) {
         assembly.pixels = AllocateZeroed<uint32_t>({block.width, block.height});
     }
     return static_cast<bool>(assembly.pixels);
-}
-
-// Whether the pixels up to the end of the step may be real memory, and the unfilled ones of them be drawn.
-bool MayFill(PixelAssembly& assembly, const Step& step, uint64_t inputBytes, uint64_t filled,
-             Allowance& allowance) {
-    const uint64_t pixels = (step.row + step.rows) * assembly.block.width;
-    if (!MayKeepPixels(allowance.kept + KeptPixels{pixels * sizeof(uint32_t), inputBytes, filled}))
-        return false;
-    const uint64_t unfilled = pixels - std::min(pixels, filled);
-    if (unfilled <= assembly.chargedPixels) return true;
-    if (!SpendSteps(allowance, kUnfilledSteps * (unfilled - assembly.chargedPixels))) return false;
-    assembly.chargedPixels = unfilled;
-    return true;
 }
 
 // The rows of all planes but the last, for a step that begins at this row.
@@ -94,28 +76,34 @@ void ConvertStep(PixelAssembly& assembly, const Step& step, uint8_t lastRole, co
                   step.row < assembly.rows[i] ? bundle + i * step.bytes : assembly.zeroRows);
     }
     if (lastRole != kRoleCount) place(lastRole, rows ? rows : assembly.zeroRows);
-    ConvertPlanes(block, out);
+    if (ConvertsPlanes(assembly.block)) {
+        ConvertPlanes(block, out);
+    } else {
+        std::fill_n(out, step.rows * block.width, 0u);
+    }
     if (step.bytes != 0) ExtendCoveredRows(assembly, step, block.alpha);
 }
 
-void NotKept(PixelAssembly& assembly) {
-    assembly.isKept = false;
-    assembly.pixels.Reset();
+// False when a stream that claimed to be longer ends within the first window of the data, and what there is
+// of it cannot fill the pixels.
+bool HasEnoughInput(const PixelAssembly& assembly, PlaneDecoder& decoder) {
+    if (assembly.pixels) return true;
+    Peek(decoder.source, SectionSource::kWindowBytes);  // nothing has been decoded yet
+    if (!decoder.source.isShort) return true;
+    const uint64_t input = decoder.source.arrived;
+    const uint64_t samples = SamplesIn(input * CompressionExpansion(kCompressionZip), assembly.block.depth);
+    const auto bytes = CheckedProduct({assembly.block.width, assembly.block.height, sizeof(uint32_t)});
+    return bytes && MayKeepPixels({*bytes, input, samples});
 }
 
 }  // namespace
 
-size_t RowsAtOnce(uint32_t width, uint32_t depth) {
-    const uint64_t rowBytes = PlaneRowBytes(width, depth);
-    if (rowBytes == 0) return size_t{1} << 30;  // without samples there can be four billion rows
-    return static_cast<size_t>(std::max<uint64_t>(kStepBytes / rowBytes, 1));
-}
-
 PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t role, Allowance& allowance,
                        Owned<uint32_t>& spare) {
+    assembly.isKept = assembly.isKept && HasEnoughInput(assembly, decoder);
     if (!assembly.isKept) return DropPlanes(decoder);
     if (!TakeMemory(assembly, spare)) return PsdReadResult::kOutOfMemory;
-    const bool isLast = assembly.arrived + 1 == assembly.planeCount;
+    const bool isLast = assembly.arrived + 1 >= assembly.planeCount;
     const uint64_t samplesBefore = FilledSamples(decoder), bytesBefore = decoder.source.arrived;
     uint64_t filled = assembly.filledPixels, came = 0;
     for (uint64_t row = 0; row < assembly.block.height;) {
@@ -123,7 +111,7 @@ PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t r
         row += step.rows;
         const uint8_t* rows = nullptr;
         if (!HasEnded(decoder)) {
-            const PsdReadResult result = NextRows(decoder, step.rows, assembly.buffers.get(), rows);
+            const PsdReadResult result = NextRows(decoder, step.rows, rows);
             if (result != PsdReadResult::kOk) return result;
             came = row;
         } else if (!isLast) {
@@ -131,8 +119,9 @@ PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t r
         }
         filled = std::max(filled, FilledSamples(decoder) - samplesBefore);
         const uint64_t bytes = assembly.inputBytes + decoder.source.arrived - bytesBefore;
-        if (!MayFill(assembly, step, bytes, filled, allowance)) {
-            NotKept(assembly);
+        if (!MayFill(allowance, {row * assembly.block.width * sizeof(uint32_t), bytes, filled},
+                     assembly.chargedBytes)) {
+            assembly.isKept = false;
             return DropPlanes(decoder);
         }
         if (isLast) {
@@ -150,22 +139,13 @@ PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t r
 
 PsdReadResult FinishPixels(PixelAssembly& assembly, Allowance& allowance, Owned<uint32_t>& spare,
                            Owned<uint32_t>& pixels) {
-    const PlaneBlock& block = assembly.block;
-    if (assembly.isKept && assembly.planeCount == 0) {
-        if (!TakeMemory(assembly, spare)) return PsdReadResult::kOutOfMemory;
-        for (uint64_t row = 0; row < block.height && assembly.isKept;) {
-            const Step step = StepAt(block, row);
-            row += step.rows;
-            if (!MayFill(assembly, step, assembly.inputBytes, 0, allowance)) {
-                NotKept(assembly);
-            } else if (ConvertsPlanes(block)) {
-                ConvertStep(assembly, step, kRoleCount, nullptr);
-            } else {
-                std::fill_n(assembly.pixels.get() + step.row * block.width, step.rows * block.width, 0u);
-            }
-        }
+    if (assembly.planeCount == 0) {
+        PlaneDecoder nothing;
+        const PsdReadResult result = AddPlane(assembly, nothing, kRoleCount, allowance, spare);
+        if (result != PsdReadResult::kOk) return result;
     }
-    pixels = std::move(assembly.pixels);
+    // Planes that were given up halfway have left their bytes in the memory.
+    if (assembly.isKept) pixels = std::move(assembly.pixels);
     return PsdReadResult::kOk;
 }
 

@@ -32,21 +32,18 @@ struct PixelAssembly {
     uint64_t rows[kMostPlanes] = {};  // that came of each
     uint64_t inputBytes = 0;          // that all planes came from
     uint64_t filledPixels = 0;        // of the plane with most samples
-    uint64_t chargedPixels = 0;       // unfilled ones
+    uint64_t chargedBytes = 0;        // see MayFill
     uint64_t coveredTop = 0;          // all rows outside are known to be transparent
     uint64_t coveredBottom = 0;
 
-    Owned<uint8_t> buffers;  // rows of a step: as they are decoded, of zeros, and of a bundle
+    Owned<uint8_t> buffers;  // rows of a step: of zeros, and of a bundle
     uint8_t* zeroRows = nullptr;
     uint8_t* bundleRows = nullptr;
 };
 
-// Rows that planes are decoded and converted in at once, so that they stay in the caches.
-size_t RowsAtOnce(uint32_t width, uint32_t depth);
-
 // Decodes a plane of assembly.block's size and joins it to the others. Pixels that the allowance does not
 // cover are not kept. kInflateFailed, kOutOfMemory.
-//   decoder  begun with RowsAtOnce; may hold further planes behind this one
+//   decoder  may hold further planes behind this one
 //   spare    memory of pixels to be used again where it is enough, whatever it holds; or null
 PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t role, Allowance& allowance,
                        Owned<uint32_t>& spare);

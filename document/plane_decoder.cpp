@@ -12,6 +12,7 @@ namespace tessary {
 namespace {
 
 constexpr size_t kPieceBytes = 1u << 17;  // that are inflated at once; they stay in the caches
+constexpr size_t kStepBytes = 1u << 14;
 constexpr uint64_t kLeastBytes = 12288;
 
 // Copies in steps of 16, so up to 15 bytes more than `count`.
@@ -19,6 +20,11 @@ void CopyInSteps(uint8_t* to, const uint8_t* from, size_t count) {
     size_t i = 0;
     do std::memcpy(to + i, from + i, 16);
     while ((i += 16) < count);
+}
+
+void StoreU16(uint8_t* to, uint32_t value) {
+    to[0] = static_cast<uint8_t>(value >> 8);
+    to[1] = static_cast<uint8_t>(value);
 }
 
 // How far a row can be summed up in steps of one register; the caller goes on behind that.
@@ -63,55 +69,68 @@ size_t SumBigEndian16(uint8_t* row, size_t bytes) {
     return i;
 }
 
-void SumRow(uint8_t* row, uint32_t width, uint32_t depth) {
-    const size_t rowBytes = static_cast<size_t>(PlaneRowBytes(width, depth));
+// Adds up the differences in one row of big-endian samples, in place. 32-bit samples are treated one by one,
+// as this format's readers do, and bits stay as they are.
+void UndoPrediction(uint8_t* row, size_t rowBytes, uint32_t depth) {
     switch (depth) {
-    case 8: {
-        const size_t done = SumBytes(row, width);
-        for (size_t i = std::max<size_t>(done, 1); i < width; ++i)
+    case 8:
+        for (size_t i = std::max<size_t>(SumBytes(row, rowBytes), 1); i < rowBytes; ++i)
             row[i] = static_cast<uint8_t>(row[i] + row[i - 1]);
         break;
-    }
-    case 16: {
-        const size_t done = std::max<size_t>(SumBigEndian16(row, rowBytes), 2);
-        for (size_t i = done; i < rowBytes; i += 2) {
-            const uint32_t sum = uint32_t{LoadU16(row + i)} + LoadU16(row + i - 2);
-            row[i] = static_cast<uint8_t>(sum >> 8);
-            row[i + 1] = static_cast<uint8_t>(sum);
-        }
+    case 16:
+        for (size_t i = std::max<size_t>(SumBigEndian16(row, rowBytes), 2); i < rowBytes; i += 2)
+            StoreU16(row + i, uint32_t{LoadU16(row + i)} + LoadU16(row + i - 2));
         break;
-    }
     case 32:
         // Nothing is carried from one sample to the next: each gets its own high half added to its low half,
         // and the row's last sample stays as it is.
-        for (size_t i = 0; i + 4 < rowBytes; i += 4) {
-            const uint32_t sum = uint32_t{LoadU16(row + i)} + LoadU16(row + i + 2);
-            row[i + 2] = static_cast<uint8_t>(sum >> 8);
-            row[i + 3] = static_cast<uint8_t>(sum);
-        }
+        for (size_t i = 0; i + 4 < rowBytes; i += 4)
+            StoreU16(row + i + 2, uint32_t{LoadU16(row + i)} + LoadU16(row + i + 2));
         break;
     default: break;
     }
 }
 
-// Adds up the differences in whole rows of big-endian samples, in place, as far as `produced` bytes of them
-// reach; what lies behind those bytes in their last row is 0 afterwards. 32-bit samples are treated one by
-// one, as this format's readers do, and bits stay as they are.
-void UndoPrediction(std::span<uint8_t> rows, size_t produced, uint32_t width, uint32_t depth) {
-    const size_t rowBytes = static_cast<size_t>(PlaneRowBytes(width, depth));
-    if (width < 2 || produced == 0) return;
-    const size_t reached = (produced + rowBytes - 1) / rowBytes;
-    const std::span<uint8_t> unreached = rows.first(reached * rowBytes).subspan(produced);
-    std::ranges::fill(unreached, uint8_t{0});  // half a sample may be there
-    uint8_t* row = rows.data();
-    for (size_t i = 0; i < reached; ++i, row += rowBytes) SumRow(row, width, depth);
-    // Sums run on behind an early end; what the input did not reach stays zero.
-    std::ranges::fill(unreached, uint8_t{0});
+// Makes room for `need` bytes. Grows by doubling; what the buffer held is lost.
+bool Grow(Owned<uint8_t>& buffer, uint64_t need) {
+    if (buffer && need <= buffer.count()) return true;
+    const uint64_t size = std::max({need, uint64_t{2} * buffer.count(), kLeastBytes});
+    buffer.Reset();
+    buffer = AllocateZeroed<uint8_t>({size});
+    return static_cast<bool>(buffer);
+}
+
+// Unpacks one PackBits row. Runs are cut at the end of the row and of their bytes. May read and write
+// SectionSource::kSlackBytes behind both. Returns the bytes that came.
+size_t UnpackBits(std::span<const uint8_t> input, std::span<uint8_t> output) {
+    const uint8_t* in = input.data();
+    const uint8_t* const inEnd = in + input.size();
+    uint8_t* out = output.data();
+    uint8_t* const outEnd = out + output.size();
+    while (inEnd - in >= 2 && out < outEnd) {
+        const uint32_t head = *in++;
+        if (head < 128) {
+            CopyInSteps(out, in, head + 1);
+            in += head + 1;
+            out += head + 1;
+        } else if (head > 128) {
+            uint8_t value[16];
+            std::memset(value, *in++, sizeof value);
+            size_t i = 0;
+            do std::memcpy(out + i, value, 16);
+            while ((i += 16) < 257 - head);
+            out += 257 - head;
+        }
+    }
+    // Only the last bytes copied can have come from behind the input.
+    if (in > inEnd) out -= in - inEnd;
+    return static_cast<size_t>(std::min(out, outEnd) - output.data());
 }
 
 // --- the four ways to stored rows; zip and predicted zip are one but for what follows inflating
 
-PsdReadResult RawRows(PlaneDecoder& decoder, size_t count, uint8_t* buffer, const uint8_t*& rows) {
+PsdReadResult RawRows(PlaneDecoder& decoder, size_t count, const uint8_t*& rows) {
+    uint8_t* const buffer = decoder.rowBuffer.get();
     const size_t wanted = count * decoder.storedRowBytes;
     size_t arrived = 0;
     rows = buffer;
@@ -132,7 +151,8 @@ PsdReadResult RawRows(PlaneDecoder& decoder, size_t count, uint8_t* buffer, cons
     return PsdReadResult::kOk;
 }
 
-PsdReadResult PackedRows(PlaneDecoder& decoder, size_t count, uint8_t* buffer, const uint8_t*& rows) {
+PsdReadResult PackedRows(PlaneDecoder& decoder, size_t count, const uint8_t*& rows) {
+    uint8_t* const buffer = decoder.rowBuffer.get();
     const size_t rowBytes = decoder.storedRowBytes;
     uint8_t* out = buffer;
     for (size_t row = 0; row < count; ++row, out += rowBytes) {
@@ -167,14 +187,19 @@ PsdReadResult InflatePiece(PlaneDecoder& decoder) {
     // Behind an end in the middle of a row that row is there, and none behind it.
     const size_t reached = (produced + rowBytes - 1) / rowBytes * rowBytes;
     std::memset(output.data() + produced, 0, reached - produced);
-    if (decoder.isPredicted)
-        UndoPrediction(output.first(reached), produced, decoder.shape.width, decoder.shape.depth);
+    if (decoder.isPredicted) {
+        for (size_t at = 0; at < reached; at += rowBytes)
+            UndoPrediction(output.data() + at, rowBytes, decoder.shape.depth);
+        // Sums run on behind an early end; what the input did not reach stays zero.
+        std::memset(output.data() + produced, 0, reached - produced);
+    }
     decoder.pieceBegin = 0;
     decoder.pieceEnd = waiting + reached;
     return PsdReadResult::kOk;
 }
 
-PsdReadResult InflatedRows(PlaneDecoder& decoder, size_t count, uint8_t* buffer, const uint8_t*& rows) {
+PsdReadResult InflatedRows(PlaneDecoder& decoder, size_t count, const uint8_t*& rows) {
+    uint8_t* const buffer = decoder.rowBuffer.get();
     const size_t wanted = count * decoder.storedRowBytes;
     if (decoder.pieceEnd - decoder.pieceBegin < wanted && !decoder.inflater.HasEnded()) {
         const PsdReadResult result = InflatePiece(decoder);
@@ -208,9 +233,8 @@ PsdReadResult BeginPacked(PlaneDecoder& decoder) {
 }
 
 PsdReadResult BeginZip(PlaneDecoder& decoder) {
-    const uint64_t rowBytes = decoder.storedRowBytes;
-    const uint64_t steps = rowBytes == 0 ? 1 : kPieceBytes / (decoder.shape.rowsAtOnce * rowBytes);
-    const uint64_t rows = std::max<uint64_t>(steps, 1) * decoder.shape.rowsAtOnce;
+    const uint64_t atOnce = RowsAtOnce(decoder.shape.width, decoder.shape.depth);
+    const uint64_t rows = std::max(kPieceBytes / std::max<uint64_t>(decoder.storedRowBytes, 1), atOnce);
     decoder.pieceRows = static_cast<size_t>(std::min(rows, decoder.shape.rows));
     decoder.pieceBegin = decoder.pieceEnd = 0;
     return decoder.inflater.Begin();
@@ -235,17 +259,22 @@ PsdReadResult BeginPlanes(PlaneDecoder& decoder, PsdDocument& document, uint64_t
     }
 }
 
-uint64_t RowBufferBytes(const PlaneShape& shape, uint64_t count) {
-    return count * PlaneRowBytes(shape.width, shape.depth) + SectionSource::kSlackBytes;
+size_t RowsAtOnce(uint32_t width, uint32_t depth) {
+    const uint64_t rowBytes = PlaneRowBytes(width, depth);
+    if (rowBytes == 0) return size_t{1} << 30;  // without samples there can be four billion rows
+    return static_cast<size_t>(std::max<uint64_t>(kStepBytes / rowBytes, 1));
 }
 
-PsdReadResult NextRows(PlaneDecoder& decoder, size_t count, uint8_t* buffer, const uint8_t*& rows) {
-    const PsdReadResult result = decoder.storedRows(decoder, count, buffer, rows);
+PsdReadResult NextRows(PlaneDecoder& decoder, size_t count, const uint8_t*& rows) {
+    const uint64_t atOnce = RowsAtOnce(decoder.shape.width, decoder.shape.depth);
+    if (!Grow(decoder.rowBuffer, atOnce * decoder.storedRowBytes + SectionSource::kSlackBytes))
+        return PsdReadResult::kOutOfMemory;
+    const PsdReadResult result = decoder.storedRows(decoder, count, rows);
     if (result != PsdReadResult::kOk) return result;
     decoder.rowsLeft -= count;
     if (decoder.shape.depth <= 8) return PsdReadResult::kOk;
-    ReduceSamples(rows, decoder.shape.depth, count * decoder.shape.width, buffer);
-    rows = buffer;
+    ReduceSamples(rows, decoder.shape.depth, count * decoder.shape.width, decoder.rowBuffer.get());
+    rows = decoder.rowBuffer.get();
     return PsdReadResult::kOk;
 }
 
@@ -277,39 +306,6 @@ PsdReadResult DropPlanes(PlaneDecoder& decoder) {
     decoder.rowsLeft = 0;
     Drain(decoder.source);
     return result;
-}
-
-size_t UnpackBits(std::span<const uint8_t> input, std::span<uint8_t> output) {
-    const uint8_t* in = input.data();
-    const uint8_t* const inEnd = in + input.size();
-    uint8_t* out = output.data();
-    uint8_t* const outEnd = out + output.size();
-    while (inEnd - in >= 2 && out < outEnd) {
-        const uint32_t head = *in++;
-        if (head < 128) {
-            CopyInSteps(out, in, head + 1);
-            in += head + 1;
-            out += head + 1;
-        } else if (head > 128) {
-            uint8_t value[16];
-            std::memset(value, *in++, sizeof value);
-            size_t i = 0;
-            do std::memcpy(out + i, value, 16);
-            while ((i += 16) < 257 - head);
-            out += 257 - head;
-        }
-    }
-    // Only the last bytes copied can have come from behind the input.
-    if (in > inEnd) out -= in - inEnd;
-    return static_cast<size_t>(std::min(out, outEnd) - output.data());
-}
-
-bool Grow(Owned<uint8_t>& buffer, uint64_t need) {
-    if (buffer && need <= buffer.count()) return true;
-    const uint64_t size = std::max({need, uint64_t{2} * buffer.count(), kLeastBytes});
-    buffer.Reset();
-    buffer = AllocateZeroed<uint8_t>({size});
-    return static_cast<bool>(buffer);
 }
 
 }  // namespace tessary

@@ -15,15 +15,13 @@ namespace tessary {
 struct PlaneShape {
     uint32_t width = 0;  // samples
     uint64_t rows = 0;
-    uint32_t depth = 8;     // bits a sample, as stored
-    size_t rowsAtOnce = 1;  // that NextRows is asked for at most
+    uint32_t depth = 8;  // bits a sample, as stored
 };
 
 struct PlaneDecoder;
 
-// How the rows of a compression come: `count` of them as they are stored, where they are or in `buffer`.
-using StoredRowsFunction = PsdReadResult (*)(PlaneDecoder& decoder, size_t count, uint8_t* buffer,
-                                             const uint8_t*& rows);
+// How the rows of a compression come: `count` of them as they are stored, where they are or in rowBuffer.
+using StoredRowsFunction = PsdReadResult (*)(PlaneDecoder& decoder, size_t count, const uint8_t*& rows);
 
 // Its buffers stay for the next planes.
 struct PlaneDecoder {
@@ -36,6 +34,7 @@ struct PlaneDecoder {
     uint64_t rowsLeft = 0;
     uint64_t filledBytes = 0;  // of stored rows, that really came out of the data
 
+    Owned<uint8_t> rowBuffer;
     Owned<uint8_t> rowCounts;  // of packed rows, 16 bits each
     uint64_t rowCountsUsed = 0;
     bool hasRowCounts = false;
@@ -52,13 +51,13 @@ struct PlaneDecoder {
 PsdReadResult BeginPlanes(PlaneDecoder& decoder, PsdDocument& document, uint64_t sourceBytes,
                           uint16_t compression, const PlaneShape& shape, bool endIsSound = false);
 
-// Bytes that NextRows wants as its buffer for so many rows.
-uint64_t RowBufferBytes(const PlaneShape& shape, uint64_t count);
+// Rows of planes that are decoded and converted at once, so that they stay in the caches.
+size_t RowsAtOnce(uint32_t width, uint32_t depth);
 
-// The next `count` rows, no more than are left: bits as they are, other samples as one byte each (the high
-// one of 16 bits, 255 times a float, cut), zero where the data has ended. They lie in place, or in `buffer`,
-// until the next call. kInflateFailed, kOutOfMemory.
-PsdReadResult NextRows(PlaneDecoder& decoder, size_t count, uint8_t* buffer, const uint8_t*& rows);
+// The next `count` rows, no more than RowsAtOnce and than are left: bits as they are, other samples as one
+// byte each (the high one of 16 bits, 255 times a float, cut), zero where the data has ended. They lie in
+// place, or in `buffer`, until the next call. kInflateFailed, kOutOfMemory.
+PsdReadResult NextRows(PlaneDecoder& decoder, size_t count, const uint8_t*& rows);
 
 // Nothing more will come out of the data; rows that are left are zero.
 bool HasEnded(const PlaneDecoder& decoder);
@@ -69,12 +68,5 @@ uint64_t FilledSamples(const PlaneDecoder& decoder);
 // Passes over what is left, for planes that nobody looks at. Zip is inflated, so that bad data is an error
 // wherever it stands. kInflateFailed, kOutOfMemory.
 PsdReadResult DropPlanes(PlaneDecoder& decoder);
-
-// Unpacks one PackBits row. Runs are cut at the end of the row and of their bytes. May read and write
-// SectionSource::kSlackBytes behind both. Returns the bytes that came.
-size_t UnpackBits(std::span<const uint8_t> input, std::span<uint8_t> output);
-
-// Makes room for `need` bytes. Grows by doubling; what the buffer held is lost.
-bool Grow(Owned<uint8_t>& buffer, uint64_t need);
 
 }  // namespace tessary

@@ -94,6 +94,25 @@ void WriteLayerBombs(const Writer& write) {
         {"masks-that-end", masked(EarlyEnd())},
     };
     for (const auto& [name, layer] : layers) write(name, Filled(kBelieved, layer));
+    // The widest rows that are believed, and wider ones.
+    for (const int32_t width : {300000, 1 << 25}) {
+        const std::string wide = width == 300000 ? "wide" : "widest";
+        const Rect rows = {0, 0, width, 4};
+        const Bytes empty = Padded({0, 1}, 11);
+        LayerBuilder layer = Bare(width, 1);
+        for (int16_t id = -1; id < 3; ++id) layer.ChannelData(id, {0, 1, 0, 0, 0});
+        const Bytes one = Shown(8).Layer(layer).LayerInfo();
+        DocumentBuilder floats(kColorRgb, 32, 3, 8, 8);
+        for (size_t left = kBytes / one.size(); left > 0; --left) floats.Layer(layer);
+        write(wide + "-layers", floats.HasRealMergedData(false).MergedData({0, 0}).Build());
+        write(wide + "-masks", Filled(8, Half(1, 1).RealMask(rows, 0, 0, rows, 0, 0).ChannelData(-3, empty)));
+        ByteWriter pattern = ByteWriter().U32(1).U32(kColorGrayscale).U32(0).U32(0).Pascal("p", 1).U32(3);
+        pattern.U32(0).RectTlbr({0, 0, width / 2, 1}).U32(0).U32(1);
+        pattern.Counted(ByteWriter().U32(8).RectTlbr({0, 0, width / 2, 1}).U16(8).U8(1).Zeros(3));
+        ByteWriter patterns;
+        while (patterns.size() < kBytes) patterns.Counted(pattern).Zeros((4 - pattern.size() % 4) % 4);
+        write(wide + "-patterns", Shown(8).Layer(Thin(1)).DocumentBlock("Patt", patterns).Build());
+    }
     // Each layer info replaces the one before it.
     for (const auto& [name, layer] : {std::pair{"layer-infos", Ends(kBelieved)},
                                       {"layer-infos-with-shadows", Ends(kBelieved).Block("lfx2", shadow)}}) {

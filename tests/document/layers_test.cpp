@@ -159,6 +159,7 @@ TEST(LayerPixels, ChannelsArePlacedById) {
          {0x09010000, 0x00020000}},  // and a spot colour
         {4, 8, Raw(inks), {0x09FFFFFF, 0x0A010101}},
         {0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
+        {7, 16, Raw({{0, {1, 2, 3, 4}}}), {0, 0}},  // no such pixels
         {3, 8, Raw({{2, {5, 6}}, {1, {}}}).ChannelData(-1, {}).ChannelData(0, {1}), {5, 6}},
         {3, 8, LayerBuilder({-9, -9, -7, -8}).Pixels(want, 3), want},
         // Half a sample, behind which nothing of the layer before it is left.
@@ -187,6 +188,24 @@ TEST(LayerPixels, MasksAreChosenById) {
         ASSERT_EQ(opened.result, kOk) << "row " << &test - cases;
         EXPECT_EQ(Values(opened.document->layers[0].mask.data), test.second) << "row " << &test - cases;
         EXPECT_EQ(Values(opened.document->layers[1].image), (Pixels{0xFF000005, 0xFF000006}));
+    }
+}
+
+TEST(LayerPixels, WideRowsNeedDataThatFillsThem) {
+    const Rect row = {0, 0, 3 << 20, 1};
+    const Bytes nothing = {0, 0, 7}, zeros = ByteWriter().U16(2).Raw(Zip(Bytes(3 << 20)));
+    const std::tuple<const char*, LayerBuilder, bool, bool> cases[] = {
+        {"full", LayerBuilder(row).ChannelData(0, zeros), true, false},
+        {"given up behind a full one", LayerBuilder(row).ChannelData(-1, zeros).ChannelData(0, nothing),
+         false, false},
+        {"full mask", Raw({{0, {1, 2}}}).Mask(row, 0, 0).ChannelData(-2, zeros), true, true},
+        {"mask of nothing", Raw({{0, {1, 2}}}).Mask(row, 0, 0).ChannelData(-2, nothing), true, false},
+    };
+    for (const auto& [what, builder, hasImage, hasMask] : cases) {
+        const Opened opened = OpenBytes(Rgb().Layer(builder).Build());
+        ASSERT_EQ(opened.result, kOk) << what;
+        const PsdLayer& layer = opened.document->layers[0];
+        EXPECT_TRUE(!!layer.image == hasImage && !!layer.mask.data == hasMask) << what;
     }
 }
 
@@ -247,13 +266,11 @@ PsdReadResult Decode(uint16_t compression, const Bytes& input, PlaneShape shape,
     StreamReader reader(input);
     reader.document.streamSize = static_cast<int32_t>(input.size());
     PlaneDecoder decoder;
-    shape.rowsAtOnce = 2;
     PsdReadResult result = BeginPlanes(decoder, reader.document, input.size(), compression, shape);
-    Bytes buffer(RowBufferBytes(shape, 2));
     const uint8_t* rows = nullptr;
     while (decoder.rowsLeft != 0 && result == kOk) {
         const size_t count = static_cast<size_t>(std::min<uint64_t>(2, decoder.rowsLeft));
-        result = NextRows(decoder, count, buffer.data(), rows);
+        result = NextRows(decoder, count, rows);
         if (result == kOk && decoded) decoded->insert(decoded->end(), rows, rows + count * shape.width);
     }
     return result;
