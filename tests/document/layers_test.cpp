@@ -157,6 +157,10 @@ TEST(LayerPixels, ChannelsArePlacedById) {
          8,
          Raw({{3, {7}}, {-1, {9}}, {0, {1, 2}}, {1, {}}, {2, {}}}),
          {0x09010000, 0x00020000}},  // and a spot colour
+        {3,
+         8,
+         Raw({{3, {7, 7}}, {-1, {9, 9}}, {0, {1, 2}}, {1, {3, 4}}}),
+         {0xFF010300, 0xFF020400}},  // blue is missing
         {4, 8, Raw(inks), {0x09FFFFFF, 0x0A010101}},
         {0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
         {7, 16, Raw({{0, {1, 2, 3, 4}}}), {0, 0}},  // no such pixels
