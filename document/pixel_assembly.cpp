@@ -24,7 +24,7 @@ Step StepAt(const PlaneBlock& block, uint64_t row) {
 bool TakeMemory(PixelAssembly& assembly, Owned<uint32_t>& spare) {
     if (assembly.pixels) return true;
     const PlaneBlock& block = assembly.block;
-    const uint64_t reduced = RowsAtOnce(block.width, block.depth) * RowBytes(block);
+    const uint64_t reduced = StepAt(block, 0).bytes;
     assembly.buffers = AllocateZeroed<uint8_t>({(1 + 4) * reduced});
     if (!assembly.buffers) return false;
     assembly.zeroRows = assembly.buffers.get();
