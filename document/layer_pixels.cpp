@@ -56,9 +56,7 @@ bool MayHavePixels(const PsdLayer& layer, const PlaneBlock& block) {
         hasData = hasData || channel.dataLength > kCodeBytes;
         input += channel.dataLength;
     }
-    const auto bytes = CheckedProduct({block.width, block.height, sizeof(uint32_t)});
-    const uint64_t samples = SamplesIn(input * CompressionExpansion(kCompressionZip), block.depth);
-    return hasData && bytes && *bytes != 0 && MayKeepPixels({*bytes, input, samples});
+    return hasData && block.width != 0 && block.height != 0 && MayBecomePixels(block, input, kMostExpansion);
 }
 
 ChannelPlan PlanOf(const PsdDocument& document, const PsdLayer& layer, bool isWanted) {

@@ -49,16 +49,10 @@ PixelAssembly AssemblyOf(const PsdDocument& document) {
     return assembly;
 }
 
-// Whether so many bytes can become planes and pixels of the document's size.
-bool MayHavePixels(const PsdDocument& document, uint64_t input, uint32_t expansion) {
-    const auto plane = CheckedProduct({PlaneRowBytes(document.width, document.depth), document.height});
-    const auto pixels = CheckedProduct({document.width, document.height, sizeof(uint32_t)});
-    return plane && pixels && IsBelieved(*plane, input, expansion) &&
-           MayKeepPixels(*pixels, input, SamplesIn(input * expansion, document.depth));
-}
-
-PsdReadResult AssembleMerged(PsdDocument& document, PlaneDecoder& decoder) {
+PsdReadResult AssembleMerged(PsdDocument& document, PlaneDecoder& decoder, uint64_t input,
+                             uint32_t expansion) {
     PixelAssembly assembly = AssemblyOf(document);
+    assembly.isKept = MayBecomePixels(assembly.block, input, expansion);
     const uint32_t colors = ColorPlanesUsed(assembly.block.colorMode, assembly.block.planeCount);
     Owned<uint32_t> none;
     for (uint32_t i = 0; i < assembly.planeCount; ++i) {
@@ -79,27 +73,21 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
     if (!WantsMergedImage(document)) return PsdReadResult::kOk;
     const uint32_t position = Position(document);
     const uint16_t compression = ReadU16(document);
-    const uint32_t input = InputLeft(document);
+    const uint32_t expansion = CompressionExpansion(compression), input = InputLeft(document);
     // To inflate it once more is the most that opening a document can cost.
     const bool isKept = KeepsMergedImage(document);
-    if (!isKept && IsZip(compression) && document.soundMergedAt == position) {
+    if (!isKept && expansion == kMostExpansion && document.soundMergedAt == position) {
         Skip(document, static_cast<int32_t>(input));
         return PsdReadResult::kOk;
     }
 
-    PlaneShape shape;
-    shape.width = document.width;
-    shape.rows = uint64_t{document.height} * document.channels;
-    shape.depth = document.depth;
+    const uint64_t rows = uint64_t{document.height} * document.channels;
+    const PlaneShape shape = {document.width, rows, document.depth};
     PlaneDecoder decoder;
     PsdReadResult result = BeginPlanes(decoder, document, input, compression, shape, !IsVouchedFor(document));
     if (result != PsdReadResult::kOk) return result;
 
-    if (isKept && MayHavePixels(document, input, CompressionExpansion(compression))) {
-        result = AssembleMerged(document, decoder);
-    } else if (isKept && IsVouchedFor(document)) {
-        result = PsdReadResult::kOutOfMemory;
-    }
+    if (isKept) result = AssembleMerged(document, decoder, input, expansion);
     if (result == PsdReadResult::kOk) result = DropPlanes(decoder);
     if (result == PsdReadResult::kOk) document.soundMergedAt = position;
     return result;

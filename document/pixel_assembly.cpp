@@ -89,14 +89,15 @@ void ConvertStep(PixelAssembly& assembly, const Step& step, uint8_t lastRole, co
 bool HasEnoughInput(const PixelAssembly& assembly, PlaneDecoder& decoder) {
     if (assembly.pixels) return true;
     Peek(decoder.source, SectionSource::kWindowBytes);  // nothing has been decoded yet
-    if (!decoder.source.isShort) return true;
-    const uint64_t input = decoder.source.arrived;
-    const uint64_t samples = SamplesIn(input * CompressionExpansion(kCompressionZip), assembly.block.depth);
-    const auto bytes = CheckedProduct({assembly.block.width, assembly.block.height, sizeof(uint32_t)});
-    return bytes && MayKeepPixels({*bytes, input, samples});
+    return !decoder.source.isShort || MayBecomePixels(assembly.block, decoder.source.arrived, kMostExpansion);
 }
 
 }  // namespace
+
+bool MayBecomePixels(const PlaneBlock& block, uint64_t input, uint32_t expansion) {
+    const auto bytes = CheckedProduct({block.width, block.height, sizeof(uint32_t)});
+    return bytes && MayKeepPixels({*bytes, input, SamplesIn(input * expansion, block.depth)});
+}
 
 PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t role, Allowance& allowance,
                        Owned<uint32_t>& spare) {

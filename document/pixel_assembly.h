@@ -41,6 +41,9 @@ struct PixelAssembly {
     uint8_t* bundleRows = nullptr;
 };
 
+// Whether so many bytes, each worth so many of a plane at most, can fill the pixels of a block.
+bool MayBecomePixels(const PlaneBlock& block, uint64_t input, uint32_t expansion);
+
 // Decodes a plane of assembly.block's size and joins it to the others. Pixels that the allowance does not
 // cover are not kept. kInflateFailed, kOutOfMemory.
 //   decoder  may hold further planes behind this one

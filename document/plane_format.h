@@ -39,9 +39,7 @@ constexpr uint32_t CompressionExpansion(uint16_t compression) {
     }
 }
 
-constexpr bool IsZip(uint16_t compression) {
-    return compression == kCompressionZip || compression == kCompressionZipPrediction;
-}
+inline constexpr uint32_t kMostExpansion = CompressionExpansion(kCompressionZip);
 
 // Bytes of one row of a plane; 64 bits, so that any width fits. 0 for a depth that does not exist.
 constexpr uint64_t PlaneRowBytes(uint64_t width, uint32_t depth) {
