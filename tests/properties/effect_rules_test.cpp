@@ -212,6 +212,14 @@ TEST(Growing, KeepsTheFractionsOfEdges) {
     for (size_t i = 0; i < 5; ++i) EXPECT_EQ(GrownCoverage(distances[40 + i], 6), wanted[i]) << i;
     EXPECT_EQ(GrownCoverage(distances[40 + 2 * 10], 6),
               uint32_t(Rounded(255 * (128 / 255.0 + 3 - std::sqrt(8)))));
+    // Of two pixels of a column that are equally far the fuller one counts.
+    dot.columns = 1, dot.rows = 3;
+    for (const auto& [above, below] : {std::pair<uint8_t, uint8_t>{130, 180}, {180, 130}}) {
+        dot.bytes[0] = above, dot.bytes[1] = 0, dot.bytes[2] = below;
+        ASSERT_EQ(MeasureDistances(dot, 2, 0, distances), PsdReadResult::kOk);
+        EXPECT_EQ(GrownCoverage(distances[1], 2), 180u);
+    }
+    dot.columns = dot.rows = 9;
     for (size_t i = 0; i < 81; ++i) dot.bytes[i] = i % 9 < 4 ? 255 : i % 9 == 4 ? 64 : 0;
     ASSERT_EQ(MeasureDistances(dot, 3, 0, distances), PsdReadResult::kOk);
     EXPECT_EQ((std::array{GrownCoverage(distances[42], 4), GrownCoverage(distances[5 + 36], 2),
@@ -494,6 +502,15 @@ TEST(PatternOverlay, TilesThePlane) {
     Scene scene(0, false);
     scene.effects.patternOverlay.pattern.identifier.bytes[1] = 'b';
     EXPECT_FALSE(scene.Draw(PlaceOfPatternOverlay, MakePatternOverlay, 7).pixels);
+
+    // 49 times the quotient 1 / 49 is less than 1.
+    PsdPattern tile;
+    tile.width = 49, tile.height = 1;
+    tile.pixels = AllocateZeroed<uint32_t>({50});
+    for (uint32_t i = 0; i < 50; ++i) tile.pixels[i] = i;
+    uint32_t row[120];
+    PaintRow(PatternPaint(&tile, {}), -60, 0, 120, row);
+    for (uint32_t i = 0; i < 120; ++i) EXPECT_EQ(row[i], (i + 38) % 49) << i;
 }
 
 TEST(Stroke, RunsAlongTheEdge) {

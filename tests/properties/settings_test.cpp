@@ -371,6 +371,9 @@ TEST(Adjustments, TurnPixelsIntoOthers) {
         {"levl", Levels({{0, 255, 0, 255, 0}}), {{0x00FEFF, 0x0000FF}}},
         {"levl", Levels({{100, 100, 0, 255, 300}}), {{0x6465FF, 0x00FFFF}}},
         {"levl",
+         Levels({{0, 255, 0, 254, 100}}),
+         {{0x7F8081, 0x7F8080}}},  // 128 * 254 is half away from 127 * 255
+        {"levl",
          Levels({{50, 150, 0, 255, 100}, {0, 255, 255, 0, 100}}),
          {{0x646464, 0x7F7F7F}},
          kColorGrayscale},
@@ -481,6 +484,8 @@ TEST(AdjustmentMaps, FollowThePlainRules) {
         record.ranges[3] = {75, 105, 135, 165, {-90, 60, -10}};
         BuildHueWeights(record);
         EXPECT_EQ(record.weights[1], HueWeights{});
+        const HueWeights& reds = record.weights[0];  // half on the way up and down, full across 0
+        EXPECT_EQ(All(reds[330], reds[350], reds[0], reds[30], reds[100]), All(127, 255, 255, 127, 0));
         ExpectMapped<HueMap, &Kernels::mapHueRow>(record, HuePlainly);
     }
     for (const int scale : {1, -1, 400}) {

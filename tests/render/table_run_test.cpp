@@ -17,22 +17,24 @@ constexpr Rect kWhole = {0, 0, kWidth, kHeight};
 class Pile {
 public:
     // Under a mask that hides nothing an adjustment is drawn by itself, as any layer is.
-    Pile(uint32_t seed, bool isMasked) : m_random(seed), m_isMasked(isMasked) {
+    Pile(uint32_t seed, bool isMasked) : m_random(seed), m_isMasked(isMasked), m_isLong(seed >= 36) {
         document.width = kWidth;
         document.height = kHeight;
         document.colorMode = seed % 4 == 3 ? kColorGrayscale : kColorRgb;
         document.layers = AllocateZeroed<PsdLayer>({2 + Below(20)});
         for (PsdLayer& layer : document.layers.span()) {
-            if (&layer == document.layers.get() || Below(12) == 0)
+            if (&layer == document.layers.get() || (!m_isLong && Below(12) == 0))
                 FillPicture(layer);
             else
-                FillAdjustment(layer, Below(10));
+                FillAdjustment(layer, m_isLong ? 1 + Below(4) : Below(10));
         }
     }
     PsdDocument document;
 
 private:
     uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(m_random()) % limit; }
+
+    bool Differs() { return !m_isLong && Below(8) == 0; }
 
     void FillPicture(PsdLayer& layer) {
         layer.bounds = kWhole;
@@ -72,25 +74,25 @@ private:
             FillTable(tables.red), FillTable(tables.green), FillTable(tables.blue);
         }
         }
-        if (Below(8) == 0) layer.opacity = 200;
-        if (Below(8) == 0) layer.blendMode = kBlendMultiply;
-        if (Below(8) == 0) layer.advancedBlending = true;
+        if (Differs()) layer.opacity = 200;
+        if (Differs()) layer.blendMode = kBlendMultiply;
+        if (Differs()) layer.advancedBlending = true;
         layer.mask.disabled = true;
-        const bool isLowered = Below(8) == 0, isHidden = Below(8) == 0;
-        if (isHidden) {  // by a mask without bytes
-            layer.mask.disabled = false;
-            layer.mask.defaultColor = 0;
-            return;
-        }
-        if (!m_isMasked && !isLowered) return;
+        const bool isLowered = Differs(), isHidden = Differs();
+        if (!m_isMasked && !isLowered && !isHidden) return;
         layer.mask.disabled = false;
         layer.mask.bounds = kWhole;
+        layer.mask.defaultColor = isHidden ? 0 : 255;
+        if (isHidden && !m_isMasked) return;  // hidden without a byte, and with them
         layer.mask.data = AllocateZeroed<uint8_t>({kCount});
-        std::fill_n(layer.mask.data.get(), kCount, static_cast<uint8_t>(isLowered ? 254 : 255));
+        std::fill_n(layer.mask.data.get(), kCount,
+                    static_cast<uint8_t>(isHidden    ? 0
+                                         : isLowered ? 254
+                                                     : 255));
     }
 
     std::mt19937 m_random;
-    bool m_isMasked;
+    bool m_isMasked, m_isLong;  // long: nothing comes between the adjustments
 };
 
 TEST(TableRun, ChangesWhatItsAdjustmentsChangeOneByOne) {
