@@ -455,6 +455,25 @@ int Differences(const PlainLayer& rule, const std::vector<uint32_t>& layer,
     return wrong;
 }
 
+// Grey is a third of the sum, cut: pixels whose sum is just below, at, and just above the ends of a range.
+TEST(BlendRanges, HoldTheirEndsAndNothingBeyond) {
+    for (const Kernels* kernels : {&sse2::kKernels, &WidestKernels()}) {
+        const auto row = kernels->selectBlendRow(kBlendNormal, false, true);
+        for (uint8_t end = 3; end < 255; ++end) {
+            const uint32_t grey = 0xFF000000 | end * 0x010101u;
+            const Pixels layer = {grey - 1, grey, grey + 0x0101, grey + 0x010101};
+            for (const bool isUpper : {false, true}) {
+                BlendGate gate;
+                gate.layer.gray = isUpper ? BlendSpan{0, end} : BlendSpan{end, 255};
+                Pixels canvas(4, 0xFF000000);
+                row({.canvas = canvas.data(), .layer = layer.data(), .count = 4}, {255, 0, &gate, false});
+                for (size_t i = 0; i < 4; ++i)
+                    EXPECT_EQ(canvas[i] != 0xFF000000, i != (isUpper ? 3 : 0)) << int{end} << ' ' << i;
+            }
+        }
+    }
+}
+
 // Over a canvas alpha of 1 the layer weighs 256, and what is stored is the mode's own result.
 TEST(BlendModes, EveryPairOfChannelsFollowsTheFormula) {
     for (uint32_t mode = 0; mode <= kBlendPassThrough; ++mode) {
