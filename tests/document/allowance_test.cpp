@@ -86,11 +86,12 @@ Bytes Palette(uint32_t bytes) {
     head.resize(26);
     return ByteWriter().Raw(head).U32(bytes).Zeros(1000);
 }
-// A pattern of gray rows without runs.
+// A pattern of gray rows without runs; one byte of data for every 64 samples follows.
 Bytes Tile(int32_t side) {
     const Rect bounds = {0, 0, side, side};
+    const size_t rows = static_cast<size_t>(side);
     const ByteWriter plane =
-        ByteWriter().U32(8).RectTlbr(bounds).U16(8).U8(1).Zeros(2 * static_cast<size_t>(side) + 1);
+        ByteWriter().U32(8).RectTlbr(bounds).U16(8).U8(1).Zeros(2 * rows + rows * rows / 64 + 64);
     const ByteWriter planes = ByteWriter().RectTlbr(bounds).U32(1).U32(1).Counted(plane).U32(0).U32(0);
     ByteWriter pattern = ByteWriter().U32(1).U32(kColorGrayscale).U32(0).Unicode(u"").Pascal("a", 1);
     pattern.U32(3).Counted(planes);

@@ -24,7 +24,8 @@ struct FloatState {
     }
     void Set() const {
         _mm_setcsr(vectors);
-        __asm__ volatile("fldcw %0" : : "m"(stack));
+        // What earlier work has left would be trapped as soon as it may be.
+        __asm__ volatile("fnclex\n\tfldcw %0" : : "m"(stack));
     }
 };
 
