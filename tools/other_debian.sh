@@ -18,7 +18,7 @@ debootstrap --variant=minbase --include=ca-certificates,git "$suite" "$root" >"$
     exit 1
 }
 rm "$root.log"
-git clone -q --no-hardlinks . "$root/root/tessary"
+git clone -q --no-hardlinks . "$root/opt/tessary"
 grep PRETTY_NAME "$root/etc/os-release"
 
 # Mounts and processes of the root live in a space of their own and end with it.
@@ -29,5 +29,5 @@ for command; do
         mount -t proc proc "$1/proc" && mkdir -p "$1/dev/shm" "$1/dev/pts"
         mount -t tmpfs tmpfs "$1/dev/shm" && mount -t devpts devpts "$1/dev/pts"
         exec chroot "$1" env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-            LANG=C.UTF-8 bash -c "cd /root/tessary && exec $2"' - "$root" "$command"
+            LANG=C.UTF-8 bash -c "cd /opt/tessary && exec $2"' - "$root" "$command"
 done
