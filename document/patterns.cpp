@@ -84,9 +84,9 @@ bool HasItsRows(const PlaneDecoder& decoder, uint16_t compression, uint64_t data
     const uint64_t rows = decoder.shape.rows;
     if (compression == kCompressionRaw) return dataBytes >= decoder.storedRowBytes * rows;
     uint64_t need = 2 * rows;
-    for (uint64_t row = 0; row < rows && decoder.hasRowCounts; ++row)
-        need += LoadU16(decoder.rowCounts.get() + 2 * row);
-    return decoder.hasRowCounts && dataBytes >= need &&
+    for (uint64_t row = 0; row < rows && decoder.rowCounts; ++row)
+        need += LoadU16(decoder.rowCounts + 2 * row);
+    return decoder.rowCounts && dataBytes >= need &&
            dataBytes * CompressionExpansion(compression) >= decoder.storedRowBytes * rows;
 }
 

@@ -1,11 +1,11 @@
 #include "document/plane_decoder.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "document/big_endian.h"
+#include "document/byte_reader.h"
+#include "document/prediction.h"
 #include "render/color_convert.h"
 
 namespace tessary {
@@ -20,75 +20,6 @@ void CopyInSteps(uint8_t* to, const uint8_t* from, size_t count) {
     size_t i = 0;
     do std::memcpy(to + i, from + i, 16);
     while ((i += 16) < count);
-}
-
-void StoreU16(uint8_t* to, uint32_t value) {
-    to[0] = static_cast<uint8_t>(value >> 8);
-    to[1] = static_cast<uint8_t>(value);
-}
-
-// How far a row can be summed up in steps of one register; the caller goes on behind that.
-size_t SumBytes(uint8_t* row, size_t count) {
-    __m128i carry = _mm_setzero_si128();
-    size_t i = 0;
-    for (; i + 16 <= count; i += 16) {
-        __m128i* const at = reinterpret_cast<__m128i*>(row + i);
-        __m128i sum = _mm_loadu_si128(at);
-        sum = _mm_add_epi8(sum, _mm_slli_si128(sum, 1));
-        sum = _mm_add_epi8(sum, _mm_slli_si128(sum, 2));
-        sum = _mm_add_epi8(sum, _mm_slli_si128(sum, 4));
-        sum = _mm_add_epi8(sum, _mm_slli_si128(sum, 8));
-        _mm_storeu_si128(at, _mm_add_epi8(sum, carry));
-        // The step's own total goes to every byte of the carry, so that steps wait for one addition only.
-        __m128i last = _mm_srli_si128(sum, 15);
-        last = _mm_unpacklo_epi8(last, last);
-        last = _mm_shuffle_epi32(_mm_shufflelo_epi16(last, 0), 0);
-        carry = _mm_add_epi8(carry, last);
-    }
-    return i;
-}
-
-__m128i SwapBytes16(__m128i words) {
-    return _mm_or_si128(_mm_slli_epi16(words, 8), _mm_srli_epi16(words, 8));
-}
-
-size_t SumBigEndian16(uint8_t* row, size_t bytes) {
-    __m128i carry = _mm_setzero_si128();
-    size_t i = 0;
-    for (; i + 16 <= bytes; i += 16) {
-        __m128i* const at = reinterpret_cast<__m128i*>(row + i);
-        __m128i sum = SwapBytes16(_mm_loadu_si128(at));
-        sum = _mm_add_epi16(sum, _mm_slli_si128(sum, 2));
-        sum = _mm_add_epi16(sum, _mm_slli_si128(sum, 4));
-        sum = _mm_add_epi16(sum, _mm_slli_si128(sum, 8));
-        _mm_storeu_si128(at, SwapBytes16(_mm_add_epi16(sum, carry)));
-        __m128i last = _mm_srli_si128(sum, 14);
-        last = _mm_shuffle_epi32(_mm_shufflelo_epi16(last, 0), 0);
-        carry = _mm_add_epi16(carry, last);
-    }
-    return i;
-}
-
-// Adds up the differences in one row of big-endian samples, in place. 32-bit samples are treated one by one,
-// as this format's readers do, and bits stay as they are.
-void UndoPrediction(uint8_t* row, size_t rowBytes, uint32_t depth) {
-    switch (depth) {
-    case 8:
-        for (size_t i = std::max<size_t>(SumBytes(row, rowBytes), 1); i < rowBytes; ++i)
-            row[i] = static_cast<uint8_t>(row[i] + row[i - 1]);
-        break;
-    case 16:
-        for (size_t i = std::max<size_t>(SumBigEndian16(row, rowBytes), 2); i < rowBytes; i += 2)
-            StoreU16(row + i, uint32_t{LoadU16(row + i)} + LoadU16(row + i - 2));
-        break;
-    case 32:
-        // Nothing is carried from one sample to the next: each gets its own high half added to its low half,
-        // and the row's last sample stays as it is.
-        for (size_t i = 0; i + 4 < rowBytes; i += 4)
-            StoreU16(row + i + 2, uint32_t{LoadU16(row + i)} + LoadU16(row + i + 2));
-        break;
-    default: break;
-    }
 }
 
 // Makes room for `need` bytes. Grows by doubling; what the buffer held is lost.
@@ -157,8 +88,9 @@ PsdReadResult PackedRows(PlaneDecoder& decoder, size_t count, const uint8_t*& ro
     uint8_t* out = buffer;
     for (size_t row = 0; row < count; ++row, out += rowBytes) {
         size_t written = 0;
-        if (decoder.hasRowCounts) {
-            const size_t stored = LoadU16(decoder.rowCounts.get() + 2 * decoder.rowCountsUsed++);
+        if (decoder.rowCounts) {
+            const size_t stored = LoadU16(decoder.rowCounts);
+            decoder.rowCounts += 2;
             const std::span<const uint8_t> packed = Peek(decoder.source, stored);
             written = UnpackBits(packed, {out, rowBytes});
             Use(decoder.source, packed.size());
@@ -220,15 +152,15 @@ PsdReadResult InflatedRows(PlaneDecoder& decoder, size_t count, const uint8_t*& 
 // The table of row counts. Without it, or without anything behind it, nothing is decoded.
 PsdReadResult BeginPacked(PlaneDecoder& decoder) {
     const uint64_t tableBytes = 2 * decoder.shape.rows;
-    decoder.rowCountsUsed = 0;
-    decoder.hasRowCounts = false;
+    decoder.rowCounts = nullptr;
     if (tableBytes >= decoder.source.left) {
         Drain(decoder.source);
         return PsdReadResult::kOk;
     }
-    if (!Grow(decoder.rowCounts, tableBytes)) return PsdReadResult::kOutOfMemory;
-    const size_t arrived = CopyTo(decoder.source, decoder.rowCounts.get(), static_cast<size_t>(tableBytes));
-    decoder.hasRowCounts = arrived == tableBytes && !Peek(decoder.source, 1).empty();
+    if (!Grow(decoder.rowCountTable, tableBytes)) return PsdReadResult::kOutOfMemory;
+    uint8_t* const table = decoder.rowCountTable.get();
+    const size_t arrived = CopyTo(decoder.source, table, static_cast<size_t>(tableBytes));
+    if (arrived == tableBytes && !Peek(decoder.source, 1).empty()) decoder.rowCounts = table;
     return PsdReadResult::kOk;
 }
 
@@ -245,7 +177,8 @@ PsdReadResult BeginZip(PlaneDecoder& decoder) {
 PsdReadResult BeginPlanes(PlaneDecoder& decoder, PsdDocument& document, uint64_t sourceBytes,
                           uint16_t compression, const PlaneShape& shape, bool endIsSound) {
     if (CompressionExpansion(compression) == 0) return PsdReadResult::kBadCompression;
-    if (!BeginSection(decoder.source, document, sourceBytes)) return PsdReadResult::kOutOfMemory;
+    if (!BeginSection(decoder.source, document, Position(document), sourceBytes))
+        return PsdReadResult::kOutOfMemory;
     decoder.shape = shape;
     decoder.storedRowBytes = static_cast<size_t>(PlaneRowBytes(shape.width, shape.depth));
     decoder.isPredicted = compression == kCompressionZipPrediction;
@@ -257,6 +190,28 @@ PsdReadResult BeginPlanes(PlaneDecoder& decoder, PsdDocument& document, uint64_t
     case kCompressionPackBits: decoder.storedRows = PackedRows; return BeginPacked(decoder);
     default: decoder.storedRows = InflatedRows; return BeginZip(decoder);
     }
+}
+
+PsdReadResult SplitPlanes(std::span<PlaneDecoder> decoders, uint64_t rows) {
+    const PlaneDecoder& first = decoders[0];
+    const SectionSource& section = first.source;
+    const uint64_t waiting = section.end - section.begin, bytes = section.left + waiting;
+    const uint8_t* counts = first.rowCounts;
+    uint64_t at = 0;
+    for (PlaneDecoder& decoder : decoders.subspan(1)) {
+        for (uint64_t row = 0; row < rows && counts; ++row, counts += 2) at += LoadU16(counts);
+        if (!counts) at += rows * first.storedRowBytes;
+        at = std::min(at, bytes);
+        const uint32_t position = static_cast<uint32_t>(section.position - waiting + at);
+        if (!BeginSection(decoder.source, *section.document, position, bytes - at))
+            return PsdReadResult::kOutOfMemory;
+        decoder.shape = first.shape;
+        decoder.storedRows = first.storedRows;
+        decoder.storedRowBytes = first.storedRowBytes;
+        decoder.rowsLeft = first.storedRowBytes == 0 ? 0 : rows;
+        decoder.rowCounts = counts;
+    }
+    return PsdReadResult::kOk;
 }
 
 size_t RowsAtOnce(uint32_t width, uint32_t depth) {
@@ -282,7 +237,7 @@ bool HasEnded(const PlaneDecoder& decoder) {
     if (decoder.rowsLeft == 0) return true;
     if (decoder.storedRows == InflatedRows)
         return decoder.inflater.HasEnded() && decoder.pieceBegin == decoder.pieceEnd;
-    return IsExhausted(decoder.source) || (decoder.storedRows == PackedRows && !decoder.hasRowCounts);
+    return IsExhausted(decoder.source) || (decoder.storedRows == PackedRows && !decoder.rowCounts);
 }
 
 uint64_t FilledSamples(const PlaneDecoder& decoder) {

@@ -35,9 +35,8 @@ struct PlaneDecoder {
     uint64_t filledBytes = 0;  // of stored rows, that really came out of the data
 
     Owned<uint8_t> rowBuffer;
-    Owned<uint8_t> rowCounts;  // of packed rows, 16 bits each
-    uint64_t rowCountsUsed = 0;
-    bool hasRowCounts = false;
+    Owned<uint8_t> rowCountTable;
+    const uint8_t* rowCounts = nullptr;  // of packed rows, 16 bits each; null without the table
 
     Inflater inflater;
     Owned<uint8_t> piece;  // inflated rows
@@ -50,6 +49,10 @@ struct PlaneDecoder {
 //   endIsSound  zip data that breaks off has ended, instead of being corrupt
 PsdReadResult BeginPlanes(PlaneDecoder& decoder, PsdDocument& document, uint64_t sourceBytes,
                           uint16_t compression, const PlaneShape& shape, bool endIsSound = false);
+
+// Gives each plane of so many rows a decoder of its own, where the first has begun with all of them and has
+// not decoded any: raw and packed ones, whose places are known. kOutOfMemory.
+PsdReadResult SplitPlanes(std::span<PlaneDecoder> decoders, uint64_t rows);
 
 // Rows of planes that are decoded and converted at once, so that they stay in the caches.
 size_t RowsAtOnce(uint32_t width, uint32_t depth);

@@ -373,7 +373,14 @@ void ReduceSamples(const uint8_t* samples, uint32_t depth, size_t count, uint8_t
     if (depth == 8) {
         if (reduced != samples && count) std::memcpy(reduced, samples, count);
     } else if (depth == 16) {
-        for (size_t i = 0; i < count; ++i) reduced[i] = samples[2 * i];
+        size_t i = 0;
+        const __m128i high = _mm_set1_epi16(0xFF);
+        for (; i + 16 <= count; i += 16) {
+            const __m128i first = _mm_and_si128(Load16(samples + 2 * i), high);
+            const __m128i second = _mm_and_si128(Load16(samples + 2 * i + 16), high);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(reduced + i), _mm_packus_epi16(first, second));
+        }
+        for (; i < count; ++i) reduced[i] = samples[2 * i];
     } else if (depth == 32) {
         for (size_t i = 0; i < count; ++i) reduced[i] = ReduceFloat(samples + 4 * i);
     }

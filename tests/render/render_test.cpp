@@ -228,8 +228,8 @@ TEST(ReduceSamples, InPlaceAtEveryDepth) {
             for (uint32_t bit = 0; bit < depth; bit += 8)
                 samples.push_back(static_cast<uint8_t>(word >> (24 - bit)));
         }
-        ReduceSamples(samples.data(), depth, 256, samples.data());
-        for (uint32_t i = 0; i < 256; ++i) ASSERT_EQ(samples[i], i) << depth;
+        ReduceSamples(samples.data(), depth, 250, samples.data());
+        for (uint32_t i = 0; i < 250; ++i) ASSERT_EQ(samples[i], i) << depth;
     }
 }
 
