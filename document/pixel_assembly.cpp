@@ -88,7 +88,8 @@ void ConvertStep(PixelAssembly& assembly, const Step& step, const uint8_t* roles
 // False when a stream that claimed to be longer ends within the first window of the data, and what there is
 // of it cannot fill the pixels.
 bool HasEnoughInput(const PixelAssembly& assembly, std::span<PlaneDecoder> decoders) {
-    if (assembly.pixels || decoders.empty()) return true;
+    if (assembly.pixels) return true;
+    if (decoders.empty()) return MayBecomePixels(assembly.block, 0, 1);
     SectionSource& source = decoders[0].source;
     Peek(source, SectionSource::kWindowBytes);  // nothing has been decoded yet
     return !source.isShort || MayBecomePixels(assembly.block, source.arrived, kMostExpansion);

@@ -197,10 +197,11 @@ PsdReadResult SplitPlanes(std::span<PlaneDecoder> decoders, uint64_t rows) {
     const SectionSource& section = first.source;
     const uint64_t waiting = section.end - section.begin, bytes = section.left + waiting;
     const uint8_t* counts = first.rowCounts;
+    const uint64_t rawBytes = CheckedProduct({rows, first.storedRowBytes}).value_or(bytes);
     uint64_t at = 0;
     for (PlaneDecoder& decoder : decoders.subspan(1)) {
         for (uint64_t row = 0; row < rows && counts; ++row, counts += 2) at += LoadU16(counts);
-        if (!counts) at += rows * first.storedRowBytes;
+        if (!counts) at += std::min(rawBytes, bytes);
         at = std::min(at, bytes);
         const uint32_t position = static_cast<uint32_t>(section.position - waiting + at);
         if (!BeginSection(decoder.source, *section.document, position, bytes - at))
