@@ -162,7 +162,7 @@ bool BeginRenderOnLayer(Rendering& rendering, PsdDocument& document, PsdLayer& l
         IsDrawn(layer) && layer.layerKind < kLayerLevels && !HasEffects(layer) && IsPlain(document, layer);
     if (!isCanvas || !isPlain || layer.filledPixels < pixels || !MayHaveCanvas(document)) return false;
     // Over an empty canvas a plain pixel comes out as it is, unless it is transparent.
-    for (uint32_t& pixel : layer.image.span()) pixel = Alpha(pixel) == 0 ? kBackground : pixel;
+    ReplaceTransparent(layer.image.get(), layer.image.count(), kBackground);
     document.canvas = std::move(layer.image);
     document.noiseSeed = seed;
     rendering = {&document, whole, {}};
