@@ -9,16 +9,6 @@
 namespace tessary {
 namespace {
 
-// Such a layer covers each pixel by the canvas's own alpha: it replaces opaque ones, leaves empty ones, and
-// is mixed with all others, whose alpha grows thereby.
-bool IsTablesOnly(const PsdDocument& document, const PsdLayer& layer) {
-    const PsdLayerMask& mask = layer.mask;
-    const bool isMasked = !mask.disabled && (mask.data || mask.defaultColor != 255);
-    return !isMasked && layer.blendMode == kBlendNormal && GroupPassesThrough(layer.parent) &&
-           EffectiveOpacity(layer.opacity, layer.fillOpacity, layer.parent) == 255 &&
-           !(document.colorMode == kColorRgb && NeedsBlendGate(layer));
-}
-
 // Some of the canvas's pixels that are neither opaque nor empty, set aside.
 struct PartialPixels {
     uint32_t pixels[kBlendRunPixels];
@@ -56,7 +46,9 @@ void DrawPixels(const TableRun& run, uint32_t* pixels, size_t count, BlendRowFun
 }  // namespace
 
 bool DeferTables(Owned<TableRun>& run, PsdDocument& document, PsdLayer& layer, const Rect& area) {
-    if (!IsTablesOnly(document, layer)) return false;
+    // Such a layer covers each pixel by the canvas's own alpha: it replaces opaque ones, leaves empty ones,
+    // and is mixed with all others, whose alpha grows thereby.
+    if (!IsPlain(document, layer)) return false;
     if (!run) run = AllocateZeroed<TableRun>({1});
     if (!run) return false;
     TableRun& waiting = run[0];

@@ -4,13 +4,11 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
-#include <cmath>
 #include <cstring>
-#include <limits>
 
 #include "document/big_endian.h"
 #include "document/checked_math.h"
+#include "render/lab_convert.h"
 #include "render/pixel.h"
 
 namespace tessary {
@@ -124,151 +122,8 @@ void MultichannelChunk(const Chunk& in, uint32_t* pixels, size_t count) {
     }
 }
 
-struct LinearRgb {
-    double red, green, blue;
-};
-
-double CubeOfLab(double t) {
-    const double cube = t * t * t;
-    return cube > 0.008856 ? cube : t * 0.1284191601386927;
-}
-
-// What lightness and one of a and b alone give to linear colours; LabToLinear is the sum of both.
-LinearRgb LinearOfLightnessAndA(int32_t lightness, int32_t a) {
-    const double fy = (lightness + 16.0) / 116;
-    const double x = CubeOfLab(fy + a * 0.002) * 95.047 / 100;
-    const double y = CubeOfLab(fy) * 100.0 / 100;
-    return {3.2406 * x - 1.5372 * y, -0.9689 * x + 1.8758 * y, 0.0557 * x - 0.2040 * y};
-}
-
-LinearRgb LinearOfLightnessAndB(int32_t lightness, int32_t b) {
-    const double fy = (lightness + 16.0) / 116;
-    const double z = CubeOfLab(fy - b * 0.005) * 108.883 / 100;
-    return {-(0.4986 * z), 0.0415 * z, 1.0570 * z};
-}
-
-LinearRgb operator+(const LinearRgb& one, const LinearRgb& other) {
-    return {one.red + other.red, one.green + other.green, one.blue + other.blue};
-}
-
-LinearRgb LabToLinear(int32_t lightness, int32_t a, int32_t b) {
-    return LinearOfLightnessAndA(lightness, a) + LinearOfLightnessAndB(lightness, b);
-}
-
-// Truncates to a byte; what lies outside 0..1 is clamped and a value that is not a number becomes 0.
-uint32_t FractionToByte(double value) {
-    if (!(value > 0)) return 0;
-    return value < 1 ? static_cast<uint32_t>(value * 255) : 255;
-}
-
-uint32_t EncodeGamma(double linear) {
-    return FractionToByte(linear > 0.0031308 ? 1.055 * std::pow(linear, 1 / 2.4) - 0.055 : 12.92 * linear);
-}
-
-// LabToArgb of the stored bytes, which know 100 lightnesses and 256 values each of a and b. Floats tell in
-// which cell a linear colour lies. They are less than a quarter of a cell away from the formula's doubles,
-// which decide where a byte ends in the cell or so close to it.
-struct LabTables {
-    static constexpr size_t kLightnesses = 100;
-    static constexpr uint32_t kCellsOfOne = 1 << 16, kCells = kCellsOfOne + 64;
-    static constexpr uint16_t kIsUncertain = 256;
-    float x[kLightnesses][256], y[kLightnesses], z[kLightnesses][256];
-    double first[257];  // the least value that gives this byte; none does for the last
-    uint16_t
-        cells[kCells];  // the least byte; from the last on it is 255, for the curve gets there just above 1
-
-    LabTables() {
-        for (size_t lightness = 0; lightness < kLightnesses; ++lightness) {
-            const double fy = (static_cast<double>(lightness) + 16.0) / 116;
-            y[lightness] = static_cast<float>(CubeOfLab(fy) * kCellsOfOne);
-            for (int32_t i = 0; i < 256; ++i) {
-                x[lightness][i] =
-                    static_cast<float>(CubeOfLab(fy + (i - 128) * 0.002) * 0.95047 * kCellsOfOne);
-                z[lightness][i] =
-                    static_cast<float>(CubeOfLab(fy - (i - 128) * 0.005) * 1.08883 * kCellsOfOne);
-            }
-        }
-        first[0] = 0;
-        first[256] = std::numeric_limits<double>::infinity();
-        for (uint32_t n = 1; n <= 255; ++n) {
-            // Positive doubles are ordered as their bit patterns are.
-            uint64_t below = 0, reached = std::bit_cast<uint64_t>(2.0);
-            while (reached - below > 1) {
-                const uint64_t middle = below + (reached - below) / 2;
-                (EncodeGamma(std::bit_cast<double>(middle)) >= n ? reached : below) = middle;
-            }
-            first[n] = std::bit_cast<double>(reached);
-        }
-        uint32_t byte = 0;
-        for (uint32_t cell = 0; cell < kCells; ++cell) {
-            while (first[byte + 1] * kCellsOfOne < cell - 0.25) ++byte;
-            const bool isUncertain = first[byte + 1] * kCellsOfOne <= cell + 1.25;
-            cells[cell] = static_cast<uint16_t>(byte | (isUncertain ? kIsUncertain : 0));
-        }
-    }
-
-    // Of four pixels.
-    static __m128i CellsOf(__m128 x, float ofX, __m128 y, float ofY, __m128 z, float ofZ) {
-        const auto times = [](__m128 a, float b) { return _mm_mul_ps(a, _mm_set1_ps(b)); };
-        const __m128 linear = _mm_add_ps(_mm_add_ps(times(x, ofX), times(y, ofY)), times(z, ofZ));
-        return _mm_cvttps_epi32(_mm_max_ps(_mm_min_ps(linear, _mm_set1_ps(kCells - 1)), _mm_setzero_ps()));
-    }
-    // From the least byte of a channel's cell and its exact value.
-    uint32_t Decide(uint32_t byte, double linear) const {
-        return byte + (linear >= first[byte + 1] ? 1u : 0u);
-    }
-};
-
-constexpr size_t kLabStage = 128;
-
-// In stages, because only those without lookups take several pixels at once. At most kLabStage pixels.
-void LabPixels(const LabTables& tables, const uint8_t* alpha, const uint8_t* light, const uint8_t* a,
-               const uint8_t* b, uint32_t* pixels, size_t count) {
-    alignas(16) float x[kLabStage] = {}, y[kLabStage] = {}, z[kLabStage] = {};
-    for (size_t i = 0; i < count; ++i) {
-        const size_t lightness = light[i] * 100u >> 8;
-        x[i] = tables.x[lightness][a[i]];
-        y[i] = tables.y[lightness];
-        z[i] = tables.z[lightness][b[i]];
-    }
-    alignas(16) int32_t red[kLabStage], green[kLabStage], blue[kLabStage];
-    for (size_t i = 0; i < count; i += 4) {
-        const __m128 xs = _mm_load_ps(x + i), ys = _mm_load_ps(y + i), zs = _mm_load_ps(z + i);
-        const auto store = [i](int32_t* cells, __m128i four) {
-            _mm_store_si128(reinterpret_cast<__m128i*>(cells + i), four);
-        };
-        store(red, LabTables::CellsOf(xs, 3.2406f, ys, -1.5372f, zs, -0.4986f));
-        store(green, LabTables::CellsOf(xs, -0.9689f, ys, 1.8758f, zs, 0.0415f));
-        store(blue, LabTables::CellsOf(xs, 0.0557f, ys, -0.2040f, zs, 1.0570f));
-    }
-    // The curve does not reach black by itself.
-    uint8_t isBlack[kLabStage];
-    for (size_t i = 0; i < count; ++i)
-        isBlack[i] = static_cast<uint8_t>((light[i] < 3) & (a[i] == 128) & (b[i] == 128));
-    uint8_t uncertain[kLabStage];
-    size_t uncertainCount = 0;
-    for (size_t i = 0; i < count; ++i) {
-        const uint32_t r = tables.cells[red[i]], g = tables.cells[green[i]], bl = tables.cells[blue[i]];
-        pixels[i] = PackPixel(alpha[i], r & 255, g & 255, bl & 255);
-        uncertain[uncertainCount] = static_cast<uint8_t>(i);
-        uncertainCount += (r | g | bl) >> 8 | isBlack[i];
-    }
-    for (size_t k = 0; k < uncertainCount; ++k) {
-        const size_t i = uncertain[k];
-        const LinearRgb linear = LabToLinear(light[i] * 100 >> 8, a[i] - 128, b[i] - 128);
-        const uint32_t color = PackPixel(0, tables.Decide(Red(pixels[i]), linear.red),
-                                         tables.Decide(Green(pixels[i]), linear.green),
-                                         tables.Decide(Blue(pixels[i]), linear.blue));
-        pixels[i] = uint32_t{alpha[i]} << 24 | (isBlack[i] ? 0 : color);
-    }
-}
-
 void LabChunk(const Chunk& in, uint32_t* pixels, size_t count) {
-    static const LabTables tables;
-    for (size_t at = 0; at < count; at += kLabStage) {
-        LabPixels(tables, in.alpha + at, in.color[0] + at, in.color[1] + at, in.color[2] + at, pixels + at,
-                  std::min(kLabStage, count - at));
-    }
+    ConvertLab(in.alpha, in.color[0], in.color[1], in.color[2], pixels, count);
 }
 
 struct ModeRow {
@@ -384,13 +239,6 @@ void ReduceSamples(const uint8_t* samples, uint32_t depth, size_t count, uint8_t
     } else if (depth == 32) {
         for (size_t i = 0; i < count; ++i) reduced[i] = ReduceFloat(samples + 4 * i);
     }
-}
-
-uint32_t LabToArgb(uint32_t alpha, int32_t lightness, int32_t a, int32_t b) {
-    // The curve does not reach black by itself: without this, lightness 0 would be a dark gray.
-    if (lightness == 0 && a == 0 && b == 0) return PackPixel(alpha, 0, 0, 0);
-    const LinearRgb linear = LabToLinear(lightness, a, b);
-    return PackPixel(alpha, EncodeGamma(linear.red), EncodeGamma(linear.green), EncodeGamma(linear.blue));
 }
 
 uint32_t CmykToArgb(double cyan, double magenta, double yellow, double black) {

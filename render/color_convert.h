@@ -37,6 +37,12 @@ void ConvertPlanes(const PlaneBlock& block, uint32_t* pixels);
 // memory of `samples`: no byte is overwritten before it is read.
 void ReduceSamples(const uint8_t* samples, uint32_t depth, size_t count, uint8_t* reduced);
 
+// Truncates to a byte; what lies outside 0..1 is clamped and a value that is not a number becomes 0.
+inline uint32_t FractionToByte(double value) {
+    if (!(value > 0)) return 0;
+    return value < 1 ? static_cast<uint32_t>(value * 255) : 255;
+}
+
 // Single colours, each one opaque unless `alpha` (0..255) says otherwise.
 //   lightness 0..100, a and b around 0
 uint32_t LabToArgb(uint32_t alpha, int32_t lightness, int32_t a, int32_t b);

@@ -58,6 +58,14 @@ PsdBlendMode EffectiveMode(PsdBlendMode mode, const PsdLayer* group) {
     return GroupPassesThrough(group) ? mode : GroupBlendMode(*group);
 }
 
+bool IsPlain(const PsdDocument& document, const PsdLayer& layer) {
+    const PsdLayerMask& mask = layer.mask;
+    const bool isMasked = !mask.disabled && (mask.data || mask.defaultColor != 255);
+    return !isMasked && layer.blendMode == kBlendNormal && GroupPassesThrough(layer.parent) &&
+           EffectiveOpacity(layer.opacity, layer.fillOpacity, layer.parent) == 255 &&
+           !(document.colorMode == kColorRgb && NeedsBlendGate(layer));
+}
+
 void CoverageRow(const uint32_t* layer, size_t count, const PsdLayerMask& mask, int32_t x, int32_t y,
                  uint8_t* coverage) {
     if (mask.disabled) return CoverByColor(layer, count, 255, coverage);

@@ -18,6 +18,10 @@ PsdBlendMode EffectiveMode(PsdBlendMode mode, const PsdLayer* group);
 // Whether the layer's group, if any, lets its members blend on their own.
 bool GroupPassesThrough(const PsdLayer* group);
 
+// Whether nothing stands between the layer's pixels and the canvas: Normal, at full opacity, without mask,
+// ranges and excluded channels.
+bool IsPlain(const PsdDocument& document, const PsdLayer& layer);
+
 // The alpha of `count` layer pixels, lowered by the mask unless that is disabled, for the canvas positions
 // (x + i, y).
 void CoverageRow(const uint32_t* layer, size_t count, const PsdLayerMask& mask, int32_t x, int32_t y,

@@ -21,6 +21,10 @@ void FillRect(uint32_t* pixels, size_t rowPixels, const Rect& rect, uint32_t col
     }
 }
 
+void ReplaceTransparent(uint32_t* pixels, size_t count, uint32_t color) {
+    for (size_t i = 0; i < count; ++i) pixels[i] = Alpha(pixels[i]) == 0 ? color : pixels[i];
+}
+
 TESSARY_WRAPS int32_t NoiseAt(uint64_t seed, uint64_t index, int32_t reach) {
     const uint64_t steps = 2 * static_cast<uint64_t>(reach) + 1;
     const uint64_t random = MixBits(MixBits(seed) + index * 0x9E3779B97F4A7C15u) >> 32;

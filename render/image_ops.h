@@ -11,6 +11,9 @@ namespace tessary {
 
 void FillRect(uint32_t* pixels, size_t rowPixels, const Rect& rect, uint32_t color);
 
+// Gives all pixels of alpha 0 the same colour.
+void ReplaceTransparent(uint32_t* pixels, size_t count, uint32_t color);
+
 // Bits without pattern for every key (the finaliser of a 64-bit counter generator).
 uint64_t MixBits(uint64_t key);
 

@@ -1,6 +1,7 @@
 #include "render/render.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "document/byte_reader.h"
 #include "properties/apply_adjustment.h"
@@ -151,6 +152,21 @@ PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rec
     document.noiseSeed = seed;
     rendering = {&document, area, {}};
     return PsdReadResult::kOk;
+}
+
+bool BeginRenderOnLayer(Rendering& rendering, PsdDocument& document, PsdLayer& layer, uint64_t seed) {
+    const Rect whole = {0, 0, static_cast<int32_t>(document.width), static_cast<int32_t>(document.height)};
+    const uint64_t pixels = AreaOf(whole);
+    const bool isCanvas = !document.canvas && layer.image.count() == pixels && layer.bounds == whole;
+    const bool isPlain =
+        IsDrawn(layer) && layer.layerKind < kLayerLevels && !HasEffects(layer) && IsPlain(document, layer);
+    if (!isCanvas || !isPlain || layer.filledPixels < pixels || !MayHaveCanvas(document)) return false;
+    // Over an empty canvas a plain pixel comes out as it is, unless it is transparent.
+    ReplaceTransparent(layer.image.get(), layer.image.count(), kBackground);
+    document.canvas = std::move(layer.image);
+    document.noiseSeed = seed;
+    rendering = {&document, whole, {}};
+    return true;
 }
 
 PsdReadResult DrawLayer(Rendering& rendering, PsdLayer& layer) {

@@ -24,6 +24,10 @@ bool MayHaveCanvas(const PsdDocument& document);
 // kEmptyArea (nothing of the area lies in the document), kOutOfMemory.
 PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rect& wanted, uint64_t seed);
 
+// As BeginRender for the whole document and DrawLayer for its lowest layer, whose pixels become the canvas:
+// it has to be plain, of the canvas's size, and filled. False where it is not; then nothing has happened.
+bool BeginRenderOnLayer(Rendering& rendering, PsdDocument& document, PsdLayer& layer, uint64_t seed);
+
 // Whether the layer and the group it is in are shown; DrawLayer does nothing with others.
 bool IsDrawn(const PsdLayer& layer);
 

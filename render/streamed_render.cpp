@@ -42,6 +42,16 @@ PsdReadResult EnsureCanvas(StreamedRender& render, PsdDocument& document) {
     return BeginRender(render.rendering, document, WholeOf(document), render.seed);
 }
 
+PsdReadResult DrawAndLetGo(StreamedRender& render, PsdDocument& document, PsdLayer& layer) {
+    PsdReadResult result = PsdReadResult::kOk;
+    if (render.rendering.document || !BeginRenderOnLayer(render.rendering, document, layer, render.seed)) {
+        result = EnsureCanvas(render, document);
+        if (result == PsdReadResult::kOk) result = DrawLayer(render.rendering, layer);
+    }
+    LetGo(document, layer);
+    return result;
+}
+
 PsdReadResult Draw(PsdDocument& document, PsdLayer& layer, void* context) {
     StreamedRender& render = RenderOf(context);
     if (!IsDrawn(layer)) {
@@ -53,10 +63,7 @@ PsdReadResult Draw(PsdDocument& document, PsdLayer& layer, void* context) {
         render.firstWaiting = &layer;
         return PsdReadResult::kOk;
     }
-    PsdReadResult result = EnsureCanvas(render, document);
-    if (result == PsdReadResult::kOk) result = DrawLayer(render.rendering, layer);
-    LetGo(document, layer);
-    return result;
+    return DrawAndLetGo(render, document, layer);
 }
 
 }  // namespace
@@ -64,13 +71,13 @@ PsdReadResult Draw(PsdDocument& document, PsdLayer& layer, void* context) {
 LayerSink SinkOf(StreamedRender& render) { return {Begin, IsDrawn, Draw, &render}; }
 
 PsdReadResult EndStreamedRender(StreamedRender& render, PsdDocument& document) {
-    PsdReadResult result = EnsureCanvas(render, document);
+    PsdReadResult result = PsdReadResult::kOk;
     PsdLayer* const end = document.layers.get() + document.layers.count();
     for (PsdLayer* layer = render.firstWaiting; layer && layer != end && result == PsdReadResult::kOk;
          ++layer) {
-        result = DrawLayer(render.rendering, *layer);
-        LetGo(document, *layer);
+        result = DrawAndLetGo(render, document, *layer);
     }
+    if (result == PsdReadResult::kOk) result = EnsureCanvas(render, document);
     if (result == PsdReadResult::kOk) EndRender(render.rendering);
     return result;
 }

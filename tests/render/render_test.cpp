@@ -206,15 +206,16 @@ TEST(ConvertPlanes, HandComputedPixels) {
 }
 
 TEST(ConvertPlanes, LabBytesGiveWhatTheFormulaGives) {
-    std::vector<uint8_t> high(65536), low(high);
-    for (uint32_t i = 0; i < 65536; ++i) high[i] = static_cast<uint8_t>(i >> 8);
-    for (uint32_t i = 0; i < 65536; ++i) low[i] = static_cast<uint8_t>(i);
+    constexpr uint32_t kCount = 65536 + 3;
+    std::vector<uint8_t> high(kCount), low(kCount);
+    for (uint32_t i = 0; i < kCount; ++i) high[i] = static_cast<uint8_t>(i >> 8);
+    for (uint32_t i = 0; i < kCount; ++i) low[i] = static_cast<uint8_t>(i);
     for (int32_t lightness = 0; lightness < 100; ++lightness) {
-        const std::vector<uint8_t> light(65536, static_cast<uint8_t>((lightness * 256 + 99) / 100));
-        const Pixels pixels = RowOf{9, 8, 65536, {light, high, low}}.Convert();
-        for (int32_t i = 0; i < 65536; ++i) {
-            const uint32_t want = LabToArgb(255, lightness, (i >> 8) - 128, (i & 255) - 128);
-            ASSERT_EQ(pixels[size_t(i)], want) << lightness << ' ' << i;
+        const std::vector<uint8_t> light(kCount, static_cast<uint8_t>((lightness * 256 + 99) / 100));
+        const Pixels pixels = RowOf{9, 8, kCount, {light, high, low}}.Convert();
+        for (uint32_t i = 0; i < kCount; ++i) {
+            const uint32_t want = LabToArgb(255, lightness, high[i] - 128, low[i] - 128);
+            ASSERT_EQ(pixels[i], want) << lightness << ' ' << i;
         }
     }
 }

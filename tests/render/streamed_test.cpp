@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 
 #include "render/streamed_render.h"
 #include "tests/support/document_builder.h"
@@ -113,6 +114,43 @@ TEST(StreamedRender, DrawsWhatTheWholeDocumentGives) {
         Pixels got;
         ASSERT_EQ(RenderStreamed(document.Build(), got), PsdReadResult::kOk);
         EXPECT_EQ(got, Pixels(2, kBackground)) << hasLayer;
+    }
+}
+
+// A lowest layer of the canvas's size gives its pixels away where that is all that drawing it would do.
+TEST(StreamedRender, LowestLayerOfCanvasSize) {
+    const Rect whole = {0, 0, 256, 2};
+    Pixels pixels(512);
+    for (uint32_t i = 0; i < 512; ++i) pixels[i] = PackPixel(i & 255, i * 7 & 255, i * 31 & 255, i * 3 & 255);
+    const LayerBuilder plain = LayerBuilder(whole).Pixels(pixels);
+    const auto with = [&](auto change) {
+        LayerBuilder layer = plain;
+        change(layer);
+        return layer;
+    };
+    const std::tuple<const char*, LayerBuilder> lowest[] = {
+        {"plain", plain},
+        {"hidden", with([](LayerBuilder& layer) { layer.Hidden(); })},
+        {"not quite opaque", with([](LayerBuilder& layer) { layer.Opacity(254); })},
+        {"multiplied", with([](LayerBuilder& layer) { layer.Mode("mul "); })},
+        {"masked", with([&](LayerBuilder& layer) {
+             layer.Mask({3, 0, 90, 1}, 255, 0, Bytes(87, 20));
+         })},
+        {"inverted", with([](LayerBuilder& layer) { layer.Block("nvrt", {}); })},
+        {"overlaid", with([](LayerBuilder& layer) { layer.Block("lfx2", tools::ColorOverlay()); })},
+        {"cut", LayerBuilder(whole).ChannelData(0, {0, 0, 255})},
+        {"beside", LayerBuilder({1, 0, 257, 2}).Pixels(pixels)},
+        {"higher", LayerBuilder({0, 0, 256, 4}).Pixels(Pixels(1024, 0x80123456))},
+    };
+    for (const auto& [label, layer] : lowest) {
+        DocumentBuilder document(kColorRgb, 8, 3, 256, 2);
+        document.Layer(layer).Layer(LayerBuilder({5, 0, 200, 2}).Solid(0x80C08040)).Layer(plain);
+        for (const bool comesAgain : {false, true}) {
+            if (comesAgain) document.DocumentBlock("Lr16", document.LayerInfo());
+            Pixels got;
+            ASSERT_EQ(RenderStreamed(document.Build(), got), PsdReadResult::kOk) << label;
+            EXPECT_TRUE(got == RenderedWhole(document.Build())) << label << comesAgain;
+        }
     }
 }
 
