@@ -10,7 +10,7 @@
 namespace tessary {
 
 struct SectionSource {
-    static constexpr size_t kWindowBytes = 1u << 17;  // stays in the caches
+    static constexpr size_t kWindowBytes = 5u << 14;  // stays in the caches; more than the reader buffers
     static constexpr size_t kSlackBytes = 128;        // that may be read behind what Peek gives
 
     PsdDocument* document = nullptr;  // borrowed

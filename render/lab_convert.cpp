@@ -24,37 +24,29 @@ double CubeOfLab(double t) {
     return cube > 0.008856 ? cube : t * 0.1284191601386927;
 }
 
-// What lightness and one of a and b alone give to linear colours; LabToLinear is the sum of both.
-LinearRgb LinearOfLightnessAndA(int32_t lightness, int32_t a) {
-    const double fy = (lightness + 16.0) / 116;
-    const double x = CubeOfLab(fy + a * 0.002) * 95.047 / 100;
-    const double y = CubeOfLab(fy) * 100.0 / 100;
-    return {3.2406 * x - 1.5372 * y, -0.9689 * x + 1.8758 * y, 0.0557 * x - 0.2040 * y};
+double YOfLab(int32_t lightness) { return CubeOfLab((lightness + 16.0) / 116) * 100.0 / 100; }
+double XOfLab(int32_t lightness, int32_t a) {
+    return CubeOfLab((lightness + 16.0) / 116 + a * 0.002) * 95.047 / 100;
 }
-
-LinearRgb LinearOfLightnessAndB(int32_t lightness, int32_t b) {
-    const double fy = (lightness + 16.0) / 116;
-    const double z = CubeOfLab(fy - b * 0.005) * 108.883 / 100;
-    return {-(0.4986 * z), 0.0415 * z, 1.0570 * z};
-}
-
-LinearRgb operator+(const LinearRgb& one, const LinearRgb& other) {
-    return {one.red + other.red, one.green + other.green, one.blue + other.blue};
+double ZOfLab(int32_t lightness, int32_t b) {
+    return CubeOfLab((lightness + 16.0) / 116 - b * 0.005) * 108.883 / 100;
 }
 
 LinearRgb LabToLinear(int32_t lightness, int32_t a, int32_t b) {
-    return LinearOfLightnessAndA(lightness, a) + LinearOfLightnessAndB(lightness, b);
+    const double x = XOfLab(lightness, a), y = YOfLab(lightness), z = ZOfLab(lightness, b);
+    return {3.2406 * x - 1.5372 * y - 0.4986 * z, -0.9689 * x + 1.8758 * y + 0.0415 * z,
+            0.0557 * x - 0.2040 * y + 1.0570 * z};
 }
 
 uint32_t EncodeGamma(double linear) {
     return FractionToByte(linear > 0.0031308 ? 1.055 * std::pow(linear, 1 / 2.4) - 0.055 : 12.92 * linear);
 }
 
-// What the stored bytes, which know 100 lightnesses and 256 values each of a and b, give with LabToArgb. A
-// linear colour is the sum of two entries, in floats and as a number of cells. They are less than kDoubt of a
-// cell away from the formula's doubles, which decide where a byte ends so close to the sum.
+// What the stored bytes, which know 100 lightnesses and 256 values each of a and b, give with LabToArgb.
+// Linear colours are taken in floats, as numbers of cells. They are less than kDoubt of a cell away from the
+// formula's doubles, which decide where a byte ends so close to the sum.
 struct LabTables {
-    static constexpr size_t kRows = 100 * 256;
+    static constexpr int32_t kRows = 100 * 256;
     static constexpr int32_t kCells = 1 << 16;
     static constexpr int32_t kFirstCell = INT16_MIN;  // so that packing cuts what lies beside the cells
     static constexpr double kCellsOfOne = kCells - 64;
@@ -62,23 +54,23 @@ struct LabTables {
     static constexpr uint16_t kIsUncertain = 256;
     static constexpr uint32_t kBlack = 128;  // both rows of it: the curve does not get there
 
-    struct alignas(16) Row {
-        float blue, green, red, none;
-    };
-    Row ofA[kRows], ofB[kRows];  // lightness * 256 + a or b
-    double first[257];           // the least value that gives this byte; none does for the last
-    float firstOfCells[257];     // the same as a number of cells
-    uint16_t cells[kCells];      // the least byte, from kFirstCell on; of those above 1 it is 255
+    alignas(
+        16) float y[100][4];   // what it adds to blue, green and red, and what makes the fourth a place of 0
+    float x[kRows], z[kRows];  // lightness * 256 + a or b
+    double first[257];         // the least value that gives this byte; none does for the last
+    float firstOfCells[257];   // the same as a number of cells
+    uint16_t cells[kCells];    // the least byte, from kFirstCell on; of those above 1 it is 255
 
     LabTables() {
-        const auto rowOf = [](const LinearRgb& color, float none) -> Row {
-            const auto inCells = [](double value) { return static_cast<float>(value * kCellsOfOne); };
-            return {inCells(color.blue), inCells(color.green), inCells(color.red), none};
-        };
-        for (size_t i = 0; i < kRows; ++i) {
-            const int32_t lightness = static_cast<int32_t>(i / 256), ab = static_cast<int32_t>(i % 256) - 128;
-            ofA[i] = rowOf(LinearOfLightnessAndA(lightness, ab), -kFirstCell);
-            ofB[i] = rowOf(LinearOfLightnessAndB(lightness, ab), 0);
+        const auto inCells = [](double value) { return static_cast<float>(value * kCellsOfOne); };
+        for (int32_t i = 0; i < kRows; ++i) {
+            const int32_t lightness = i / 256, ab = i % 256 - 128;
+            const double ofY = YOfLab(lightness);
+            const float inY[] = {inCells(-0.2040 * ofY), inCells(1.8758 * ofY), inCells(-1.5372 * ofY),
+                                 -kFirstCell};
+            std::ranges::copy(inY, y[lightness]);
+            x[i] = inCells(XOfLab(lightness, ab));
+            z[i] = inCells(ZOfLab(lightness, ab));
         }
         first[0] = 0;
         first[256] = std::numeric_limits<double>::infinity();
@@ -103,36 +95,37 @@ struct LabTables {
             const bool isUncertain = first[byte + 1] * kCellsOfOne <= cell + 1 + kDoubt;
             cells[PlaceOf(cell)] = static_cast<uint16_t>(byte | (isUncertain ? kIsUncertain : 0));
         }
-        const int32_t ofBlack = static_cast<int32_t>(ofA[kBlack].red + ofB[kBlack].red);
-        cells[PlaceOf(ofBlack)] |= kIsUncertain;
+        uint16_t places[8];
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(places),
+                         _mm_packs_epi32(Places(Sum(kBlack, kBlack)), _mm_setzero_si128()));
+        cells[places[2]] |= kIsUncertain;
     }
     static uint16_t PlaceOf(int32_t cell) { return static_cast<uint16_t>(cell + kFirstCell); }
 
-    // Rows are given as twice their number.
-    __m128 Sum(uint16_t twiceOfA, uint16_t twiceOfB) const {
-        const auto load = [](const Row* rows, size_t twice) {
-            return _mm_load_ps(reinterpret_cast<const float*>(rows) + 2 * twice);
-        };
-        return _mm_add_ps(load(ofA, twiceOfA), load(ofB, twiceOfB));
+    // Blue, green and red of two rows.
+    __m128 Sum(size_t ofA, size_t ofB) const {
+        const __m128 inX = _mm_mul_ps(_mm_set1_ps(x[ofA]), _mm_setr_ps(0.0557f, -0.9689f, 3.2406f, 0));
+        const __m128 inZ = _mm_mul_ps(_mm_set1_ps(z[ofB]), _mm_setr_ps(1.0570f, 0.0415f, -0.4986f, 0));
+        return _mm_add_ps(_mm_add_ps(inX, _mm_load_ps(y[ofA / 256])), inZ);
     }
     // Where the cells of four sums lie.
     static __m128i Places(__m128 sum) {
         return _mm_add_epi32(_mm_cvttps_epi32(sum), _mm_set1_epi32(kFirstCell));
     }
-    uint32_t Settled(uint32_t pixel, uint16_t twiceOfA, uint16_t twiceOfB) const;
+    uint32_t Settled(uint32_t pixel, uint16_t ofA, uint16_t ofB) const;
 };
 
 // From the least bytes of a colour's cells. The floats tell but for a few pixels.
-uint32_t LabTables::Settled(uint32_t pixel, uint16_t twiceOfA, uint16_t twiceOfB) const {
-    if (twiceOfA == 2 * kBlack && twiceOfB == 2 * kBlack) return pixel & 0xFF000000;
+uint32_t LabTables::Settled(uint32_t pixel, uint16_t ofA, uint16_t ofB) const {
+    if (ofA == kBlack && ofB == kBlack) return pixel & 0xFF000000;
     const uint32_t blue = Blue(pixel) + 1, green = Green(pixel) + 1, red = Red(pixel) + 1;
     const __m128 next = _mm_setr_ps(firstOfCells[blue], firstOfCells[green], firstOfCells[red], 0);
-    const __m128 beyond = _mm_sub_ps(Sum(twiceOfA, twiceOfB), next), doubt = _mm_set1_ps(float{kDoubt});
+    const __m128 beyond = _mm_sub_ps(Sum(ofA, ofB), next), doubt = _mm_set1_ps(float{kDoubt});
     const int reaches = _mm_movemask_ps(_mm_cmpgt_ps(beyond, doubt));
     const int fallsShort = _mm_movemask_ps(_mm_cmplt_ps(beyond, _mm_sub_ps(_mm_setzero_ps(), doubt)));
     uint32_t steps = static_cast<uint32_t>(reaches);
     if ((reaches | fallsShort) != 15) {
-        const int32_t lightness = twiceOfA / 512, a = twiceOfA / 2 % 256 - 128, b = twiceOfB / 2 % 256 - 128;
+        const int32_t lightness = ofA / 256, a = ofA % 256 - 128, b = ofB % 256 - 128;
         const LinearRgb linear = LabToLinear(lightness, a, b);
         steps = (linear.blue >= first[blue] ? 1u : 0u) | (linear.green >= first[green] ? 2u : 0u) |
                 (linear.red >= first[red] ? 4u : 0u);
@@ -149,8 +142,8 @@ void LabFours(const LabTables& tables, const uint8_t* alpha, const uint8_t* ligh
     uint16_t ofA[kLabStage], ofB[kLabStage];
     for (size_t i = 0; i < count; ++i) {
         const uint32_t row = light[i] * 100u & 0xFF00;
-        ofA[i] = static_cast<uint16_t>(2 * (row | a[i]));
-        ofB[i] = static_cast<uint16_t>(2 * (row | b[i]));
+        ofA[i] = static_cast<uint16_t>(row | a[i]);
+        ofB[i] = static_cast<uint16_t>(row | b[i]);
     }
     alignas(16) uint16_t places[4 * kLabStage];  // blue, green, red and 0 of each pixel
     for (size_t i = 0; i < count; i += 2) {
