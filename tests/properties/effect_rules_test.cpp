@@ -579,6 +579,18 @@ TEST(Stroke, RunsAlongTheEdge) {
     }
 }
 
+// Nothing in it is left uncovered, but all around it is.
+TEST(Stroke, RunsInsideALayerThatFillsItsRectangle) {
+    Scene scene(0, true);
+    for (uint32_t& pixel : scene.layer.image.span()) pixel = 0xFF000000;
+    scene.effects.stroke.size = 2, scene.effects.stroke.position = StrokeSettings::kInside;
+    const auto want = [](int x, int y) {
+        const int inward = std::min({x, y, kWidth - 1 - x, kHeight - 1 - y});
+        return inward < 2 ? 0xFF000000 : 0;
+    };
+    ExpectPixels(scene.Draw(PlaceOfStroke, MakeStroke, 8), kLayer, want, 0, "inside");
+}
+
 TEST(Stroke, HoldsALayerThatIsBlendedAsItIs) {
     for (const bool holds : {true, false}) {
         Scene scene(3, true);
