@@ -283,8 +283,8 @@ void MeasurePixel(const Measuring& m, size_t y, size_t x, int32_t enough) {
         return;
     }
     const bool isInside = column > 0 && static_cast<size_t>(column) <= m.plane.columns;
-    const size_t found = m.Row(y) + static_cast<size_t>(column) - 1;
-    Approach(distance, square, isInside ? 255u - m.nearest[found] % kOnePixel : 255);
+    const size_t found = m.Row(y) + static_cast<size_t>(column);  // behind it
+    Approach(distance, square, isInside ? 255u - m.nearest[found - 1] % kOnePixel : 255);
 }
 
 void MeasureRow(const Measuring& m, size_t y, int32_t enough) {
