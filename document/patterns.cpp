@@ -169,15 +169,18 @@ bool MakePixels(PatternReader& reader) {
     return true;
 }
 
-void Keep(PsdDocument& document, PsdPattern&& pattern) {
+// Also one without pixels: its identifier is taken. False when there are too many, or without memory.
+bool Keep(PsdDocument& document, PsdPattern&& pattern) {
+    if (!TakeRecord(document.allowance, sizeof pattern, document.reader.delivered)) return false;
     const uint32_t count = document.patternCount;
     if (count == document.patterns.count()) {
         Owned<PsdPattern> larger = AllocateZeroed<PsdPattern>({count ? uint64_t{2} * count : 4});
-        if (!larger) return;
+        if (!larger) return false;
         std::move(document.patterns.get(), document.patterns.get() + count, larger.get());
         document.patterns = std::move(larger);
     }
     document.patterns[document.patternCount++] = std::move(pattern);
+    return true;
 }
 
 }  // namespace
@@ -190,13 +193,12 @@ void ReadPatterns(PsdDocument& document, uint32_t end) {
         if (length < kSmallestPattern || left < 0 || length > static_cast<uint32_t>(left)) return;
         PatternReader reader{.document = document, .end = WrapAdd(start, length)};
         uint32_t lastChannel = 0;
-        if (!ReadHead(reader, lastChannel) || !ReadPatternPlanes(reader, lastChannel)) return;
+        const bool isSound = ReadHead(reader, lastChannel) && ReadPatternPlanes(reader, lastChannel);
         reader.kept.bytes = uint64_t{reader.pattern.width} * reader.pattern.height * sizeof(uint32_t);
         const KeptPixels all = document.allowance.patterns + reader.kept;
-        if (IsComplete(reader) && MayKeepPixels(all) && MakePixels(reader)) {
-            document.allowance.patterns = all;
-            Keep(document, std::move(reader.pattern));
-        }
+        const bool isDrawn = isSound && IsComplete(reader) && MayKeepPixels(all) && MakePixels(reader);
+        if (!Keep(document, std::move(reader.pattern)) || !isSound) return;
+        if (isDrawn) document.allowance.patterns = all;
         SkipTo(document, WrapAdd(start, length + (4 - length % 4) % 4));
     }
 }
@@ -214,7 +216,7 @@ const PsdPattern* FindPattern(const PsdDocument& document, const PsdUnicodeStrin
         while (same < length && units[2 * same] == 0 &&
                units[2 * same + 1] == static_cast<uint8_t>(own.text[same]))
             ++same;
-        if (same == length) return &document.patterns[i];
+        if (same == length) return document.patterns[i].pixels ? &document.patterns[i] : nullptr;
     }
     return nullptr;
 }

@@ -110,6 +110,7 @@ PsdReadResult DrawPatternOverlay(const EffectJob& job, EffectBuffer& buffer) {
     PatternPlace place = PlaceTiles(job.layer, overlay.linked, overlay.phase);
     place.angleDegrees = overlay.angleDegrees;
     place.scalePercent = overlay.scalePercent;
+    place.pixels = job.layer.image.count();
     return DrawOverlay(job, PatternPaint(FindPattern(job.document, overlay.pattern.identifier), place),
                        buffer);
 }

@@ -146,6 +146,9 @@ Paint PatternPaint(const PsdPattern* tile, const PatternPlace& place) {
     if (paint.isTurned) {
         paint.cosine = std::cos(Radians(place.angleDegrees));
         paint.sine = std::sin(Radians(place.angleDegrees));
+        if (paint.scale < 1)
+            paint.turned =
+                MakeTurnedTile(*tile, paint.cosine / paint.scale, paint.sine / paint.scale, place.pixels);
     }
     paint.originX = Tamed(place.originX);
     paint.originY = Tamed(place.originY);

@@ -6,6 +6,7 @@
 
 #include "document/psd_document.h"
 #include "properties/gradient_ramp.h"
+#include "properties/pattern_samples.h"
 
 namespace tessary {
 
@@ -30,6 +31,7 @@ struct PatternPlace {
     double angleDegrees = 0;
     double scalePercent = 100;
     double originX = 0, originY = 0;  // canvas coordinates
+    uint64_t pixels = 0;              // about so many will be painted
 };
 
 // Made by one of the functions below, which borrow what they are given.
@@ -46,6 +48,7 @@ struct Paint {
     double scale = 1;  // of the tile, 1: its own size
     bool isTurned = false;
     double cosine = 1, sine = 0;
+    Owned<TurnedTile> turned;  // null: every sample is placed by itself
     double originX = 0, originY = 0;
 };
 

@@ -6,28 +6,12 @@
 namespace tessary {
 namespace {
 
-constexpr uint32_t kSamples = 8;  // of a pixel along each side, where tiles are made smaller
-
-// The tile's coordinates repeat. Any place that coordinates and phases lead to is exact in a double.
-struct Side {
-    double size, perSize;
-
-    explicit Side(uint32_t pixels) : size(pixels), perSize(1.0 / pixels) {}
-    // `floored` is a whole number.
-    uint32_t Index(double floored) const {
-        double rest = floored - std::floor(floored * perSize) * size;
-        if (rest < 0) rest += size;
-        if (rest >= size) rest -= size;
-        return static_cast<uint32_t>(rest);
-    }
-};
-
 // The two neighbours of a place and the share of the second.
 struct Neighbors {
     uint32_t first, second;
     double share;
 
-    Neighbors(const Side& side, double at) {
+    Neighbors(const TileSide& side, double at) {
         const double floored = std::floor(at);
         first = side.Index(floored);
         second = first + 1 < static_cast<uint32_t>(side.size) ? first + 1 : 0;
@@ -51,33 +35,18 @@ uint32_t Mixed(const PsdPattern& tile, const Neighbors& x, const Neighbors& y) {
     return mixed;
 }
 
-// The sum of pixels, two channels in a word; at most 256 of them.
-struct PixelSum {
-    uint32_t even = 0, odd = 0;
-
-    void Add(uint32_t pixel, uint32_t weight) {
-        even += (pixel & 0x00FF00FF) * weight;
-        odd += (pixel >> 8 & 0x00FF00FF) * weight;
-    }
-    uint32_t Mean() const {
-        constexpr uint32_t kCount = kSamples * kSamples, kHalves = kCount / 2 * 0x00010001;
-        const auto mean = [](uint32_t sums) { return (sums + kHalves) / kCount & 0x00FF00FF; };
-        return mean(even) | mean(odd) << 8;
-    }
-};
-
 // The indices that the samples of one pixel fall on, and how many fall on each.
 struct Samples {
     uint32_t count = 0;
-    uint32_t indices[kSamples];
-    uint8_t weights[kSamples];
+    uint32_t indices[kSampleSide];
+    uint8_t weights[kSampleSide];
 
-    void Place(const Side& side, double first, double step) {
+    void Place(const TileSide& side, double first, double step) {
         const double floored = std::floor(first);
         const uint32_t start = side.Index(floored), size = static_cast<uint32_t>(side.size);
         count = 0;
-        for (uint32_t i = 0; i < kSamples; ++i) {
-            uint32_t index = start + static_cast<uint32_t>(first - floored + (i + 0.5) * step / kSamples);
+        for (uint32_t i = 0; i < kSampleSide; ++i) {
+            uint32_t index = start + static_cast<uint32_t>(first - floored + (i + 0.5) * step / kSampleSide);
             if (index >= size) index %= size;
             if (count == 0 || indices[count - 1] != index) {
                 indices[count] = index;
@@ -112,7 +81,7 @@ struct ColumnSums {
 
 void ShrunkRow(const Paint& paint, double x, double y, size_t count, uint32_t* pixels) {
     const PsdPattern& tile = *paint.tile;
-    const Side columns(tile.width), rows(tile.height);
+    const TileSide columns(tile.width), rows(tile.height);
     const double step = 1 / paint.scale;
     Samples down, across;
     down.Place(rows, y / paint.scale, step);
@@ -139,7 +108,7 @@ struct SampleBase {
     double floored;
     uint32_t index, size;
 
-    SampleBase(const Side& side, double center, double reach)
+    SampleBase(const TileSide& side, double center, double reach)
         : floored(std::floor(center - reach)), index(side.Index(floored)),
           size(static_cast<uint32_t>(side.size)) {}
     uint32_t Index(double at) const {
@@ -148,16 +117,16 @@ struct SampleBase {
     }
 };
 
-uint32_t TurnedMean(const Paint& paint, const Side& columns, const Side& rows, double x, double y) {
+uint32_t TurnedMean(const Paint& paint, const TileSide& columns, const TileSide& rows, double x, double y) {
     const PsdPattern& tile = *paint.tile;
     const double cosine = paint.cosine / paint.scale, sine = paint.sine / paint.scale;
     const double reach = (std::abs(cosine) + std::abs(sine)) / 2;
     const SampleBase across(columns, (x + 0.5) * cosine - (y + 0.5) * sine, reach);
     const SampleBase down(rows, (x + 0.5) * sine + (y + 0.5) * cosine, reach);
     PixelSum sum;
-    for (uint32_t j = 0; j < kSamples; ++j) {
-        for (uint32_t i = 0; i < kSamples; ++i) {
-            const double sx = x + (i + 0.5) / kSamples, sy = y + (j + 0.5) / kSamples;
+    for (uint32_t j = 0; j < kSampleSide; ++j) {
+        for (uint32_t i = 0; i < kSampleSide; ++i) {
+            const double sx = x + (i + 0.5) / kSampleSide, sy = y + (j + 0.5) / kSampleSide;
             const uint32_t column = across.Index(sx * cosine - sy * sine),
                            row = down.Index(sx * sine + sy * cosine);
             sum.Add(tile.pixels[size_t{row} * tile.width + column], 1);
@@ -166,14 +135,32 @@ uint32_t TurnedMean(const Paint& paint, const Side& columns, const Side& rows, d
     return sum.Mean();
 }
 
-void TurnedRow(const Paint& paint, double x, double y, size_t count, uint32_t* pixels) {
-    const Side columns(paint.tile->width), rows(paint.tile->height);
+// The same by the tile's tables, and otherwise only where they do not say which samples to take.
+void ShrunkTurnedRow(const Paint& paint, double x, double y, size_t count, uint32_t* pixels) {
+    const PsdPattern& tile = *paint.tile;
+    const TileSide columns(tile.width), rows(tile.height);
+    const double cosine = paint.cosine / paint.scale, sine = paint.sine / paint.scale;
+    // Places of samples and corners are sums of two products, all below `farthest`, that are rounded less
+    // than sixteen times.
+    constexpr double kRounding = 1.0 / (uint64_t{1} << 49), kMostGrace = 1e-4;
+    const double farthest =
+        (std::abs(x) + std::abs(y) + static_cast<double>(count) + 1) * (std::abs(cosine) + std::abs(sine)) +
+        1;
+    const double grace = farthest * kRounding;
+    const bool hasTables = paint.turned && grace < kMostGrace;
     for (size_t i = 0; i < count; ++i) {
         const double at = x + static_cast<double>(i);
-        if (paint.scale < 1) {
-            pixels[i] = TurnedMean(paint, columns, rows, at, y);
-            continue;
-        }
+        PixelSum sum;
+        const bool isSummedUp = hasTables && paint.turned->SumUp(tile, at * cosine - y * sine,
+                                                                 at * sine + y * cosine, grace, sum);
+        pixels[i] = isSummedUp ? sum.Mean() : TurnedMean(paint, columns, rows, at, y);
+    }
+}
+
+void TurnedRow(const Paint& paint, double x, double y, size_t count, uint32_t* pixels) {
+    const TileSide columns(paint.tile->width), rows(paint.tile->height);
+    for (size_t i = 0; i < count; ++i) {
+        const double at = x + static_cast<double>(i);
         const double u = ((at + 0.5) * paint.cosine - (y + 0.5) * paint.sine) / paint.scale - 0.5;
         const double v = ((at + 0.5) * paint.sine + (y + 0.5) * paint.cosine) / paint.scale - 0.5;
         pixels[i] = Mixed(*paint.tile, Neighbors(columns, u), Neighbors(rows, v));
@@ -185,10 +172,11 @@ void TurnedRow(const Paint& paint, double x, double y, size_t count, uint32_t* p
 void PatternRow(const Paint& paint, int64_t x, int64_t y, size_t count, uint32_t* pixels) {
     const double fromX = static_cast<double>(x) - paint.originX,
                  fromY = static_cast<double>(y) - paint.originY;
+    if (paint.isTurned && paint.scale < 1) return ShrunkTurnedRow(paint, fromX, fromY, count, pixels);
     if (paint.isTurned) return TurnedRow(paint, fromX, fromY, count, pixels);
     if (paint.scale < 1) return ShrunkRow(paint, fromX, fromY, count, pixels);
-    const Side columns(paint.tile->width);
-    const Neighbors down(Side(paint.tile->height), fromY / paint.scale);
+    const TileSide columns(paint.tile->width);
+    const Neighbors down(TileSide(paint.tile->height), fromY / paint.scale);
     for (size_t i = 0; i < count; ++i) {
         const double at = (fromX + static_cast<double>(i)) / paint.scale;
         pixels[i] = Mixed(*paint.tile, Neighbors(columns, at), down);

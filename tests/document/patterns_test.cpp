@@ -93,21 +93,40 @@ TEST(Patterns, EndWithAMalformedOne) {
         {"plane version", 37, 1}, {"empty", 57, 0},        {"inverted", 48, 9},    {"large", 51, 255},
         {"other bounds", 89, 7},  {"depth", 91, 32},       {"compression", 92, 2}, {"plane length", 69, 9},
     };
-    const auto count = [](const Bytes& bad) {
+    const auto reachesLast = [](const Bytes& bad) {
         const Bytes first = PatternOf("first", 3, kPixels), last = PatternOf("last", 3, kPixels);
         const auto document = WithBlock(ByteWriter().Raw(first).Raw(bad).Raw(last));
         EXPECT_TRUE(FindPattern(*document, Named("first", 1)));
-        return document->patternCount;
+        return FindPattern(*document, Named("last", 1)) != nullptr;
     };
-    EXPECT_EQ(count(sound), 3u);
+    EXPECT_TRUE(reachesLast(sound));
     for (const auto& test : cases) {
         Bytes bad = sound;
         bad[test.at] = test.value;
-        EXPECT_EQ(count(bad), 1u) << test.what;
+        EXPECT_FALSE(reachesLast(bad)) << test.what;
     }
     Bytes bad = packed;
     bad[93] = 200;  // a row's length
-    EXPECT_EQ(count(bad), 1u);
+    EXPECT_FALSE(reachesLast(bad));
+}
+
+TEST(Patterns, AreHiddenByAnEarlierOneThatCannotBeDrawn) {
+    const Bytes sound = PatternOf("a", 3, kPixels);
+    const struct {
+        const char* what;
+        size_t at;  // a byte of the first pattern
+        uint8_t value;
+        bool isFound;
+    } cases[] = {
+        {"mode that is not drawn", 11, 7, false}, {"malformed", 87, 7, false}, {"another", 31, 'b', true}};
+    for (const auto& test : cases) {
+        Bytes first = sound;
+        first[test.at] = test.value;
+        DocumentBuilder builder(kColorRgb, 8, 3, 4, 4);
+        builder.Layer(LayerBuilder({0, 0, 1, 1}).Solid(~0u)).DocumentBlock("Patt", first);
+        const auto document = OpenBytes(builder.DocumentBlock("Pat2", sound).Build()).document;
+        EXPECT_EQ(FindPattern(*document, Named("a", 1)) != nullptr, test.isFound) << test.what;
+    }
 }
 
 }  // namespace

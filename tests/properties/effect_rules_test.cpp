@@ -513,6 +513,36 @@ TEST(PatternOverlay, TilesThePlane) {
     for (uint32_t i = 0; i < 120; ++i) EXPECT_EQ(row[i], (i + 38) % 49) << i;
 }
 
+// Whether tables place the samples or not.
+TEST(PatternOverlay, TakesTheSameSamplesFromTables) {
+    std::minstd_rand random(7);
+    const auto below = [&random](uint32_t limit) { return uint32_t(random() >> 8) % limit; };
+    // At the last ones samples lie on thresholds, or a row of pixels runs along the tile.
+    const double cases[][2] = {{70, 20}, {99, 301},  {45.5, -135}, {28, 45},  {20, 77},
+                               {1, 33},  {6.25, 90}, {12.5, -90},  {50, 180}, {87, 1e-7}};
+    for (const auto& [scale, angle] : cases) {
+        // The last is larger than what is painted, and not repeated for it.
+        for (const auto& [width, height] : {std::pair{1u, 1u}, {12u, 9u}, {200u, 3u}, {150u, 180u}}) {
+            PsdPattern tile;
+            tile.width = width, tile.height = height;
+            tile.pixels = AllocateZeroed<uint32_t>({width, height});
+            for (uint32_t& pixel : tile.pixels.span()) pixel = below(1u << 16) << 16 | below(1u << 16);
+            PatternPlace place = {angle, scale, below(64) / 16.0 - 2, below(1000) / 7.0};
+            const Paint plain = PatternPaint(&tile, place);
+            place.pixels = height == 180 ? 1 << 14 : 1 << 16;
+            const Paint quick = PatternPaint(&tile, place);
+            ASSERT_TRUE(quick.turned && !plain.turned);
+            for (int i = 0; i < 12; ++i) {
+                const int64_t x = int64_t(below(4000)) - 2000, y = i == 0 ? 1 << 24 : int64_t(below(90)) - 45;
+                uint32_t want[300], got[300];
+                PaintRow(plain, x, y, 300, want);
+                PaintRow(quick, x, y, 300, got);
+                ASSERT_TRUE(std::ranges::equal(want, got)) << scale << " " << angle << " " << width;
+            }
+        }
+    }
+}
+
 TEST(Stroke, RunsAlongTheEdge) {
     for (unsigned i = 0; i < 27; ++i) {
         Scene scene(i, true);
@@ -547,6 +577,18 @@ TEST(Stroke, RunsAlongTheEdge) {
         ExpectPixels(scene.Draw(PlaceOfStroke, MakeStroke, 8), GrownRect(margin), want, isBurst ? 12 : 0,
                      "case " + std::to_string(i));
     }
+}
+
+// Nothing in it is left uncovered, but all around it is.
+TEST(Stroke, RunsInsideALayerThatFillsItsRectangle) {
+    Scene scene(0, true);
+    for (uint32_t& pixel : scene.layer.image.span()) pixel = 0xFF000000;
+    scene.effects.stroke.size = 2, scene.effects.stroke.position = StrokeSettings::kInside;
+    const auto want = [](int x, int y) {
+        const int inward = std::min({x, y, kWidth - 1 - x, kHeight - 1 - y});
+        return inward < 2 ? 0xFF000000 : 0;
+    };
+    ExpectPixels(scene.Draw(PlaceOfStroke, MakeStroke, 8), kLayer, want, 0, "inside");
 }
 
 TEST(Stroke, HoldsALayerThatIsBlendedAsItIs) {
