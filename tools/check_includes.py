@@ -17,7 +17,7 @@ RANKS = {
             "layer_record layer_pixels layer_section merged_image patterns tagged_blocks read_driver"),
     ],
     "render": [
-        (0, "pixel image_ops integer_hsl color_convert"),  # these know no document
+        (0, "pixel image_ops integer_hsl color_convert lab_convert"),  # these know no document
         (3, "pixel_vectors hsl_vectors blend_functions blend_loops blend_rows kernels coverage composite noise_map"),
         (5, "render streamed_render"),
     ],
