@@ -5,8 +5,10 @@
 #include <cmath>
 #include <functional>
 #include <random>
+#include <tuple>
 #include <vector>
 
+#include "properties/effect_blur.h"
 #include "properties/effect_paint.h"
 #include "properties/effect_renderers.h"
 
@@ -15,22 +17,27 @@ namespace {
 
 constexpr int kWidth = 23, kHeight = 17, kBeside = 64;
 constexpr double kPi = 3.14159265358979323846;
+constexpr Rect kLayer = {0, 0, kWidth, kHeight};
+constexpr Rect GrownRect(int by) { return {-by, -by, kWidth + by, kHeight + by}; }
 
 // Values of the plane around a layer; beyond them all are alike.
 class Plane {
 public:
-    explicit Plane(const std::function<double(int, int)>& at, double beyond = 0) : m_beyond(beyond) {
-        for (int y = -kBeside; y < kHeight + kBeside; ++y) {
-            for (int x = -kBeside; x < kWidth + kBeside; ++x) m_values.push_back(at(x, y));
+    explicit Plane(const std::function<double(int, int)>& at, double outside = 0,
+                   const Rect& rect = GrownRect(kBeside))
+        : area(rect), beyond(outside) {
+        for (int y = area.top; y < area.bottom; ++y) {
+            for (int x = area.left; x < area.right; ++x) m_values.push_back(at(x, y));
         }
     }
     double operator()(int x, int y) const {
-        if (x < -kBeside || x >= kWidth + kBeside || y < -kBeside || y >= kHeight + kBeside) return m_beyond;
-        return m_values[size_t((y + kBeside) * (kWidth + 2 * kBeside) + x + kBeside)];
+        if (x < area.left || x >= area.right || y < area.top || y >= area.bottom) return beyond;
+        return m_values[size_t((y - area.top) * area.Width() + x - area.left)];
     }
+    Rect area;
+    double beyond;
 
 private:
-    double m_beyond;
     std::vector<double> m_values;
 };
 
@@ -45,14 +52,15 @@ Plane Blurred(const Plane& plane, int radius, bool isRounded = true) {
     for (int i = 0; i <= half; ++i)
         weights.push_back(std::trunc(255 * std::exp(-i * i / (2 * sigma * sigma))));
     const auto along = [&](const Plane& from, int dx, int dy) {
-        return Plane([&, dx, dy](int x, int y) {
+        const auto at = [&, dx, dy](int x, int y) {
             double sum = 0, whole = 0;
             for (int i = -half; i <= half; ++i) {
                 sum += weights[size_t(std::abs(i))] * from(x + i * dx, y + i * dy);
                 whole += weights[size_t(std::abs(i))];
             }
             return isRounded ? Rounded(sum / whole) : sum / whole;
-        });
+        };
+        return Plane(at, 0, from.area);
     };
     return along(along(plane, 1, 0), 0, 1);
 }
@@ -76,7 +84,7 @@ Plane Grown(const Plane& coverage, double radius) {
     return Plane([&](int x, int y) { return Rounded(255 * Limited(growth(x, y))); });
 }
 Plane Opposite(const Plane& plane) {
-    return Plane([&](int x, int y) { return 255 - plane(x, y); }, 255 - plane(-9999, 0));
+    return Plane([&](int x, int y) { return 255 - plane(x, y); }, 255 - plane.beyond);
 }
 
 // A layer of random blobs with a mask, in a document with a tile.
@@ -166,8 +174,6 @@ void ExpectPixels(const EffectBuffer& buffer, const Rect& bounds, const Want& wa
         }
     }
 }
-constexpr Rect kLayer = {0, 0, kWidth, kHeight};
-Rect GrownRect(int by) { return {-by, -by, kWidth + by, kHeight + by}; }
 uint32_t WithAlpha(uint32_t color, double alpha) { return (color & 0xFFFFFF) | uint32_t(alpha) << 24; }
 double CoveredShare(double value, double coverage) { return Rounded(value * coverage / 255); }
 std::pair<int, int> FromLight(int degrees, int distance) {
@@ -225,6 +231,64 @@ TEST(Growing, KeepsTheFractionsOfEdges) {
     EXPECT_EQ((std::array{GrownCoverage(distances[42], 4), GrownCoverage(distances[5 + 36], 2),
                           GrownCoverage(distances[43], 4)}),
               (std::array{64u, 64u, 0u}));
+}
+
+TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
+    for (const auto& [width, height, isHalved] :
+         {std::tuple{1, 1, false}, {9, 4, false}, {70, 3, false}, {3, 130, false}, {90, 80, true}}) {
+        std::vector<uint32_t> pixels;
+        for (uint32_t i = 0; i < uint32_t(width * height); ++i) {
+            // Or two flat halves, one of them darker on the right.
+            const uint32_t flat = i < 40 * 90 ? 255 : i % 90 < 50 ? 0 : 99;
+            pixels.push_back((isHalved ? flat : i % 3 ? i * 73 % 256 : 255) << 24 | i);
+        }
+        const auto at = [&, w = width](int x, int y) { return Alpha(pixels[size_t(y * w + x)]); };
+        const Plane alphas(at, 0, {0, 0, width, height});
+        for (const int radius : {1, 2, 5, 17, 250}) {
+            const Plane want = Blurred(alphas, radius);
+            for (const Kernels* kernels : {&sse2::kKernels, &WidestKernels()}) {
+                auto got = pixels;
+                ASSERT_EQ(BlurAlpha(got.data(), size_t(width), size_t(height), radius, *kernels),
+                          PsdReadResult::kOk);
+                for (int i = 0; i < width * height; ++i)
+                    ASSERT_EQ(got[size_t(i)], uint32_t(want(i % width, i / width)) << 24 | uint32_t(i))
+                        << width << " " << radius;
+            }
+        }
+    }
+}
+
+TEST(ShadowsAndGlows, SpreadThenSoftenThenAreKnockedOut) {
+    // Size, spread, the shadow's place, the range of a glow.
+    const int cases[][5] = {{9, 0, 0, 0, 0},     {5, 30, 2, 2, 0},  {5, 9, 0, 4, 0},
+                            {10, 100, 0, 0, 50}, {5, 30, 0, 0, 25}, {9, 0, 0, 0, 80}};
+    for (unsigned i = 0; i < std::size(cases); ++i) {
+        const auto& [size, spread, dx, dy, range] = cases[i];
+        Scene scene(i, i % 3 == 0);
+        ShadowSettings& shadow = scene.effects.dropShadow;
+        GlowSettings& glow = scene.effects.outerGlow;
+        shadow.size = glow.size = size, shadow.spreadPercent = glow.spreadPercent = spread;
+        shadow.color = glow.color = 0x654321, glow.rangePercent = range, shadow.layerConceals = true;
+        shadow.distance = 4, shadow.angleDegrees = dx ? 150 : 90;
+        if (dy == 0) shadow.distance = 0;
+        const int grown = (spread * size + 50) / 100;
+        const Plane a = scene.Coverage();
+        const Plane thick = Blurred(Plane(a, 0, GrownRect(size)), grown);
+        const auto boosted = [&](int x, int y) {
+            const double alpha = thick(x, y);
+            return grown == 0 ? alpha : alpha < 24 ? 10 * alpha : 255;
+        };
+        const Plane soft = Blurred(Plane(boosted, 0, thick.area), size - grown);
+        const auto want = [&, dx = dx, dy = dy, range = range](int x, int y) {
+            const double alpha = soft(x - dx, y - dy);
+            const double ranged = range ? std::min(255.0, std::trunc(alpha * 100 / range)) : alpha;
+            return WithAlpha(0x654321, std::trunc((255 - a(x, y)) * ranged / 256));
+        };
+        const auto& drawn = range ? scene.Draw(PlaceOfOuterGlow, MakeOuterGlow, 2)
+                                  : scene.Draw(PlaceOfDropShadow, MakeDropShadow, 0);
+        const Rect bounds = {dx - size, dy - size, dx + kWidth + size, dy + kHeight + size};
+        ExpectPixels(drawn, bounds, want, 0, "case " + std::to_string(i));
+    }
 }
 
 TEST(InnerShadow, IsWhatTheMovedLayerLeaves) {
