@@ -16,6 +16,7 @@
 #include "render/kernels.h"
 #include "tests/render/plain_rule.h"
 #include "tests/support/document_builder.h"
+#include "tests/support/text_picture.h"
 #include "tools/sample_effects.h"
 
 namespace tessary::test {
@@ -514,25 +515,27 @@ struct Scene {
 };
 
 TEST(ApplyAdjustment, RecoloursTheAreaInsideTheLayerAndKeepsAlpha) {
-    const Rect whole = {0, 0, 4, 3};  // what a layer without pixels of its own becomes
-    for (const Rect& bounds : {Rect{-2, -1, 3, 2}, {2, 1, 6, 9}, {4, 0, 9, 3}, {7, 7, 7, 7}}) {
+    const std::tuple<Rect, Rect, const char*> cases[] = {
+        // the layer and what it becomes, which is all when it has no pixels; letters for those of the canvas
+        {{-2, -1, 3, 2}, {-2, -1, 3, 2}, "...../...bc/...fg"},
+        {{2, 1, 6, 4}, {2, 1, 6, 4}, "g.../k.../...."},
+        {{4, 0, 9, 3}, {4, 0, 9, 3}, "...../...../....."},
+        {{7, 7, 7, 7}, {0, 0, 4, 3}, ".bc./.fg./.jk."},
+    };
+    for (const auto& [bounds, after, picture] : cases) {
         Scene scene(kLayerInvert);
         PsdLayer& layer = scene.layer;
         layer.bounds = bounds;
-        layer.width = static_cast<int32_t>(bounds.Width()),
+        layer.width = static_cast<int32_t>(bounds.Width());
         layer.height = static_cast<int32_t>(bounds.Height());
         if (layer.width)
             layer.image = AllocateZeroed<uint32_t>({uint64_t(layer.width), uint64_t(layer.height)});
         ASSERT_TRUE(scene.Apply({1, 0, 3, 3}));
-        EXPECT_EQ(layer.bounds, bounds.IsEmpty() ? whole : bounds);
-        EXPECT_EQ(All(layer.width, layer.height), All(layer.bounds.Width(), layer.bounds.Height()));
-        EXPECT_FALSE(layer.rebuildTables);
-        for (int i = 0; i < layer.width * layer.height; ++i) {
-            const int x = layer.bounds.left + i % layer.width, y = layer.bounds.top + i / layer.width;
-            const bool inside = x >= 1 && x < 3 && y >= 0 && y < 3;
-            const uint32_t want = inside ? scene.document.canvas[size_t(y * 4 + x)] ^ 0xFFFFFF : 0;
-            EXPECT_EQ(layer.image[size_t(i)], want) << bounds.left << ' ' << i;
-        }
+        EXPECT_EQ(All(layer.bounds, layer.width, layer.height, layer.rebuildTables),
+                  All(after, after.Width(), after.Height(), false));
+        std::map<uint32_t, char> letters = {{0, '.'}};
+        for (char c = 'a'; c <= 'l'; ++c) letters[scene.document.canvas[size_t(c - 'a')] ^ 0xFFFFFF] = c;
+        EXPECT_EQ(TextOf(layer.image.span(), size_t(layer.width), letters), picture);
     }
 }
 
