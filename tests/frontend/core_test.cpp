@@ -8,13 +8,11 @@
 
 #include "frontend/document_pixels.h"
 #include "frontend/exif_graft.h"
-#include "frontend/float_environment.h"
 #include "frontend/header_probe.h"
 #include "frontend/pixel_copy.h"
 #include "frontend/read_ahead.h"
 #include "frontend/thumbnail_image.h"
 #include "tests/support/document_builder.h"
-#include "tests/support/float_state.h"
 #include "tests/support/portable_codec.h"
 
 namespace tessary::test {
@@ -67,28 +65,6 @@ TEST(DocumentPixels, TakesThePictureThatTheFileVouchesFor) {
     EXPECT_EQ(Decoded(sound, PictureChoice::kAlwaysLayers).color, kLayerColor);
 }
 
-TEST(FloatEnvironment, IsTheSameForEveryHost) {
-    const auto decode = [](const Bytes& file) {
-        MemoryStream stream(file);
-        DocumentPixels picture;
-        EXPECT_EQ(DecodeDocumentPixels(&stream, picture), PsdReadResult::kOk);
-        return std::vector<uint32_t>(picture.pixels.get(), picture.pixels.get() + picture.pixels.count());
-    };
-    const std::vector<Bytes> files = DocumentsOfMuchArithmetic();
-    for (const Bytes& file : files) {
-        const std::vector<uint32_t> want = decode(file);
-        std::vector<uint32_t> got;
-        for (const FloatState& state : kFloatStates) {
-            const auto call = [&] {
-                const FloatEnvironmentScope scope;
-                got = decode(file);
-            };
-            EXPECT_TRUE(KeepsFloatState(state, call)) << &file - files.data();
-            EXPECT_EQ(got, want) << &file - files.data();
-        }
-    }
-}
-
 // A document without merged data, so that large sizes cost nothing.
 DocumentBuilder Header(uint32_t width, uint32_t height, uint32_t channels = 3, uint32_t depth = 8,
                        uint32_t mode = kColorRgb) {
@@ -117,18 +93,6 @@ TEST(HeaderProbe, KeepsToTheLimits) {
         {cut, E_FAIL, 0},
     };
     for (const auto& [file, want, width] : cases) EXPECT_EQ(Probe(file, want).width, width);
-}
-
-TEST(HeaderProbe, TakesStreamsThatDoNotTellTheirSize) {
-    const DocumentBuilder document = Header(1, 1).HasRealMergedData(false).Resolution(90, 1);
-    MemoryStream stream(document.Build());
-    stream.statFails = true;
-    stream.position = 3;
-    HeaderInfo info;
-    DocumentPixels picture;
-    EXPECT_EQ(ProbeHeader(&stream, info), S_OK);
-    EXPECT_EQ(info.dpiX, 90u);
-    EXPECT_EQ(DecodeDocumentPixels(&stream, picture), PsdReadResult::kOk);
 }
 
 TEST(HeaderProbe, TruncatesTheResolutionToWholeDots) {

@@ -144,32 +144,5 @@ TEST(StreamedRender, LayersDoNotFeelThoseBefore) {
     EXPECT_EQ(steps[0], steps[1]);
 }
 
-#if defined(TESSARY_FAULT_INJECTION)
-TEST(StreamedRender, WithoutMemoryGivesThePictureOrNone) {
-    DocumentBuilder document(kColorRgb, 8, 3, 16, 16);
-    const char* const modes[] = {"norm", "diss", "mul "};
-    for (int32_t i = 0; i < 6; ++i) {
-        LayerBuilder layer({i, i, 8 + i, 8 + 2 * i});
-        layer.Pixels(Pixels(static_cast<size_t>(8 * (8 + i)), 0xC0406080u + static_cast<uint32_t>(i) * 9),
-                     static_cast<uint16_t>(i % 4));
-        document.Layer(layer.Mode(modes[i % 3]).Mask({0, 0, 9, 9}, 255, 0, Bytes(81, 128)));
-    }
-    const Bytes file = document.Build();
-    Pixels want, got;
-    FailAllocationNumber(0);
-    ASSERT_EQ(RenderStreamed(file, want), PsdReadResult::kOk);
-    const uint64_t allocations = AllocationCount(), before = LiveAllocations();
-    EXPECT_EQ(want, RenderedWhole(file));
-    for (uint64_t n = 1; n <= allocations; ++n) {
-        FailAllocationNumber(n, n % 2 == 0);
-        got.clear();
-        const PsdReadResult result = RenderStreamed(file, got);
-        FailAllocationNumber(0);
-        EXPECT_TRUE(result != PsdReadResult::kOk || got == want) << n;
-        EXPECT_EQ(LiveAllocations(), before) << n;
-    }
-}
-#endif
-
 }  // namespace
 }  // namespace tessary::test
