@@ -60,23 +60,19 @@ TEST(Render, DrawsInsideTheClampedRectangleOnly) {
 }
 
 TEST(Render, NoiseIsFixedByItsSeed) {
-    PsdDocument a, b;
-    for (PsdDocument* document : {&a, &b}) {
-        document->width = document->height = 99;
-        ASSERT_EQ(Render(document, 0, 0, 1, 1, 1), PsdReadResult::kOk);
-        EXPECT_FALSE(document->noiseMap) << "nothing dissolves";
-        document->layers = AllocateZeroed<PsdLayer>({1});
-        PsdLayer& layer = document->layers[0];
-        layer.bounds = {0, 0, 1, 1};
-        layer.width = layer.height = 1;
-        layer.image = AllocateZeroed<uint32_t>({1});
-        layer.blendMode = kBlendDissolve;
-    }
-    for (const uint64_t seed : {1u, 9u}) ASSERT_EQ(Render(&a, 0, 0, 1, 1, seed), PsdReadResult::kOk);
-    ASSERT_EQ(Render(&b, 0, 0, 1, 1, 1), PsdReadResult::kOk);
-    EXPECT_TRUE(std::ranges::equal(a.noiseMap.span(), b.noiseMap.span())) << "the first pattern stays";
+    const auto draw = [](const char* mode, std::initializer_list<uint64_t> seeds) {
+        DocumentBuilder builder(kColorRgb, 8, 3, 99, 99);
+        Opened opened = OpenBytes(builder.Layer(LayerBuilder({0, 0, 1, 1}).Solid(~0u).Mode(mode)).Build());
+        for (const uint64_t seed : seeds)
+            EXPECT_EQ(Render(opened.document.get(), 0, 0, 1, 1, seed), PsdReadResult::kOk);
+        const auto noise = opened.document->noiseMap.span();
+        return std::vector<uint8_t>(noise.begin(), noise.end());
+    };
+    const auto noise = draw("diss", {1, 9});
+    EXPECT_EQ(noise, draw("diss", {1})) << "the first pattern stays";
+    EXPECT_TRUE(draw("norm", {1}).empty()) << "nothing dissolves";
     // Five standard deviations are 3.7.
-    EXPECT_NEAR(std::accumulate(a.noiseMap.get(), a.noiseMap.get() + 99 * 99, 0.0) / (99 * 99), 127.5, 4);
+    EXPECT_NEAR(std::accumulate(noise.begin(), noise.end(), 0.0) / double(noise.size()), 127.5, 4);
 }
 
 // Records over a background of grey, read from a file.
@@ -393,43 +389,20 @@ TEST(Composite, RandomDocumentsFollowThePlainRule) {
     }
 }
 
-// Larger than what is recoloured at a time, in rows that do not divide it.
-TEST(Render, AdjustsTheWholeOfALargeCanvas) {
-    constexpr int32_t kWidth = 300, kHeight = 219;  // one row more than the first piece has
-    Pixels pixels(size_t{kWidth} * kHeight);
-    for (uint32_t i = 0; i < pixels.size(); ++i) pixels[i] = 0xFF000000 | i * 2654435761u >> 8;
-    DocumentBuilder builder(kColorRgb, 8, 3, kWidth, kHeight);
-    builder.Layer(LayerBuilder({0, 0, kWidth, kHeight}).Pixels(pixels));
-    builder.Layer(LayerBuilder(Rect{}).ChannelData(0, {}).Block("nvrt", {}).Opacity(100));
-    const Opened opened = OpenBytes(builder.Build());
-    ASSERT_EQ(Render(opened.document.get(), 0, 0, kWidth, kHeight), PsdReadResult::kOk);
-    const PlainLayer rule = {.fast = true, .opacity = 100};
-    for (size_t i = 0; i < pixels.size(); ++i) {
-        const uint32_t want = PlainPixel(rule, ~pixels[i] | 0xFF000000, 255, pixels[i], true, 0);
-        ASSERT_EQ(opened.document->canvas[i], want) << "pixel " << i % kWidth << ' ' << i / kWidth;
-    }
-}
-
-// Row y of the mask is full of y, which takes its share of the alphas 0 to 255. As many pixels lie beside it.
+// Row y of the mask is full of y, which takes its share of the alphas 0 to 255.
 TEST(Coverage, IsEveryMaskByteOfEveryAlpha) {
     PsdLayerMask mask;
     mask.disabled = false;
     mask.bounds = {0, 0, 256, 256};
     mask.data = AllocateZeroed<uint8_t>({256, 256});
-    for (size_t i = 0; i < mask.data.count(); ++i) mask.data[i] = static_cast<uint8_t>(i / 256);
-    Pixels layer(3 * 256);
-    for (uint32_t i = 0; i < layer.size(); ++i) layer[i] = (i & 255) << 24;
-    for (const uint8_t beside : {uint8_t{0}, uint8_t{255}}) {
-        mask.defaultColor = beside;
-        for (int32_t y = -1; y <= 256; ++y) {
-            std::vector<uint8_t> coverage(layer.size());
-            CoverageRow(layer.data(), layer.size(), mask, -256, y, coverage.data());
-            for (uint32_t i = 0; i < layer.size(); ++i) {
-                const bool isUnder = i / 256 == 1 && y >= 0 && y < 256;
-                const uint32_t byte = isUnder ? static_cast<uint32_t>(y) : beside, alpha = i & 255;
-                ASSERT_EQ(coverage[i], byte == 255 ? alpha : alpha * byte / 256) << i << " of row " << y;
-            }
-        }
+    for (uint32_t i = 0; i < mask.data.count(); ++i) mask.data[i] = static_cast<uint8_t>(i / 256);
+    Pixels layer(256);
+    for (uint32_t alpha = 0; alpha < 256; ++alpha) layer[alpha] = alpha << 24;
+    uint8_t coverage[256];
+    for (uint32_t y = 0; y < 256; ++y) {
+        CoverageRow(layer.data(), 256, mask, 0, static_cast<int32_t>(y), coverage);
+        for (uint32_t alpha = 0; alpha < 256; ++alpha)
+            ASSERT_EQ(coverage[alpha], y == 255 ? alpha : alpha * y / 256) << alpha << " of row " << y;
     }
 }
 
@@ -449,25 +422,6 @@ int Differences(const PlainLayer& rule, const std::vector<uint32_t>& layer,
         }
     }
     return wrong;
-}
-
-// Grey is a third of the sum, cut: pixels whose sum is just below, at, and just above the ends of a range.
-TEST(BlendRanges, HoldTheirEndsAndNothingBeyond) {
-    for (const Kernels* kernels : {&sse2::kKernels, &WidestKernels()}) {
-        const auto row = kernels->selectBlendRow(kBlendNormal, false, true);
-        for (uint8_t end = 3; end < 255; ++end) {
-            const uint32_t grey = 0xFF000000 | end * 0x010101u;
-            const Pixels layer = {grey - 1, grey, grey + 0x0101, grey + 0x010101};
-            for (const bool isUpper : {false, true}) {
-                BlendGate gate;
-                gate.layer.gray = isUpper ? BlendSpan{0, end} : BlendSpan{end, 255};
-                Pixels canvas(4, 0xFF000000);
-                row({.canvas = canvas.data(), .layer = layer.data(), .count = 4}, {255, 0, &gate, false});
-                for (size_t i = 0; i < 4; ++i)
-                    EXPECT_EQ(canvas[i] != 0xFF000000, i != (isUpper ? 3 : 0)) << int{end} << ' ' << i;
-            }
-        }
-    }
 }
 
 // Over a canvas alpha of 1 the layer weighs 256, and what is stored is the mode's own result.
