@@ -20,6 +20,7 @@
 #include "render/kernels.h"
 #include "render/pixel_vectors.h"
 #include "tests/render/plain_rule.h"
+#include "tests/render/random_document.h"
 #include "tests/support/document_builder.h"
 #include "tests/support/text_picture.h"
 #include "tools/sample_blocks.h"
@@ -27,8 +28,7 @@
 namespace tessary::test {
 namespace {
 
-constexpr int32_t kLowest = std::numeric_limits<int32_t>::min(),
-                  kHighest = std::numeric_limits<int32_t>::max();
+constexpr int32_t kHighest = std::numeric_limits<int32_t>::max();
 using Pixels = std::vector<uint32_t>;
 constexpr Rect kWhole = {0, 0, 4, 3};
 
@@ -302,89 +302,16 @@ uint32_t PlainRender(const PsdDocument& document, int64_t x, int64_t y) {
     return canvas;
 }
 
-// A document whose layers have some of everything, extreme rectangles included.
-class RandomDocument {
-public:
-    RandomDocument(uint32_t seed, uint32_t width, uint32_t height) : m_random(seed) {
-        document.width = width;
-        document.height = height;
-        document.colorMode = Below(5) == 0 ? kColorCmyk : kColorRgb;
-        document.layers = AllocateZeroed<PsdLayer>({2 + Below(6)});
-        for (PsdLayer& layer : document.layers.span()) FillLayer(layer);
-    }
-    PsdDocument document;
-
-private:
-    uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(m_random()) % limit; }
-    bool Sometimes() { return Below(4) == 0; }
-    uint8_t Byte() { return Below(3) ? 255 : static_cast<uint8_t>(Below(2) * Below(256)); }
-    int32_t Near(uint32_t size) { return static_cast<int32_t>(Below(size + 8)) - 4; }
-    Rect Bounds() {
-        const int32_t left = Near(document.width), top = Near(document.height);
-        return {left, top, left + Near(document.width), top + Near(document.height)};
-    }
-    PsdBlendRange Range() {
-        const uint32_t black = Below(2) * Below(0x3000), white = 0xFFFF - Below(2) * Below(0x3000);
-        return {static_cast<uint16_t>(black), static_cast<uint16_t>(white)};
-    }
-    template <class T>
-    Owned<T> Allocate(const Rect& rect) {
-        if (rect.IsEmpty()) return {};
-        return AllocateZeroed<T>({static_cast<uint64_t>(rect.Width()), static_cast<uint64_t>(rect.Height())});
-    }
-
-    void FillLayer(PsdLayer& layer) {
-        layer.bounds = Sometimes() ? Rect{-1, 0, 2000, 20} : Bounds();
-        layer.width = WrapSubtract(layer.bounds.right, layer.bounds.left);
-        layer.height = WrapSubtract(layer.bounds.bottom, layer.bounds.top);
-        layer.image = Allocate<uint32_t>(layer.bounds);
-        for (uint32_t& pixel : layer.image.span())
-            pixel = PackPixel(Byte(), Below(256), Below(256), Below(256));
-        layer.blendMode = Sometimes() ? kBlendNormal : static_cast<PsdBlendMode>(Below(24));
-        layer.visible = Below(10) != 0;
-        layer.opacity = Byte();
-        layer.fillOpacity = Byte();
-        layer.clipping = Sometimes();
-        layer.hasSectionBlendMode = Sometimes();
-        layer.sectionBlendMode = static_cast<PsdBlendMode>(Sometimes() ? kBlendPassThrough : Below(23));
-        if (Sometimes())
-            layer.parent = &document.layers[Below(static_cast<uint32_t>(document.layers.count()))];
-        const Rect everywhere = {kLowest, kLowest, kHighest, kHighest},
-                   distant = {kHighest - 2, 0, kHighest, 2};
-        const uint32_t which = Below(4);
-        layer.mask.bounds = which == 0 ? everywhere : which == 1 ? distant : Bounds();
-        layer.mask.disabled = Below(2) == 0;
-        layer.mask.defaultColor = Below(2) ? 0 : 255;
-        if (which != 0) layer.mask.data = Allocate<uint8_t>(layer.mask.bounds);  // nothing can fill the first
-        for (uint8_t& byte : layer.mask.data.span()) byte = Byte();
-        if (!Sometimes()) return;
-        if (Below(2)) layer.grayRanges = {Range(), Range()};
-        if (Below(20) == 0) layer.grayRanges.source = {0x8040, 0x8040};
-        layer.channelRanges = AllocateZeroed<PsdBlendRanges>({1 + Below(5)});
-        for (PsdBlendRanges& range : layer.channelRanges.span()) range = {Range(), Range()};
-        layer.advancedBlending = Sometimes();
-        layer.channels = AllocateZeroed<PsdChannelInfo>({4});
-        int16_t id = -1;
-        for (PsdChannelInfo& channel : layer.channels.span()) {
-            channel.id = id++;
-            channel.excluded = Below(3) == 0;
-        }
-    }
-
-    std::mt19937 m_random;
-};
-
 TEST(Composite, RandomDocumentsFollowThePlainRule) {
     for (uint32_t seed = 1; seed <= 600; ++seed) {
         // The last ones are wider than a run of the blend rows.
-        RandomDocument random(seed, seed > 540 ? 1100 : 23, 9);
-        PsdDocument& document = random.document;
-        const int32_t width = static_cast<int32_t>(document.width),
-                      height = static_cast<int32_t>(document.height);
-        ASSERT_EQ(Render(&document, 0, 0, width, height, seed), PsdReadResult::kOk);
+        const int32_t width = seed > 540 ? 1100 : 23, height = 9;
+        const Opened opened = OpenBytes(RandomDocument(seed, uint32_t(width), height, true).File());
+        ASSERT_EQ(Render(opened.document.get(), 0, 0, width, height, seed), PsdReadResult::kOk);
         int wrong = 0;
         for (int32_t i = 0; i < width * height; ++i)
-            wrong += document.canvas[static_cast<size_t>(i)] != PlainRender(document, i % width, i / width);
+            wrong +=
+                opened.document->canvas[size_t(i)] != PlainRender(*opened.document, i % width, i / width);
         ASSERT_EQ(wrong, 0) << "document " << seed;
     }
 }
