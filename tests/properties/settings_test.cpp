@@ -40,23 +40,25 @@ struct BlockRead : StreamReader {
     PsdReadResult result;
 };
 
-ByteWriter LevelsBlock(uint32_t version, const Bytes& extra = {}) {
-    ByteWriter levels;
-    levels.U16(version);
-    for (uint32_t i = 0; i < 29; ++i) levels.U16(i).U16(255 - i).U16(1).U16(254).U16(100 + i);
-    return levels.Raw(extra);
-}
+using Numbers = std::vector<int>;
 
-// Composite and blue, two points each.
-ByteWriter CurvesBlock(uint32_t version, std::string_view signature = "", uint32_t extraVersion = 4,
-                       uint32_t count = 2) {
-    ByteWriter curves;
-    curves.U8(0).U16(version).U32(1 << 0 | 1 << 3);
-    for (int i = 0; i < 2; ++i) curves.U16(2).U16(10).U16(20).U16(200).U16(250);
-    if (signature.empty()) return curves.U32(0);
-    curves.Text(signature).U16(extraVersion).U32(count);
-    curves.U16(1).U16(2).U16(10).U16(20).U16(200).U16(250);
-    return curves.U16(2).U16(2).U16(10).U16(20).U16(200).U16(250);
+ByteWriter Words(const Numbers& values, size_t zeros = 0) {
+    ByteWriter out;
+    for (const int value : values) out.I16(value);
+    return out.Zeros(zeros);
+}
+// Composite first; channels that are not given stay as they are.
+ByteWriter Levels(const std::vector<Numbers>& levels, int version = 2) {
+    ByteWriter out = Words({version});
+    for (size_t i = 0; i < 29; ++i)
+        out.Raw(Words(i < levels.size() ? levels[i] : Numbers{0, 255, 0, 255, 100}));
+    return out;
+}
+// The composite's curve first; points of output and input.
+ByteWriter Curves(uint32_t channels, const std::vector<Numbers>& curves, uint32_t version = 1) {
+    ByteWriter out = ByteWriter().U8(0).U16(version).U32(channels);
+    for (const Numbers& points : curves) out.U16(static_cast<uint32_t>(points.size() / 2)).Raw(Words(points));
+    return out;
 }
 
 ByteWriter Descriptor(uint32_t itemCount) { return ByteWriter().U32(16).ClassName("null").U32(itemCount); }
@@ -68,6 +70,13 @@ ByteWriter& Object(ByteWriter& out, std::string_view key, std::string_view class
 
 TEST(PropertyReaders, TurnBlocksIntoKindsAndCodes) {
     const auto extra = [](std::string_view text, uint32_t n) { return ByteWriter().Text(text).U32(n); };
+    // Composite and blue, and both again behind a signature.
+    const auto curves = [](uint32_t version, std::string_view text = {}, int extraVersion = 4, int n = 2) {
+        const Numbers points = {10, 20, 200, 250}, again = {1, 2, 10, 20, 200, 250, 2, 2, 10, 20, 200, 250};
+        ByteWriter block = Curves(9, {points, points}, version);
+        if (text.empty()) return block.U32(0);
+        return block.Text(text).Raw(Words({extraVersion, 0, n})).Raw(Words(again));
+    };
     const auto v = [](uint32_t version, size_t zeros) { return ByteWriter().U16(version).Zeros(zeros); };
     const auto old = [](std::string_view text) { return ByteWriter().U16(0).U16(2).Text(text); };
     const struct {
@@ -78,16 +87,16 @@ TEST(PropertyReaders, TurnBlocksIntoKindsAndCodes) {
         bool rebuild = false;
         uint32_t length = 0;  // 0: the block's own
     } cases[] = {
-        {"levl", LevelsBlock(2, extra("Lvls", 3 << 16 | 65535)), 6, 1, 0, true},
-        {"levl", LevelsBlock(1), 6, 1, -503},
-        {"levl", LevelsBlock(2, extra("lvls", 0)), 6, 1, -505},
-        {"levl", LevelsBlock(2), 6, 1, -506, false, 296},
-        {"levl", LevelsBlock(2, extra("Lvls", 0)), 6, 1, -507},
-        {"curv", CurvesBlock(4, "Crv "), 7, 2, 0, true},
-        {"curv", CurvesBlock(1, "Crv ", 4, 3), 7, 2},  // a copy too many
-        {"curv", CurvesBlock(2), 7, 2, -508},
-        {"curv", CurvesBlock(1, "Crv_"), 7, 2, -509},
-        {"curv", CurvesBlock(1, "Crv ", 3), 7, 2, -510},
+        {"levl", Levels({}).Raw(extra("Lvls", 3 << 16 | 65535)), 6, 1, 0, true},
+        {"levl", Levels({}, 1), 6, 1, -503},
+        {"levl", Levels({}).Raw(extra("lvls", 0)), 6, 1, -505},
+        {"levl", Levels({}), 6, 1, -506, false, 296},
+        {"levl", Levels({}).Raw(extra("Lvls", 0)), 6, 1, -507},
+        {"curv", curves(4, "Crv "), 7, 2, 0, true},
+        {"curv", curves(1, "Crv ", 4, 3), 7, 2},  // a copy too many
+        {"curv", curves(2), 7, 2, -508},
+        {"curv", curves(1, "Crv_"), 7, 2, -509},
+        {"curv", curves(1, "Crv ", 3), 7, 2, -510},
         {"curv", ByteWriter().U8(0).U16(1).U32(0xFFFFFFFF).U16(65535).U16(1), 7, 2, 0, true},
         {"hue2", v(0, 100), 10, 5, -511},
         {"selc", v(1, 82), 11, 6, 0, true},
@@ -307,26 +316,6 @@ TEST(OldEffects, BevelsAreStoredInTheirOwnUnits) {
     }
 }
 
-using Numbers = std::vector<int>;
-
-ByteWriter Words(const Numbers& values, size_t zeros = 0) {
-    ByteWriter out;
-    for (const int value : values) out.I16(value);
-    return out.Zeros(zeros);
-}
-// Composite first; channels that are not given stay as they are.
-ByteWriter Levels(const std::vector<Numbers>& levels) {
-    ByteWriter out = Words({2});
-    for (size_t i = 0; i < 29; ++i)
-        out.Raw(Words(i < levels.size() ? levels[i] : Numbers{0, 255, 0, 255, 100}));
-    return out;
-}
-// The composite's curve first; points of output and input.
-ByteWriter Curves(uint32_t channels, const std::vector<Numbers>& curves) {
-    ByteWriter out = ByteWriter().U8(0).U16(1).U32(channels);
-    for (const Numbers& points : curves) out.U16(static_cast<uint32_t>(points.size() / 2)).Raw(Words(points));
-    return out;
-}
 ByteWriter Hue(const Numbers& master, const Numbers& reds) {
     ByteWriter out =
         Words({2, 0, 0, 0, 0}).Raw(Words(master)).Raw(Words({315, 345, 15, 45})).Raw(Words(reds));
