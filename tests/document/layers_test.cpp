@@ -330,22 +330,35 @@ TEST(PlaneDecoder, RefusesWhatCannotBeDecoded) {
 TEST(MergedImage, EveryModeDepthAndCompression) {
     Bytes palette(768, 9);
     palette[1] = 0x11, palette[257] = 0x22, palette[513] = 0x33;
+    constexpr uint32_t kBlack = 0xFF000000;
+    const Bytes floats = {0x3F, 0x80, 0, 0, 0x3F, 0xC0, 0, 0, 0xBF, 0, 0, 0};  // 1, 1.5, -0.5
+    // NaN, -infinity, 2^24 * 1.0078125, 2^23 + 1
+    const Bytes beyond = {0x7F, 0xC0, 0, 0, 0xFF, 0x80, 0, 0, 0x4B, 0x81, 0, 0, 0x4B, 0, 0, 1};
+    const Bytes rgba = {0x3F, 0x80, 0, 0, 0, 0, 0, 0, 0x3F, 0, 0, 0, 0x3E, 0x80, 0, 0};
+    const Bytes inks = {255, 0, 9, 255, 255, 9, 255, 255, 9, 255, 255, 0};
     const struct {
         const char* what;
         uint32_t mode, depth, channels, width;
         Bytes names, planes;  // names: resource 1006
         Pixels want;
     } cases[] = {
-        {"bitmap", 0, 1, 1, 3, {}, {0x50}, {0xFFFFFFFF, 0xFF000000, 0xFFFFFFFF}},
+        {"bitmap", 0, 1, 1, 9, {}, {0xA5, 0x7F}, {kBlack, ~0u, kBlack, ~0u, ~0u, kBlack, ~0u, kBlack, ~0u}},
         {"gray of 16 bits", 1, 16, 1, 2, {}, {0x12, 0xFF, 0xFE, 0}, {0xFF121212, 0xFFFEFEFE}},
-        {"gray of 32 bits", 1, 32, 1, 2, {}, {0x3F, 0, 0, 0, 0xBF, 0, 0, 0}, {0xFF7F7F7F, 0xFF818181}},
+        {"gray of 32 bits", 1, 32, 1, 3, {}, floats, {~0u, 0xFF7E7E7E, 0xFF818181}},
+        {"gray beyond bytes", 8, 32, 1, 4, {}, beyond, {kBlack, kBlack, kBlack, ~0u}},
+        {"gray, no alpha is named", 1, 8, 3, 1, {}, {5, 6, 7}, {0xFF050505}},
         {"gray, alpha is named", 1, 8, 2, 2, {1, 'a'}, {10, 250, 128, 1}, {0xFF0A0A0A, 0xFFFAFAFA}},
         {"gray, second alpha is named", 8, 8, 3, 1, {0}, {10, 128, 77}, {0x800A0A0A}},
         {"indexed", 2, 8, 1, 3, {}, {1, 2, 200}, {0xFF112233, 0x00090909, 0xFF090909}},
         {"rgb and alpha", 3, 8, 4, 1, {}, {1, 2, 3, 4}, {0x04010203}},
+        {"rgb of 32 bits and alpha", 3, 32, 4, 1, {}, rgba, {0x3FFF007F}},
         {"rgb and two", 3, 8, 5, 1, {}, {1, 2, 3, 4, 5}, {0xFF010203}},
         {"rgb and two, one named", 3, 8, 5, 1, {0}, {1, 2, 3, 4, 5}, {0x04010203}},
+        {"cmyk", 4, 8, 4, 3, {}, inks, {~0u, 0xFF01FFFF, kBlack}},
+        {"cmyk of 16 bits", 4, 16, 4, 1, {}, {255, 0, 128, 255, 0, 255, 255, 1}, {0xFFFF8101}},
         {"cmyk and alpha", 4, 8, 5, 1, {}, {0, 255, 128, 255, 7}, {0x0701FF81}},
+        {"multichannel", 7, 8, 3, 2, {}, {0, 255, 1, 128, 100, 254}, {0xFF010265, 0xFFFF81FF}},
+        {"lab", 9, 8, 3, 2, {}, {2, 255, 128, 128, 128, 128}, {kBlack, 0xFFFCFCFC}},
         {"multichannel, names are colours", 7, 8, 4, 1, {0, 0}, {0, 255, 128, 255}, {0xFF01FF81}},
     };
     for (const auto& test : cases) {

@@ -51,7 +51,7 @@ private:
     // Four to a range of a source and of what it is blended with.
     void AddRanges(ByteWriter& ranges) {
         for (int i = 0; i < 2; ++i)
-            ranges.U16(Below(2) * Below(0x3000)).U16(0xFFFF - Below(2) * Below(0x3000));
+            ranges.U16(Below(2) * Below(0x8000)).U16(0xFFFF - Below(2) * Below(0x8000));
     }
     void AddBlending(LayerBuilder& layer) {
         ByteWriter ranges, excluded;

@@ -152,58 +152,17 @@ TEST(Render, EffectsTakeLittleMemory) {
     }
 }
 
-constexpr uint32_t kLeft = 0x12345678;  // not converted
-
-// One row of `width` pixels; the planes are given as they are handed over: colours, then transparency.
-struct RowOf {
-    uint32_t mode, depth, width;
-    std::vector<std::vector<uint8_t>> planes;
-    bool lastIsAlpha = false;
-    Pixels palette = {};
-    int32_t transparencyIndex = -1;
-
-    Pixels Convert() const {
-        PlaneBlock block = {.colorMode = mode, .depth = depth, .width = width, .height = 1};
-        block.planeCount = static_cast<uint32_t>(planes.size());
-        for (size_t i = 0; i < planes.size() - lastIsAlpha && i < 4; ++i) block.color[i] = planes[i].data();
-        if (lastIsAlpha) block.alpha = planes.back().data();
-        block.palette = palette;
-        block.transparencyIndex = transparencyIndex;
-        Pixels pixels(width, kLeft);
-        ConvertPlanes(block, pixels.data());
-        return pixels;
-    }
-};
-
-TEST(ConvertPlanes, HandComputedPixels) {
-    const std::vector<uint8_t> floats = {0x3F, 0x80, 0, 0, 0x3F, 0xC0, 0, 0, 0xBF, 0, 0, 0};  // 1, 1.5, -0.5
-    // NaN, -infinity, 2^24 * 1.0078125, 2^23 + 1
-    const std::vector<uint8_t> beyond = {0x7F, 0xC0, 0, 0, 0xFF, 0x80, 0, 0, 0x4B, 0x81, 0, 0, 0x4B, 0, 0, 1};
-    const std::vector<uint8_t> half = {0x3F, 0, 0, 0}, quarter = {0x3E, 0x80, 0, 0};
-    constexpr uint32_t kBlack = 0xFF000000, kWhite = 0xFFFFFFFF;
-    const std::pair<RowOf, Pixels> cases[] = {
-        {{0, 1, 9, {{0xA5, 0x7F}}}, {kBlack, ~0u, kBlack, ~0u, ~0u, kBlack, ~0u, kBlack, ~0u}},
-        {{1, 8, 1, {{5}, {6}, {7}}, true}, {0xFF050505}},  // three planes: the last is no transparency
-        {{1, 32, 3, {floats}}, {kWhite, 0xFF7E7E7E, 0xFF818181}},
-        {{8, 32, 4, {beyond}}, {kBlack, kBlack, kBlack, kWhite}},
-        {{3, 32, 1, {floats, {0, 0, 0, 0}, half, quarter}, true}, {0x3FFF007F}},
-        {{4, 8, 3, {{255, 0, 9}, {255, 255, 9}, {255, 255, 9}, {255, 255, 0}}}, {kWhite, 0xFF01FFFF, kBlack}},
-        {{4, 16, 1, {{255, 0}, {128, 255}, {0, 255}, {255, 1}}}, {0xFFFF8101}},
-        {{7, 8, 2, {{0, 255}, {1, 128}, {100, 254}}}, {0xFF010265, 0xFFFF81FF}},
-        {{2, 8, 3, {{1, 0, 2}}, false, {0xFF010203, 0xFF040506}, 1}, {0x00040506, 0xFF010203, 0xFFFEFEFE}},
-        {{2, 8, 2, {{1, 0}}, false, {}, 1}, {0, 0}},
-        {{9, 8, 2, {{2, 255}, {128, 128}, {128, 128}}}, {kBlack, 0xFFFCFCFC}},
-    };
-    for (const auto& [row, want] : cases) EXPECT_EQ(row.Convert(), want) << row.mode << ' ' << row.depth;
-}
-
 TEST(ConvertPlanes, LabBytesGiveWhatTheFormulaGives) {
     std::vector<uint8_t> high(65536), low(high);
+    Pixels pixels(65536);
     for (uint32_t i = 0; i < 65536; ++i) high[i] = static_cast<uint8_t>(i >> 8);
     for (uint32_t i = 0; i < 65536; ++i) low[i] = static_cast<uint8_t>(i);
     for (int32_t lightness = 0; lightness < 100; ++lightness) {
         const std::vector<uint8_t> light(65536, static_cast<uint8_t>((lightness * 256 + 99) / 100));
-        const Pixels pixels = RowOf{9, 8, 65536, {light, high, low}}.Convert();
+        PlaneBlock block = {.colorMode = kColorLab, .depth = 8, .width = 65536, .height = 1};
+        block.planeCount = 3;
+        block.color[0] = light.data(), block.color[1] = high.data(), block.color[2] = low.data();
+        ConvertPlanes(block, pixels.data());
         for (int32_t i = 0; i < 65536; ++i) {
             const uint32_t want = LabToArgb(255, lightness, (i >> 8) - 128, (i & 255) - 128);
             ASSERT_EQ(pixels[size_t(i)], want) << lightness << ' ' << i;
@@ -349,6 +308,25 @@ int Differences(const PlainLayer& rule, const std::vector<uint32_t>& layer,
         }
     }
     return wrong;
+}
+
+// Grey is a third of the sum, cut: pixels whose sum is just below, at, and just above the ends of a range.
+TEST(BlendRanges, HoldTheirEndsAndNothingBeyond) {
+    for (const Kernels* kernels : {&sse2::kKernels, &WidestKernels()}) {
+        const auto row = kernels->selectBlendRow(kBlendNormal, false, true);
+        for (uint8_t end = 3; end < 255; ++end) {
+            const uint32_t grey = 0xFF000000 | end * 0x010101u;
+            const Pixels layer = {grey - 1, grey, grey + 0x0101, grey + 0x010101};
+            for (const bool isUpper : {false, true}) {
+                BlendGate gate;
+                gate.layer.gray = isUpper ? BlendSpan{0, end} : BlendSpan{end, 255};
+                Pixels canvas(4, 0xFF000000);
+                row({.canvas = canvas.data(), .layer = layer.data(), .count = 4}, {255, 0, &gate, false});
+                for (size_t i = 0; i < 4; ++i)
+                    EXPECT_EQ(canvas[i] != 0xFF000000, i != (isUpper ? 3 : 0)) << int{end} << ' ' << i;
+            }
+        }
+    }
 }
 
 // Over a canvas alpha of 1 the layer weighs 256, and what is stored is the mode's own result.
