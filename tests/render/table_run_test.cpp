@@ -9,8 +9,8 @@
 namespace tessary::test {
 namespace {
 
-// More pixels than are recoloured at a time, in longer rows than are drawn at a time.
-constexpr uint32_t kWidth = 600, kHeight = 150, kCount = kWidth * kHeight;
+// One row more than is recoloured at a time, and longer ones than are drawn at a time.
+constexpr uint32_t kWidth = 600, kHeight = 110, kCount = kWidth * kHeight;
 constexpr Rect kWhole = {0, 0, kWidth, kHeight};
 
 // Every alpha with every value of every channel, under a random pile of adjustments. Under a mask that hides
