@@ -268,16 +268,17 @@ TEST(ShadowsAndGlows, SpreadThenSoftenThenAreKnockedOut) {
         GlowSettings& glow = scene.effects.outerGlow;
         shadow.size = glow.size = size, shadow.spreadPercent = glow.spreadPercent = spread;
         shadow.color = glow.color = 0x654321, glow.rangePercent = range, shadow.layerConceals = true;
+        glow.technique = i == 4 ? GlowSettings::kPrecise : GlowSettings::kSofter;
         shadow.distance = 4, shadow.angleDegrees = dx ? 150 : 90;
         if (dy == 0) shadow.distance = 0;
         const int grown = (spread * size + 50) / 100;
         const Plane a = scene.Coverage();
-        const Plane thick = Blurred(Plane(a, 0, GrownRect(size)), grown);
-        const auto boosted = [&](int x, int y) {
-            const double alpha = thick(x, y);
-            return grown == 0 ? alpha : alpha < 24 ? 10 * alpha : 255;
+        const auto boosted = [](const Plane& from) {
+            return Plane([&](int x, int y) { return from(x, y) < 24 ? 10 * from(x, y) : 255; }, 0, from.area);
         };
-        const Plane soft = Blurred(Plane(boosted, 0, thick.area), size - grown);
+        const Plane cut(a, 0, GrownRect(size));
+        const Plane thick = Blurred(glow.technique ? boosted(cut) : cut, grown);
+        const Plane soft = Blurred(grown == 0 ? thick : boosted(thick), size - grown);
         const auto want = [&, dx = dx, dy = dy, range = range](int x, int y) {
             const double alpha = soft(x - dx, y - dy);
             const double ranged = range ? std::min(255.0, std::trunc(alpha * 100 / range)) : alpha;
