@@ -110,11 +110,8 @@ TEST(TaggedBlocks, EachKeyHasItsField) {
     using W = ByteWriter;
     // Effects whose lengths no file can have do not take the blocks behind them along.
     W huge = W().U32(0).U32(16).ClassName("null").U32(2).U32(1u << 31).Text("TEXT").U32(~0u);
-    LayerBuilder record = Small()
-                              .Block("lfx2", huge.Bool("on", true))
-                              .Block("knko", {1, 9, 9, 9})
-                              .Block("iOpa", {128, 0, 0, 0})
-                              .Block("odd ", Bytes(5));
+    LayerBuilder record = Small().Block("lfx2", huge.Bool("on", true)).Block("odd ", Bytes(5));
+    record.Block("knko", {1, 9, 9, 9}).Block("iOpa", {128, 0, 0, 0});
     record.Block("lclr", {1, 2, 3, 4, 5, 6, 7, 8}).Block("lspf", W().U32(0x80000002)).Block("tsly", Bytes(4));
     record.Block("fxrp", W().F64(1e300).F64(-2.9)).Block("lyid", W().I32(-8));
     // 0xFFFF0001 is no channel's id, whatever its low half says.
@@ -149,28 +146,21 @@ TEST(LayerPixels, ChannelsArePlacedById) {
     const Pixels want = {0x09010305, 0x0A020406}, opaque = {0xFF010000, 0xFF020000};
     const Channels inks = {{0, {255, 0}}, {1, {255, 0}}, {2, {255, 0}}, {3, {255, 255}}, {-1, {9, 10}}};
     const Channels wide = {{0, {1, 255, 2, 0}}, {1, {3, 0, 4, 0}}, {2, {5, 0, 6, 0}}, {-1, {9, 0, 10, 0}}};
+    const Bytes half = ByteWriter().U16(3).Raw(Zip({0, 255, 16}));
     const std::tuple<uint32_t, uint32_t, LayerBuilder, Pixels> cases[] = {
         {3, 8, Raw({{2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}, {-1, {9, 10}}}), want},
         {3, 16, Raw(wide), want},
         {3, 8, Raw({{0, {1, 2}}, {0, {3, 4}}}), opaque},
-        {3,
-         8,
-         Raw({{3, {7}}, {-1, {9}}, {0, {1, 2}}, {1, {}}, {2, {}}}),
-         {0x09010000, 0x00020000}},  // and a spot colour
-        {3,
-         8,
-         Raw({{3, {7, 7}}, {-1, {9, 9}}, {0, {1, 2}}, {1, {3, 4}}}),
-         {0xFF010300, 0xFF020400}},  // blue is missing
+        // And a spot colour; blue is missing.
+        {3, 8, Raw({{3, {7}}, {-1, {9}}, {0, {1, 2}}, {1, {}}, {2, {}}}), {0x09010000, 0x00020000}},
+        {3, 8, Raw({{3, {7, 7}}, {-1, {9, 9}}, {0, {1, 2}}, {1, {3, 4}}}), {0xFF010300, 0xFF020400}},
         {4, 8, Raw(inks), {0x09FFFFFF, 0x0A010101}},
         {0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
         {7, 16, Raw({{0, {1, 2, 3, 4}}}), {0, 0}},  // no such pixels
         {3, 8, Raw({{2, {5, 6}}, {1, {}}}).ChannelData(-1, {}).ChannelData(0, {1}), {5, 6}},
         {3, 8, LayerBuilder({-9, -9, -7, -8}).Pixels(want, 3), want},
         // Half a sample, behind which nothing of the layer before it is left.
-        {3,
-         16,
-         LayerBuilder(kTwo).ChannelData(0, ByteWriter().U16(3).Raw(Zip({0, 255, 16}))),
-         {0xFF000000, 0xFF100000}},
+        {3, 16, LayerBuilder(kTwo).ChannelData(0, half), {0xFF000000, 0xFF100000}},
     };
     for (const auto& [mode, depth, layer, pixels] : cases) {
         DocumentBuilder document(mode, depth, 1, 2, 1);

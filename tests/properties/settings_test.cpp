@@ -181,40 +181,22 @@ TEST(ObjectEffects, ReadsADropShadowWhole) {
 }
 
 TEST(ObjectEffects, ReadWhatPaintsAndWhatShapes) {
-    const auto bevel = tools::Items()
-                           .Choice("bvlS", "none")
-                           .Choice("bvlT", "Slmt")
-                           .Choice("bvlD", "Out ")
-                           .Angle("Angl", 11)
-                           .Angle("lagl", 77.7)
-                           .Angle("Angl", 12)
-                           .Angle("Lald", 120)
-                           .Percent("srgR", 5000)
-                           .Pixels("Sftn", -4)
-                           .Flag("antialiasGloss")
-                           .Flag("useShape")
-                           .Flag("useTexture")
-                           .Percent("textureDepth", -2000)
-                           .Percent("Scl ", 0)
-                           .Flag("Algn", false)
-                           .Offset("phase", 2.5, -3);
-    const auto stroke = tools::Items()
-                            .Percent("Scl ", 33.3)
-                            .Choice("gradientsInterpolationMethod", "Lnr ")
-                            .Choice("Type", "shapeburst")
-                            .Offset("phase", 1.5, 2);
+    tools::Items bevel, stroke;
+    bevel.Choice("bvlS", "none").Choice("bvlT", "Slmt").Choice("bvlD", "Out ").Percent("srgR", 5000);
+    bevel.Angle("Angl", 11).Angle("lagl", 77.7).Angle("Angl", 12).Angle("Lald", 120).Pixels("Sftn", -4);
+    bevel.Flag("antialiasGloss").Flag("useShape").Flag("useTexture").Percent("textureDepth", -2000);
+    bevel.Percent("Scl ", 0).Flag("Algn", false).Offset("phase", 2.5, -3);
+    stroke.Percent("Scl ", 33.3).Choice("gradientsInterpolationMethod", "Lnr ");
+    stroke.Choice("Type", "shapeburst").Offset("phase", 1.5, 2);
     const auto gradient = tools::Items().Choice("gs99", "Smoo").Percent("Scl ", 9999);
     const auto pattern = tools::Items().Flag("Algn", false).Offset("phase", 7, 8.25).Angle("Angl", 0.5);
     const std::vector<tools::EffectItems> effects = {
         {"ebbl", bevel}, {"FrFX", stroke}, {"GrFl", gradient}, {"patternFill", pattern}};
     BlockRead read("lfx2", ByteWriter().Raw(tools::EffectsBlock(effects)));
     const BevelSettings& b = read.Get().bevel;
-    EXPECT_EQ(
-        (Values{b.style, b.technique, b.directionDown, static_cast<uint32_t>(b.angleDegrees),
-                static_cast<uint32_t>(b.altitudeDegrees), static_cast<uint32_t>(b.depthPercent),
-                static_cast<uint32_t>(b.soften), static_cast<uint32_t>(b.textureDepthPercent + 2000),
-                static_cast<uint32_t>(b.rangePercent)}),
-        (Values{BevelSettings::kOtherStyle, BevelSettings::kChiselSoft, 1, 77, 90, 1000, 0, 1000, 100}));
+    EXPECT_EQ(All(b.style, b.technique, b.directionDown, b.angleDegrees, b.altitudeDegrees),
+              All(BevelSettings::kOtherStyle, BevelSettings::kChiselSoft, true, 77, 90));
+    EXPECT_EQ(All(b.depthPercent, b.soften, b.textureDepthPercent, b.rangePercent), All(1000, 0, -1000, 100));
     EXPECT_EQ(All(b.glossAntiAlias, b.useContour, b.useTexture, b.textureLinked, b.textureScalePercent,
                   b.texturePhase.horizontal),
               All(true, true, true, false, 1, 2.5));
