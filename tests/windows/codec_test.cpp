@@ -217,6 +217,12 @@ TEST(Decoder, ReadsAheadInLargePieces) {
     EXPECT_LE(stream.calls - calls, 10u);
 }
 
+TEST(Decoder, TakesStreamsThatDoNotTellTheirSize) {
+    MemoryStream stream(RichDocument().Build());
+    stream.statFails = true;
+    EXPECT_EQ(PixelsOf(FrameOf(OpenDecoder(stream))), RichPixels());
+}
+
 TEST(Objects, AnswerWithAndWithoutADocument) {
     MemoryStream stream(RichDocument().Build());
     const auto context = NewColorContext();
