@@ -10,7 +10,7 @@
 #include "document/plane_decoder.h"
 #include "render/color_convert.h"
 #include "tests/document/plain_planes.h"
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 
 namespace tessary::test {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 #include "tools/sample_effects.h"
 
 namespace tessary::test {

@@ -7,7 +7,7 @@
 #include "document/big_endian.h"
 #include "document/byte_reader.h"
 #include "document/descriptor.h"
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 
 namespace tessary::test {
 namespace {

@@ -12,8 +12,8 @@
 #include "frontend/pixel_copy.h"
 #include "frontend/read_ahead.h"
 #include "frontend/thumbnail_image.h"
-#include "tests/support/document_builder.h"
 #include "tests/support/portable_codec.h"
+#include "tools/document_builder.h"
 
 namespace tessary::test {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "properties/effect_records.h"
 #include "render/render.h"
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 #include "tools/sample_blocks.h"
 #include "tools/sample_effects.h"
 

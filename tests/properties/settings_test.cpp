@@ -15,8 +15,8 @@
 #include "properties/property_readers.h"
 #include "render/kernels.h"
 #include "tests/render/plain_rule.h"
-#include "tests/support/document_builder.h"
 #include "tests/support/text_picture.h"
+#include "tools/document_builder.h"
 #include "tools/sample_effects.h"
 
 namespace tessary::test {

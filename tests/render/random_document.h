@@ -4,7 +4,7 @@
 #include <limits>
 #include <random>
 
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 #include "tools/sample_blocks.h"
 
 namespace tessary::test {

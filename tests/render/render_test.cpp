@@ -21,8 +21,8 @@
 #include "render/pixel_vectors.h"
 #include "tests/render/plain_rule.h"
 #include "tests/render/random_document.h"
-#include "tests/support/document_builder.h"
 #include "tests/support/text_picture.h"
+#include "tools/document_builder.h"
 #include "tools/sample_blocks.h"
 
 namespace tessary::test {

@@ -3,7 +3,7 @@
 #include <random>
 
 #include "render/render.h"
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 #include "tools/sample_blocks.h"
 
 namespace tessary::test {
