@@ -131,16 +131,17 @@ TEST(PixelCopy, TakesOnlyAreasInsideTheImage) {
 
 TEST(PixelCopy, StopsWhenTheBudgetIsSpent) {
     uint32_t image[6 * 5];
-    for (uint32_t i = 0; i < 30; ++i) image[i] = 0x01010101u * (i + 1);
-    for (const uint32_t budget : {0u, 1u, 12u, 13u, 30u, 48u, 1000u}) {
-        Bytes buffer(4 * 17, 0xEE);
-        CopyRows(image, 6, {2, 1, 3, 4}, 17, budget, buffer.data());
-        uint32_t left = budget;
-        for (uint32_t i = 0; i < buffer.size(); ++i) {
-            const bool copied = i % 17 < 12 && left > 0;
-            ASSERT_EQ(buffer[i], copied ? (i / 17 + 1) * 6 + 3 + i % 17 / 4 : 0xEE) << budget << ' ' << i;
-            left -= copied ? 1 : 0;
-        }
+    for (uint32_t i = 0; i < 30; ++i) image[i] = 0x01010101u * ('A' + i);
+    const std::pair<uint32_t, const char*> cases[] = {
+        {0, ".............................."},    {1, "I............................."},
+        {8, "IIIIJJJJ......................"},    {9, "IIIIJJJJ..O..................."},
+        {23, "IIIIJJJJ..OOOOPPPP..UUUUVVV..."},   {24, "IIIIJJJJ..OOOOPPPP..UUUUVVVV.."},
+        {1000, "IIIIJJJJ..OOOOPPPP..UUUUVVVV.."},
+    };
+    for (const auto& [budget, want] : cases) {
+        std::string buffer(30, '.');
+        CopyRows(image, 6, {2, 1, 2, 3}, 10, budget, reinterpret_cast<uint8_t*>(buffer.data()));
+        EXPECT_EQ(buffer, want) << budget;
     }
 }
 
