@@ -17,7 +17,7 @@ add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/small_samples/stamp
                    COMMAND ${CMAKE_COMMAND} -E touch ${PROJECT_BINARY_DIR}/small_samples/stamp
                    DEPENDS make_samples)
 add_custom_target(small_samples ALL DEPENDS ${PROJECT_BINARY_DIR}/small_samples/stamp)
-add_executable(hostile_check tests/hostile_check.cpp)
+add_executable(hostile_check tests/hostile_check.cpp tests/support/document_sections.cpp)
 target_link_libraries(hostile_check PRIVATE document_builder)
 
 if(TESSARY_BENCHMARKS)
@@ -42,6 +42,6 @@ if(TESSARY_FUZZ)
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
   endforeach()
   foreach(name open_fuzzer render_fuzzer com_fuzzer)
-    target_sources(${name} PRIVATE fuzz/document_mutator.cpp)
+    target_sources(${name} PRIVATE fuzz/document_mutator.cpp tests/support/document_sections.cpp)
   endforeach()
 endif()

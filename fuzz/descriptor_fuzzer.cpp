@@ -5,7 +5,7 @@
 #include "document/tagged_blocks.h"
 #include "properties/effect_records.h"
 #include "render/render.h"
-#include "tests/support/memory_stream.h"
+#include "tools/memory_stream.h"
 
 using namespace tessary;
 

@@ -5,7 +5,7 @@
 #include "document/psd_document.h"
 #include "frontend/exif_graft.h"
 #include "frontend/header_probe.h"
-#include "tests/support/memory_stream.h"
+#include "tools/memory_stream.h"
 
 using namespace tessary;
 

@@ -4,7 +4,7 @@
 
 #include "frontend/document_pixels.h"
 #include "render/render.h"
-#include "tests/support/memory_stream.h"
+#include "tools/memory_stream.h"
 
 using namespace tessary;
 

@@ -5,7 +5,7 @@
 #include "document/plane_format.h"
 #include "frontend/document_pixels.h"
 #include "render/render.h"
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 #include "tools/sample_blocks.h"
 
 #if !defined(TESSARY_HONEST_PART)

@@ -12,7 +12,7 @@
 
 #include "frontend/document_pixels.h"
 #include "render/render.h"
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 #include "tools/sample_blocks.h"
 
 namespace tessary::test {

@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 
 namespace tessary::tools {
 

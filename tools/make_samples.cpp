@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "document/plane_format.h"
-#include "tests/support/document_builder.h"
 #include "tools/bombs.h"
+#include "tools/document_builder.h"
 #include "tools/sample_blocks.h"
 #include "tools/sample_effects.h"
 #include "tools/sample_picture.h"

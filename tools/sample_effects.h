@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 
 namespace tessary::tools {
 

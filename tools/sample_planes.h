@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 #include "tools/sample_picture.h"
 
 namespace tessary::tools {

@@ -8,8 +8,8 @@
 #include <stdexcept>
 
 #include "frontend/document_pixels.h"
-#include "tests/support/document_builder.h"
-#include "tests/support/memory_stream.h"
+#include "tools/document_builder.h"
+#include "tools/memory_stream.h"
 
 namespace tessary::tools {
 

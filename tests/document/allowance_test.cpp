@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "document/plane_format.h"
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 
 namespace tessary::test {
 namespace {

@@ -10,7 +10,7 @@
 #include "document/plane_decoder.h"
 #include "render/color_convert.h"
 #include "tests/document/plain_planes.h"
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 
 namespace tessary::test {
 namespace {
@@ -110,11 +110,8 @@ TEST(TaggedBlocks, EachKeyHasItsField) {
     using W = ByteWriter;
     // Effects whose lengths no file can have do not take the blocks behind them along.
     W huge = W().U32(0).U32(16).ClassName("null").U32(2).U32(1u << 31).Text("TEXT").U32(~0u);
-    LayerBuilder record = Small()
-                              .Block("lfx2", huge.Bool("on", true))
-                              .Block("knko", {1, 9, 9, 9})
-                              .Block("iOpa", {128, 0, 0, 0})
-                              .Block("odd ", Bytes(5));
+    LayerBuilder record = Small().Block("lfx2", huge.Bool("on", true)).Block("odd ", Bytes(5));
+    record.Block("knko", {1, 9, 9, 9}).Block("iOpa", {128, 0, 0, 0});
     record.Block("lclr", {1, 2, 3, 4, 5, 6, 7, 8}).Block("lspf", W().U32(0x80000002)).Block("tsly", Bytes(4));
     record.Block("fxrp", W().F64(1e300).F64(-2.9)).Block("lyid", W().I32(-8));
     // 0xFFFF0001 is no channel's id, whatever its low half says.
@@ -149,28 +146,21 @@ TEST(LayerPixels, ChannelsArePlacedById) {
     const Pixels want = {0x09010305, 0x0A020406}, opaque = {0xFF010000, 0xFF020000};
     const Channels inks = {{0, {255, 0}}, {1, {255, 0}}, {2, {255, 0}}, {3, {255, 255}}, {-1, {9, 10}}};
     const Channels wide = {{0, {1, 255, 2, 0}}, {1, {3, 0, 4, 0}}, {2, {5, 0, 6, 0}}, {-1, {9, 0, 10, 0}}};
+    const Bytes half = ByteWriter().U16(3).Raw(Zip({0, 255, 16}));
     const std::tuple<uint32_t, uint32_t, LayerBuilder, Pixels> cases[] = {
         {3, 8, Raw({{2, {5, 6}}, {1, {3, 4}}, {0, {1, 2}}, {-1, {9, 10}}}), want},
         {3, 16, Raw(wide), want},
         {3, 8, Raw({{0, {1, 2}}, {0, {3, 4}}}), opaque},
-        {3,
-         8,
-         Raw({{3, {7}}, {-1, {9}}, {0, {1, 2}}, {1, {}}, {2, {}}}),
-         {0x09010000, 0x00020000}},  // and a spot colour
-        {3,
-         8,
-         Raw({{3, {7, 7}}, {-1, {9, 9}}, {0, {1, 2}}, {1, {3, 4}}}),
-         {0xFF010300, 0xFF020400}},  // blue is missing
+        // And a spot colour; blue is missing.
+        {3, 8, Raw({{3, {7}}, {-1, {9}}, {0, {1, 2}}, {1, {}}, {2, {}}}), {0x09010000, 0x00020000}},
+        {3, 8, Raw({{3, {7, 7}}, {-1, {9, 9}}, {0, {1, 2}}, {1, {3, 4}}}), {0xFF010300, 0xFF020400}},
         {4, 8, Raw(inks), {0x09FFFFFF, 0x0A010101}},
         {0, 1, Raw({{0, {0x80}}}), {0xFF000000, 0xFFFFFFFF}},
         {7, 16, Raw({{0, {1, 2, 3, 4}}}), {0, 0}},  // no such pixels
         {3, 8, Raw({{2, {5, 6}}, {1, {}}}).ChannelData(-1, {}).ChannelData(0, {1}), {5, 6}},
         {3, 8, LayerBuilder({-9, -9, -7, -8}).Pixels(want, 3), want},
         // Half a sample, behind which nothing of the layer before it is left.
-        {3,
-         16,
-         LayerBuilder(kTwo).ChannelData(0, ByteWriter().U16(3).Raw(Zip({0, 255, 16}))),
-         {0xFF000000, 0xFF100000}},
+        {3, 16, LayerBuilder(kTwo).ChannelData(0, half), {0xFF000000, 0xFF100000}},
     };
     for (const auto& [mode, depth, layer, pixels] : cases) {
         DocumentBuilder document(mode, depth, 1, 2, 1);
@@ -330,22 +320,35 @@ TEST(PlaneDecoder, RefusesWhatCannotBeDecoded) {
 TEST(MergedImage, EveryModeDepthAndCompression) {
     Bytes palette(768, 9);
     palette[1] = 0x11, palette[257] = 0x22, palette[513] = 0x33;
+    constexpr uint32_t kBlack = 0xFF000000;
+    const Bytes floats = {0x3F, 0x80, 0, 0, 0x3F, 0xC0, 0, 0, 0xBF, 0, 0, 0};  // 1, 1.5, -0.5
+    // NaN, -infinity, 2^24 * 1.0078125, 2^23 + 1
+    const Bytes beyond = {0x7F, 0xC0, 0, 0, 0xFF, 0x80, 0, 0, 0x4B, 0x81, 0, 0, 0x4B, 0, 0, 1};
+    const Bytes rgba = {0x3F, 0x80, 0, 0, 0, 0, 0, 0, 0x3F, 0, 0, 0, 0x3E, 0x80, 0, 0};
+    const Bytes inks = {255, 0, 9, 255, 255, 9, 255, 255, 9, 255, 255, 0};
     const struct {
         const char* what;
         uint32_t mode, depth, channels, width;
         Bytes names, planes;  // names: resource 1006
         Pixels want;
     } cases[] = {
-        {"bitmap", 0, 1, 1, 3, {}, {0x50}, {0xFFFFFFFF, 0xFF000000, 0xFFFFFFFF}},
+        {"bitmap", 0, 1, 1, 9, {}, {0xA5, 0x7F}, {kBlack, ~0u, kBlack, ~0u, ~0u, kBlack, ~0u, kBlack, ~0u}},
         {"gray of 16 bits", 1, 16, 1, 2, {}, {0x12, 0xFF, 0xFE, 0}, {0xFF121212, 0xFFFEFEFE}},
-        {"gray of 32 bits", 1, 32, 1, 2, {}, {0x3F, 0, 0, 0, 0xBF, 0, 0, 0}, {0xFF7F7F7F, 0xFF818181}},
+        {"gray of 32 bits", 1, 32, 1, 3, {}, floats, {~0u, 0xFF7E7E7E, 0xFF818181}},
+        {"gray beyond bytes", 8, 32, 1, 4, {}, beyond, {kBlack, kBlack, kBlack, ~0u}},
+        {"gray, no alpha is named", 1, 8, 3, 1, {}, {5, 6, 7}, {0xFF050505}},
         {"gray, alpha is named", 1, 8, 2, 2, {1, 'a'}, {10, 250, 128, 1}, {0xFF0A0A0A, 0xFFFAFAFA}},
         {"gray, second alpha is named", 8, 8, 3, 1, {0}, {10, 128, 77}, {0x800A0A0A}},
         {"indexed", 2, 8, 1, 3, {}, {1, 2, 200}, {0xFF112233, 0x00090909, 0xFF090909}},
         {"rgb and alpha", 3, 8, 4, 1, {}, {1, 2, 3, 4}, {0x04010203}},
+        {"rgb of 32 bits and alpha", 3, 32, 4, 1, {}, rgba, {0x3FFF007F}},
         {"rgb and two", 3, 8, 5, 1, {}, {1, 2, 3, 4, 5}, {0xFF010203}},
         {"rgb and two, one named", 3, 8, 5, 1, {0}, {1, 2, 3, 4, 5}, {0x04010203}},
+        {"cmyk", 4, 8, 4, 3, {}, inks, {~0u, 0xFF01FFFF, kBlack}},
+        {"cmyk of 16 bits", 4, 16, 4, 1, {}, {255, 0, 128, 255, 0, 255, 255, 1}, {0xFFFF8101}},
         {"cmyk and alpha", 4, 8, 5, 1, {}, {0, 255, 128, 255, 7}, {0x0701FF81}},
+        {"multichannel", 7, 8, 3, 2, {}, {0, 255, 1, 128, 100, 254}, {0xFF010265, 0xFFFF81FF}},
+        {"lab", 9, 8, 3, 2, {}, {2, 255, 128, 128, 128, 128}, {kBlack, 0xFFFCFCFC}},
         {"multichannel, names are colours", 7, 8, 4, 1, {0, 0}, {0, 255, 128, 255}, {0xFF01FF81}},
     };
     for (const auto& test : cases) {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 #include "tools/sample_effects.h"
 
 namespace tessary::test {
@@ -30,11 +30,8 @@ TEST(Patterns, AreFoundByTheirIdentifier) {
     for (const std::string_view key : {"Patt", "Pat2"}) {
         for (const uint16_t compression : {uint16_t{0}, uint16_t{1}}) {
             for (const uint32_t depth : {8u, 16u}) {
-                const Bytes other = PatternOf("other", 1, {0xFF445566});
-                const Bytes block = ByteWriter()
-                                        .Raw(other)
-                                        .Raw(PatternOf("one", 3, kPixels, compression, depth))
-                                        .Raw(PatternOf("one", 1, {0}));
+                ByteWriter block = ByteWriter().Raw(PatternOf("other", 1, {0xFF445566}));
+                block.Raw(PatternOf("one", 3, kPixels, compression, depth)).Raw(PatternOf("one", 1, {0}));
                 const auto document = WithBlock(block, key);
                 const PsdPattern* const pattern = FindPattern(*document, Named("one", 1));
                 ASSERT_TRUE(pattern);

@@ -7,7 +7,7 @@
 #include "document/big_endian.h"
 #include "document/byte_reader.h"
 #include "document/descriptor.h"
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 
 namespace tessary::test {
 namespace {
@@ -64,22 +64,14 @@ TEST(ByteReader, ColorStructuresTakeTenBytes) {
 TEST(Descriptor, WalksConsumeExactlyTheirData) {
     W names, tree, lists;
     const W huge = W().U32(2).Text("alis").U32(0x80000003).Text("long").U32(1);
-    names.ItemHead("name", "obj ")
-        .U32(8)
-        .Text("prop")
-        .ClassName("a")
-        .Id("longer")
-        .Text("Clss")
-        .ClassName("bb");
+    names.ItemHead("name", "obj ").U32(8).Text("prop").ClassName("a").Id("longer").Text("Clss");
+    names.ClassName("bb");
     names.Text("Enmr").ClassName("kind").Id("type").Id("v").Text("rele").ClassName("c").U32(3).Text("Idnt");
     names.U32(7).Text("indx").U32(8).Text("name").Unicode(u"x").Text("none");
     tree.Unicode(u"nn").Id("class").U32(14).Long("l", 1).Double("doub", 2).Bool("on", true).Raw(names);
     tree.Unit("length", "#Pxl", 3).ItemHead("text", "TEXT").Unicode(u"abc").ItemHead("raw", "alis").U32(3);
-    tree.Zeros(3)
-        .ItemHead("unknown", "nope")
-        .Enum("mode", "kind", "longer")
-        .ItemHead("g", "GlbC")
-        .ClassName("c");
+    tree.Zeros(3).ItemHead("unknown", "nope").Enum("mode", "kind", "longer");
+    tree.ItemHead("g", "GlbC").ClassName("c");
     tree.ItemHead("c", "type").ClassName("c").ItemHead("o", "Objc").ClassName("null").U32(1).Long("in", 5);
     tree.ItemHead("p", "GlbO").ClassName("null").U32(0).ItemHead("list", "VlLs").U32(2).Text("long").U32(9);
     tree.Text("VlLs").U32(1).Text("bool").U8(1);

@@ -15,7 +15,8 @@
 #include "properties/property_readers.h"
 #include "render/kernels.h"
 #include "tests/render/plain_rule.h"
-#include "tests/support/document_builder.h"
+#include "tests/support/text_picture.h"
+#include "tools/document_builder.h"
 #include "tools/sample_effects.h"
 
 namespace tessary::test {
@@ -39,23 +40,25 @@ struct BlockRead : StreamReader {
     PsdReadResult result;
 };
 
-ByteWriter LevelsBlock(uint32_t version, const Bytes& extra = {}) {
-    ByteWriter levels;
-    levels.U16(version);
-    for (uint32_t i = 0; i < 29; ++i) levels.U16(i).U16(255 - i).U16(1).U16(254).U16(100 + i);
-    return levels.Raw(extra);
-}
+using Numbers = std::vector<int>;
 
-// Composite and blue, two points each.
-ByteWriter CurvesBlock(uint32_t version, std::string_view signature = "", uint32_t extraVersion = 4,
-                       uint32_t count = 2) {
-    ByteWriter curves;
-    curves.U8(0).U16(version).U32(1 << 0 | 1 << 3);
-    for (int i = 0; i < 2; ++i) curves.U16(2).U16(10).U16(20).U16(200).U16(250);
-    if (signature.empty()) return curves.U32(0);
-    curves.Text(signature).U16(extraVersion).U32(count);
-    curves.U16(1).U16(2).U16(10).U16(20).U16(200).U16(250);
-    return curves.U16(2).U16(2).U16(10).U16(20).U16(200).U16(250);
+ByteWriter Words(const Numbers& values, size_t zeros = 0) {
+    ByteWriter out;
+    for (const int value : values) out.I16(value);
+    return out.Zeros(zeros);
+}
+// Composite first; channels that are not given stay as they are.
+ByteWriter Levels(const std::vector<Numbers>& levels, int version = 2) {
+    ByteWriter out = Words({version});
+    for (size_t i = 0; i < 29; ++i)
+        out.Raw(Words(i < levels.size() ? levels[i] : Numbers{0, 255, 0, 255, 100}));
+    return out;
+}
+// The composite's curve first; points of output and input.
+ByteWriter Curves(uint32_t channels, const std::vector<Numbers>& curves, uint32_t version = 1) {
+    ByteWriter out = ByteWriter().U8(0).U16(version).U32(channels);
+    for (const Numbers& points : curves) out.U16(static_cast<uint32_t>(points.size() / 2)).Raw(Words(points));
+    return out;
 }
 
 ByteWriter Descriptor(uint32_t itemCount) { return ByteWriter().U32(16).ClassName("null").U32(itemCount); }
@@ -67,6 +70,13 @@ ByteWriter& Object(ByteWriter& out, std::string_view key, std::string_view class
 
 TEST(PropertyReaders, TurnBlocksIntoKindsAndCodes) {
     const auto extra = [](std::string_view text, uint32_t n) { return ByteWriter().Text(text).U32(n); };
+    // Composite and blue, and both again behind a signature.
+    const auto curves = [](uint32_t version, std::string_view text = {}, int extraVersion = 4, int n = 2) {
+        const Numbers points = {10, 20, 200, 250}, again = {1, 2, 10, 20, 200, 250, 2, 2, 10, 20, 200, 250};
+        ByteWriter block = Curves(9, {points, points}, version);
+        if (text.empty()) return block.U32(0);
+        return block.Text(text).Raw(Words({extraVersion, 0, n})).Raw(Words(again));
+    };
     const auto v = [](uint32_t version, size_t zeros) { return ByteWriter().U16(version).Zeros(zeros); };
     const auto old = [](std::string_view text) { return ByteWriter().U16(0).U16(2).Text(text); };
     const struct {
@@ -77,16 +87,16 @@ TEST(PropertyReaders, TurnBlocksIntoKindsAndCodes) {
         bool rebuild = false;
         uint32_t length = 0;  // 0: the block's own
     } cases[] = {
-        {"levl", LevelsBlock(2, extra("Lvls", 3 << 16 | 65535)), 6, 1, 0, true},
-        {"levl", LevelsBlock(1), 6, 1, -503},
-        {"levl", LevelsBlock(2, extra("lvls", 0)), 6, 1, -505},
-        {"levl", LevelsBlock(2), 6, 1, -506, false, 296},
-        {"levl", LevelsBlock(2, extra("Lvls", 0)), 6, 1, -507},
-        {"curv", CurvesBlock(4, "Crv "), 7, 2, 0, true},
-        {"curv", CurvesBlock(1, "Crv ", 4, 3), 7, 2},  // a copy too many
-        {"curv", CurvesBlock(2), 7, 2, -508},
-        {"curv", CurvesBlock(1, "Crv_"), 7, 2, -509},
-        {"curv", CurvesBlock(1, "Crv ", 3), 7, 2, -510},
+        {"levl", Levels({}).Raw(extra("Lvls", 3 << 16 | 65535)), 6, 1, 0, true},
+        {"levl", Levels({}, 1), 6, 1, -503},
+        {"levl", Levels({}).Raw(extra("lvls", 0)), 6, 1, -505},
+        {"levl", Levels({}), 6, 1, -506, false, 296},
+        {"levl", Levels({}).Raw(extra("Lvls", 0)), 6, 1, -507},
+        {"curv", curves(4, "Crv "), 7, 2, 0, true},
+        {"curv", curves(1, "Crv ", 4, 3), 7, 2},  // a copy too many
+        {"curv", curves(2), 7, 2, -508},
+        {"curv", curves(1, "Crv_"), 7, 2, -509},
+        {"curv", curves(1, "Crv ", 3), 7, 2, -510},
         {"curv", ByteWriter().U8(0).U16(1).U32(0xFFFFFFFF).U16(65535).U16(1), 7, 2, 0, true},
         {"hue2", v(0, 100), 10, 5, -511},
         {"selc", v(1, 82), 11, 6, 0, true},
@@ -171,40 +181,22 @@ TEST(ObjectEffects, ReadsADropShadowWhole) {
 }
 
 TEST(ObjectEffects, ReadWhatPaintsAndWhatShapes) {
-    const auto bevel = tools::Items()
-                           .Choice("bvlS", "none")
-                           .Choice("bvlT", "Slmt")
-                           .Choice("bvlD", "Out ")
-                           .Angle("Angl", 11)
-                           .Angle("lagl", 77.7)
-                           .Angle("Angl", 12)
-                           .Angle("Lald", 120)
-                           .Percent("srgR", 5000)
-                           .Pixels("Sftn", -4)
-                           .Flag("antialiasGloss")
-                           .Flag("useShape")
-                           .Flag("useTexture")
-                           .Percent("textureDepth", -2000)
-                           .Percent("Scl ", 0)
-                           .Flag("Algn", false)
-                           .Offset("phase", 2.5, -3);
-    const auto stroke = tools::Items()
-                            .Percent("Scl ", 33.3)
-                            .Choice("gradientsInterpolationMethod", "Lnr ")
-                            .Choice("Type", "shapeburst")
-                            .Offset("phase", 1.5, 2);
+    tools::Items bevel, stroke;
+    bevel.Choice("bvlS", "none").Choice("bvlT", "Slmt").Choice("bvlD", "Out ").Percent("srgR", 5000);
+    bevel.Angle("Angl", 11).Angle("lagl", 77.7).Angle("Angl", 12).Angle("Lald", 120).Pixels("Sftn", -4);
+    bevel.Flag("antialiasGloss").Flag("useShape").Flag("useTexture").Percent("textureDepth", -2000);
+    bevel.Percent("Scl ", 0).Flag("Algn", false).Offset("phase", 2.5, -3);
+    stroke.Percent("Scl ", 33.3).Choice("gradientsInterpolationMethod", "Lnr ");
+    stroke.Choice("Type", "shapeburst").Offset("phase", 1.5, 2);
     const auto gradient = tools::Items().Choice("gs99", "Smoo").Percent("Scl ", 9999);
     const auto pattern = tools::Items().Flag("Algn", false).Offset("phase", 7, 8.25).Angle("Angl", 0.5);
     const std::vector<tools::EffectItems> effects = {
         {"ebbl", bevel}, {"FrFX", stroke}, {"GrFl", gradient}, {"patternFill", pattern}};
     BlockRead read("lfx2", ByteWriter().Raw(tools::EffectsBlock(effects)));
     const BevelSettings& b = read.Get().bevel;
-    EXPECT_EQ(
-        (Values{b.style, b.technique, b.directionDown, static_cast<uint32_t>(b.angleDegrees),
-                static_cast<uint32_t>(b.altitudeDegrees), static_cast<uint32_t>(b.depthPercent),
-                static_cast<uint32_t>(b.soften), static_cast<uint32_t>(b.textureDepthPercent + 2000),
-                static_cast<uint32_t>(b.rangePercent)}),
-        (Values{BevelSettings::kOtherStyle, BevelSettings::kChiselSoft, 1, 77, 90, 1000, 0, 1000, 100}));
+    EXPECT_EQ(All(b.style, b.technique, b.directionDown, b.angleDegrees, b.altitudeDegrees),
+              All(BevelSettings::kOtherStyle, BevelSettings::kChiselSoft, true, 77, 90));
+    EXPECT_EQ(All(b.depthPercent, b.soften, b.textureDepthPercent, b.rangePercent), All(1000, 0, -1000, 100));
     EXPECT_EQ(All(b.glossAntiAlias, b.useContour, b.useTexture, b.textureLinked, b.textureScalePercent,
                   b.texturePhase.horizontal),
               All(true, true, true, false, 1, 2.5));
@@ -306,26 +298,6 @@ TEST(OldEffects, BevelsAreStoredInTheirOwnUnits) {
     }
 }
 
-using Numbers = std::vector<int>;
-
-ByteWriter Words(const Numbers& values, size_t zeros = 0) {
-    ByteWriter out;
-    for (const int value : values) out.I16(value);
-    return out.Zeros(zeros);
-}
-// Composite first; channels that are not given stay as they are.
-ByteWriter Levels(const std::vector<Numbers>& levels) {
-    ByteWriter out = Words({2});
-    for (size_t i = 0; i < 29; ++i)
-        out.Raw(Words(i < levels.size() ? levels[i] : Numbers{0, 255, 0, 255, 100}));
-    return out;
-}
-// The composite's curve first; points of output and input.
-ByteWriter Curves(uint32_t channels, const std::vector<Numbers>& curves) {
-    ByteWriter out = ByteWriter().U8(0).U16(1).U32(channels);
-    for (const Numbers& points : curves) out.U16(static_cast<uint32_t>(points.size() / 2)).Raw(Words(points));
-    return out;
-}
 ByteWriter Hue(const Numbers& master, const Numbers& reds) {
     ByteWriter out =
         Words({2, 0, 0, 0, 0}).Raw(Words(master)).Raw(Words({315, 345, 15, 45})).Raw(Words(reds));
@@ -514,25 +486,27 @@ struct Scene {
 };
 
 TEST(ApplyAdjustment, RecoloursTheAreaInsideTheLayerAndKeepsAlpha) {
-    const Rect whole = {0, 0, 4, 3};  // what a layer without pixels of its own becomes
-    for (const Rect& bounds : {Rect{-2, -1, 3, 2}, {2, 1, 6, 9}, {4, 0, 9, 3}, {7, 7, 7, 7}}) {
+    const std::tuple<Rect, Rect, const char*> cases[] = {
+        // the layer and what it becomes, which is all when it has no pixels; letters for those of the canvas
+        {{-2, -1, 3, 2}, {-2, -1, 3, 2}, "...../...bc/...fg"},
+        {{2, 1, 6, 4}, {2, 1, 6, 4}, "g.../k.../...."},
+        {{4, 0, 9, 3}, {4, 0, 9, 3}, "...../...../....."},
+        {{7, 7, 7, 7}, {0, 0, 4, 3}, ".bc./.fg./.jk."},
+    };
+    for (const auto& [bounds, after, picture] : cases) {
         Scene scene(kLayerInvert);
         PsdLayer& layer = scene.layer;
         layer.bounds = bounds;
-        layer.width = static_cast<int32_t>(bounds.Width()),
+        layer.width = static_cast<int32_t>(bounds.Width());
         layer.height = static_cast<int32_t>(bounds.Height());
         if (layer.width)
             layer.image = AllocateZeroed<uint32_t>({uint64_t(layer.width), uint64_t(layer.height)});
         ASSERT_TRUE(scene.Apply({1, 0, 3, 3}));
-        EXPECT_EQ(layer.bounds, bounds.IsEmpty() ? whole : bounds);
-        EXPECT_EQ(All(layer.width, layer.height), All(layer.bounds.Width(), layer.bounds.Height()));
-        EXPECT_FALSE(layer.rebuildTables);
-        for (int i = 0; i < layer.width * layer.height; ++i) {
-            const int x = layer.bounds.left + i % layer.width, y = layer.bounds.top + i / layer.width;
-            const bool inside = x >= 1 && x < 3 && y >= 0 && y < 3;
-            const uint32_t want = inside ? scene.document.canvas[size_t(y * 4 + x)] ^ 0xFFFFFF : 0;
-            EXPECT_EQ(layer.image[size_t(i)], want) << bounds.left << ' ' << i;
-        }
+        EXPECT_EQ(All(layer.bounds, layer.width, layer.height, layer.rebuildTables),
+                  All(after, after.Width(), after.Height(), false));
+        std::map<uint32_t, char> letters = {{0, '.'}};
+        for (char c = 'a'; c <= 'l'; ++c) letters[scene.document.canvas[size_t(c - 'a')] ^ 0xFFFFFF] = c;
+        EXPECT_EQ(TextOf(layer.image.span(), size_t(layer.width), letters), picture);
     }
 }
 

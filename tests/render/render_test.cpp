@@ -20,67 +20,59 @@
 #include "render/kernels.h"
 #include "render/pixel_vectors.h"
 #include "tests/render/plain_rule.h"
-#include "tests/support/document_builder.h"
+#include "tests/render/random_document.h"
+#include "tests/support/text_picture.h"
+#include "tools/document_builder.h"
 #include "tools/sample_blocks.h"
 
 namespace tessary::test {
 namespace {
 
-constexpr int32_t kLowest = std::numeric_limits<int32_t>::min(),
-                  kHighest = std::numeric_limits<int32_t>::max();
+constexpr int32_t kHighest = std::numeric_limits<int32_t>::max();
 using Pixels = std::vector<uint32_t>;
 constexpr Rect kWhole = {0, 0, 4, 3};
 
 DocumentBuilder SmallDocument() { return DocumentBuilder(kColorRgb, 8, 3, 4, 3).HasRealMergedData(false); }
 
-TEST(Render, AnswersForWhatItCannotDraw) {
-    EXPECT_EQ(Render(nullptr, 0, 0, 1, 1), PsdReadResult::kNoDocument);
-    PsdDocument document;
-    document.width = 4;
-    document.height = 3;
-    const Rect outside[] = {
-        {4, 0, 1, 1}, {0, 3, 1, 1}, {0, 0, 1, -1}, {-5, 0, 5, 1}, {kHighest, 0, kHighest, 9}};
-    for (const auto& [x, y, width, height] : outside)
-        EXPECT_EQ(Render(&document, x, y, width, height), PsdReadResult::kEmptyArea) << x << ", " << y;
-    EXPECT_FALSE(document.canvas);
-}
-
 TEST(Render, DrawsInsideTheClampedRectangleOnly) {
-    const std::pair<Rect, Rect> cases[] = {{{0, 0, 4, 3}, kWhole},  // x, y, width, height; what is drawn
-                                           {{1, 1, 2, 1}, {1, 1, 3, 2}},
-                                           {{-2, -1, 3, 3}, {0, 0, 1, 2}},
-                                           {{3, 2, kHighest, kHighest}, {3, 2, 4, 3}}};
+    const std::pair<Rect, const char*> cases[] = {
+        // x, y, width, height; what is drawn
+        {{4, 0, 1, 1}, ""},
+        {{0, 3, 1, 1}, ""},
+        {{0, 0, 1, -1}, ""},
+        {{-5, 0, 5, 1}, ""},
+        {{kHighest, 0, kHighest, 9}, ""},
+        {{0, 0, 4, 3}, "####/####/####"},
+        {{1, 1, 2, 1}, "..../.##./...."},
+        {{-2, -1, 3, 3}, "#.../#.../...."},
+        {{3, 2, kHighest, kHighest}, "..../..../...#"},
+    };
     const auto opened = OpenBytes(SmallDocument().Layer(LayerBuilder(kWhole).Solid(0xFF102030)).Build());
     PsdDocument& document = *opened.document;
     for (const auto& [asked, drawn] : cases) {
         // A second call draws over the first in its own rectangle and leaves the rest.
-        if (document.canvas) std::fill_n(document.canvas.get(), 12, 7);
-        ASSERT_EQ(Render(&document, asked.left, asked.top, asked.right, asked.bottom), PsdReadResult::kOk);
-        for (int32_t i = 0; i < 12; ++i) {
-            const bool inside = !Intersect({i % 4, i / 4, i % 4 + 1, i / 4 + 1}, drawn).IsEmpty();
-            EXPECT_EQ(document.canvas[static_cast<size_t>(i)], inside ? 0xFF102030 : 7) << i;
-        }
+        std::ranges::fill(document.canvas.span(), 7u);
+        EXPECT_EQ(Render(&document, asked.left, asked.top, asked.right, asked.bottom),
+                  *drawn ? PsdReadResult::kOk : PsdReadResult::kEmptyArea);
+        EXPECT_EQ(TextOf(document.canvas.span(), 4, {{7, '.'}, {0xFF102030, '#'}}), drawn);
     }
+    EXPECT_EQ(Render(nullptr, 0, 0, 1, 1), PsdReadResult::kNoDocument);
 }
 
 TEST(Render, NoiseIsFixedByItsSeed) {
-    PsdDocument a, b;
-    for (PsdDocument* document : {&a, &b}) {
-        document->width = document->height = 99;
-        ASSERT_EQ(Render(document, 0, 0, 1, 1, 1), PsdReadResult::kOk);
-        EXPECT_FALSE(document->noiseMap) << "nothing dissolves";
-        document->layers = AllocateZeroed<PsdLayer>({1});
-        PsdLayer& layer = document->layers[0];
-        layer.bounds = {0, 0, 1, 1};
-        layer.width = layer.height = 1;
-        layer.image = AllocateZeroed<uint32_t>({1});
-        layer.blendMode = kBlendDissolve;
-    }
-    for (const uint64_t seed : {1u, 9u}) ASSERT_EQ(Render(&a, 0, 0, 1, 1, seed), PsdReadResult::kOk);
-    ASSERT_EQ(Render(&b, 0, 0, 1, 1, 1), PsdReadResult::kOk);
-    EXPECT_TRUE(std::ranges::equal(a.noiseMap.span(), b.noiseMap.span())) << "the first pattern stays";
+    const auto draw = [](const char* mode, std::initializer_list<uint64_t> seeds) {
+        DocumentBuilder builder(kColorRgb, 8, 3, 99, 99);
+        Opened opened = OpenBytes(builder.Layer(LayerBuilder({0, 0, 1, 1}).Solid(~0u).Mode(mode)).Build());
+        for (const uint64_t seed : seeds)
+            EXPECT_EQ(Render(opened.document.get(), 0, 0, 1, 1, seed), PsdReadResult::kOk);
+        const auto noise = opened.document->noiseMap.span();
+        return std::vector<uint8_t>(noise.begin(), noise.end());
+    };
+    const auto noise = draw("diss", {1, 9});
+    EXPECT_EQ(noise, draw("diss", {1})) << "the first pattern stays";
+    EXPECT_TRUE(draw("norm", {1}).empty()) << "nothing dissolves";
     // Five standard deviations are 3.7.
-    EXPECT_NEAR(std::accumulate(a.noiseMap.get(), a.noiseMap.get() + 99 * 99, 0.0) / (99 * 99), 127.5, 4);
+    EXPECT_NEAR(std::accumulate(noise.begin(), noise.end(), 0.0) / double(noise.size()), 127.5, 4);
 }
 
 // Records over a background of grey, read from a file.
@@ -160,59 +152,18 @@ TEST(Render, EffectsTakeLittleMemory) {
     }
 }
 
-constexpr uint32_t kLeft = 0x12345678;  // not converted
-
-// One row of `width` pixels; the planes are given as they are handed over: colours, then transparency.
-struct RowOf {
-    uint32_t mode, depth, width;
-    std::vector<std::vector<uint8_t>> planes;
-    bool lastIsAlpha = false;
-    Pixels palette = {};
-    int32_t transparencyIndex = -1;
-
-    Pixels Convert() const {
-        PlaneBlock block = {.colorMode = mode, .depth = depth, .width = width, .height = 1};
-        block.planeCount = static_cast<uint32_t>(planes.size());
-        for (size_t i = 0; i < planes.size() - lastIsAlpha && i < 4; ++i) block.color[i] = planes[i].data();
-        if (lastIsAlpha) block.alpha = planes.back().data();
-        block.palette = palette;
-        block.transparencyIndex = transparencyIndex;
-        Pixels pixels(width, kLeft);
-        ConvertPlanes(block, pixels.data());
-        return pixels;
-    }
-};
-
-TEST(ConvertPlanes, HandComputedPixels) {
-    const std::vector<uint8_t> floats = {0x3F, 0x80, 0, 0, 0x3F, 0xC0, 0, 0, 0xBF, 0, 0, 0};  // 1, 1.5, -0.5
-    // NaN, -infinity, 2^24 * 1.0078125, 2^23 + 1
-    const std::vector<uint8_t> beyond = {0x7F, 0xC0, 0, 0, 0xFF, 0x80, 0, 0, 0x4B, 0x81, 0, 0, 0x4B, 0, 0, 1};
-    const std::vector<uint8_t> half = {0x3F, 0, 0, 0}, quarter = {0x3E, 0x80, 0, 0};
-    constexpr uint32_t kBlack = 0xFF000000, kWhite = 0xFFFFFFFF;
-    const std::pair<RowOf, Pixels> cases[] = {
-        {{0, 1, 9, {{0xA5, 0x7F}}}, {kBlack, ~0u, kBlack, ~0u, ~0u, kBlack, ~0u, kBlack, ~0u}},
-        {{1, 8, 1, {{5}, {6}, {7}}, true}, {0xFF050505}},  // three planes: the last is no transparency
-        {{1, 32, 3, {floats}}, {kWhite, 0xFF7E7E7E, 0xFF818181}},
-        {{8, 32, 4, {beyond}}, {kBlack, kBlack, kBlack, kWhite}},
-        {{3, 32, 1, {floats, {0, 0, 0, 0}, half, quarter}, true}, {0x3FFF007F}},
-        {{4, 8, 3, {{255, 0, 9}, {255, 255, 9}, {255, 255, 9}, {255, 255, 0}}}, {kWhite, 0xFF01FFFF, kBlack}},
-        {{4, 16, 1, {{255, 0}, {128, 255}, {0, 255}, {255, 1}}}, {0xFFFF8101}},
-        {{7, 8, 2, {{0, 255}, {1, 128}, {100, 254}}}, {0xFF010265, 0xFFFF81FF}},
-        {{2, 8, 3, {{1, 0, 2}}, false, {0xFF010203, 0xFF040506}, 1}, {0x00040506, 0xFF010203, 0xFFFEFEFE}},
-        {{2, 8, 2, {{1, 0}}, false, {}, 1}, {0, 0}},
-        {{9, 8, 2, {{2, 255}, {128, 128}, {128, 128}}}, {kBlack, 0xFFFCFCFC}},
-    };
-    for (const auto& [row, want] : cases) EXPECT_EQ(row.Convert(), want) << row.mode << ' ' << row.depth;
-}
-
 TEST(ConvertPlanes, LabBytesGiveWhatTheFormulaGives) {
     constexpr uint32_t kCount = 65536 + 3;
     std::vector<uint8_t> high(kCount), low(kCount);
+    Pixels pixels(kCount);
     for (uint32_t i = 0; i < kCount; ++i) high[i] = static_cast<uint8_t>(i >> 8);
     for (uint32_t i = 0; i < kCount; ++i) low[i] = static_cast<uint8_t>(i);
     for (int32_t lightness = 0; lightness < 100; ++lightness) {
         const std::vector<uint8_t> light(kCount, static_cast<uint8_t>((lightness * 256 + 99) / 100));
-        const Pixels pixels = RowOf{9, 8, kCount, {light, high, low}}.Convert();
+        PlaneBlock block = {.colorMode = kColorLab, .depth = 8, .width = kCount, .height = 1};
+        block.planeCount = 3;
+        block.color[0] = light.data(), block.color[1] = high.data(), block.color[2] = low.data();
+        ConvertPlanes(block, pixels.data());
         for (uint32_t i = 0; i < kCount; ++i) {
             const uint32_t want = LabToArgb(255, lightness, high[i] - 128, low[i] - 128);
             ASSERT_EQ(pixels[i], want) << lightness << ' ' << i;
@@ -311,130 +262,34 @@ uint32_t PlainRender(const PsdDocument& document, int64_t x, int64_t y) {
     return canvas;
 }
 
-// A document whose layers have some of everything, extreme rectangles included.
-class RandomDocument {
-public:
-    RandomDocument(uint32_t seed, uint32_t width, uint32_t height) : m_random(seed) {
-        document.width = width;
-        document.height = height;
-        document.colorMode = Below(5) == 0 ? kColorCmyk : kColorRgb;
-        document.layers = AllocateZeroed<PsdLayer>({2 + Below(6)});
-        for (PsdLayer& layer : document.layers.span()) FillLayer(layer);
-    }
-    PsdDocument document;
-
-private:
-    uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(m_random()) % limit; }
-    bool Sometimes() { return Below(4) == 0; }
-    uint8_t Byte() { return Below(3) ? 255 : static_cast<uint8_t>(Below(2) * Below(256)); }
-    int32_t Near(uint32_t size) { return static_cast<int32_t>(Below(size + 8)) - 4; }
-    Rect Bounds() {
-        const int32_t left = Near(document.width), top = Near(document.height);
-        return {left, top, left + Near(document.width), top + Near(document.height)};
-    }
-    PsdBlendRange Range() {
-        const uint32_t black = Below(2) * Below(0x3000), white = 0xFFFF - Below(2) * Below(0x3000);
-        return {static_cast<uint16_t>(black), static_cast<uint16_t>(white)};
-    }
-    template <class T>
-    Owned<T> Allocate(const Rect& rect) {
-        if (rect.IsEmpty()) return {};
-        return AllocateZeroed<T>({static_cast<uint64_t>(rect.Width()), static_cast<uint64_t>(rect.Height())});
-    }
-
-    void FillLayer(PsdLayer& layer) {
-        layer.bounds = Sometimes() ? Rect{-1, 0, 2000, 20} : Bounds();
-        layer.width = WrapSubtract(layer.bounds.right, layer.bounds.left);
-        layer.height = WrapSubtract(layer.bounds.bottom, layer.bounds.top);
-        layer.image = Allocate<uint32_t>(layer.bounds);
-        for (uint32_t& pixel : layer.image.span())
-            pixel = PackPixel(Byte(), Below(256), Below(256), Below(256));
-        layer.blendMode = Sometimes() ? kBlendNormal : static_cast<PsdBlendMode>(Below(24));
-        layer.visible = Below(10) != 0;
-        layer.opacity = Byte();
-        layer.fillOpacity = Byte();
-        layer.clipping = Sometimes();
-        layer.hasSectionBlendMode = Sometimes();
-        layer.sectionBlendMode = static_cast<PsdBlendMode>(Sometimes() ? kBlendPassThrough : Below(23));
-        if (Sometimes())
-            layer.parent = &document.layers[Below(static_cast<uint32_t>(document.layers.count()))];
-        const Rect everywhere = {kLowest, kLowest, kHighest, kHighest},
-                   distant = {kHighest - 2, 0, kHighest, 2};
-        const uint32_t which = Below(4);
-        layer.mask.bounds = which == 0 ? everywhere : which == 1 ? distant : Bounds();
-        layer.mask.disabled = Below(2) == 0;
-        layer.mask.defaultColor = Below(2) ? 0 : 255;
-        if (which != 0) layer.mask.data = Allocate<uint8_t>(layer.mask.bounds);  // nothing can fill the first
-        for (uint8_t& byte : layer.mask.data.span()) byte = Byte();
-        if (!Sometimes()) return;
-        if (Below(2)) layer.grayRanges = {Range(), Range()};
-        if (Below(20) == 0) layer.grayRanges.source = {0x8040, 0x8040};
-        layer.channelRanges = AllocateZeroed<PsdBlendRanges>({1 + Below(5)});
-        for (PsdBlendRanges& range : layer.channelRanges.span()) range = {Range(), Range()};
-        layer.advancedBlending = Sometimes();
-        layer.channels = AllocateZeroed<PsdChannelInfo>({4});
-        int16_t id = -1;
-        for (PsdChannelInfo& channel : layer.channels.span()) {
-            channel.id = id++;
-            channel.excluded = Below(3) == 0;
-        }
-    }
-
-    std::mt19937 m_random;
-};
-
 TEST(Composite, RandomDocumentsFollowThePlainRule) {
     for (uint32_t seed = 1; seed <= 600; ++seed) {
         // The last ones are wider than a run of the blend rows.
-        RandomDocument random(seed, seed > 540 ? 1100 : 23, 9);
-        PsdDocument& document = random.document;
-        const int32_t width = static_cast<int32_t>(document.width),
-                      height = static_cast<int32_t>(document.height);
-        ASSERT_EQ(Render(&document, 0, 0, width, height, seed), PsdReadResult::kOk);
+        const int32_t width = seed > 540 ? 1100 : 23, height = 9;
+        const Opened opened = OpenBytes(RandomDocument(seed, uint32_t(width), height, true).File());
+        ASSERT_EQ(Render(opened.document.get(), 0, 0, width, height, seed), PsdReadResult::kOk);
         int wrong = 0;
         for (int32_t i = 0; i < width * height; ++i)
-            wrong += document.canvas[static_cast<size_t>(i)] != PlainRender(document, i % width, i / width);
+            wrong +=
+                opened.document->canvas[size_t(i)] != PlainRender(*opened.document, i % width, i / width);
         ASSERT_EQ(wrong, 0) << "document " << seed;
     }
 }
 
-// Larger than what is recoloured at a time, in rows that do not divide it.
-TEST(Render, AdjustsTheWholeOfALargeCanvas) {
-    constexpr int32_t kWidth = 300, kHeight = 219;  // one row more than the first piece has
-    Pixels pixels(size_t{kWidth} * kHeight);
-    for (uint32_t i = 0; i < pixels.size(); ++i) pixels[i] = 0xFF000000 | i * 2654435761u >> 8;
-    DocumentBuilder builder(kColorRgb, 8, 3, kWidth, kHeight);
-    builder.Layer(LayerBuilder({0, 0, kWidth, kHeight}).Pixels(pixels));
-    builder.Layer(LayerBuilder(Rect{}).ChannelData(0, {}).Block("nvrt", {}).Opacity(100));
-    const Opened opened = OpenBytes(builder.Build());
-    ASSERT_EQ(Render(opened.document.get(), 0, 0, kWidth, kHeight), PsdReadResult::kOk);
-    const PlainLayer rule = {.fast = true, .opacity = 100};
-    for (size_t i = 0; i < pixels.size(); ++i) {
-        const uint32_t want = PlainPixel(rule, ~pixels[i] | 0xFF000000, 255, pixels[i], true, 0);
-        ASSERT_EQ(opened.document->canvas[i], want) << "pixel " << i % kWidth << ' ' << i / kWidth;
-    }
-}
-
-// Row y of the mask is full of y, which takes its share of the alphas 0 to 255. As many pixels lie beside it.
+// Row y of the mask is full of y, which takes its share of the alphas 0 to 255.
 TEST(Coverage, IsEveryMaskByteOfEveryAlpha) {
     PsdLayerMask mask;
     mask.disabled = false;
     mask.bounds = {0, 0, 256, 256};
     mask.data = AllocateZeroed<uint8_t>({256, 256});
-    for (size_t i = 0; i < mask.data.count(); ++i) mask.data[i] = static_cast<uint8_t>(i / 256);
-    Pixels layer(3 * 256);
-    for (uint32_t i = 0; i < layer.size(); ++i) layer[i] = (i & 255) << 24;
-    for (const uint8_t beside : {uint8_t{0}, uint8_t{255}}) {
-        mask.defaultColor = beside;
-        for (int32_t y = -1; y <= 256; ++y) {
-            std::vector<uint8_t> coverage(layer.size());
-            CoverageRow(layer.data(), layer.size(), mask, -256, y, coverage.data());
-            for (uint32_t i = 0; i < layer.size(); ++i) {
-                const bool isUnder = i / 256 == 1 && y >= 0 && y < 256;
-                const uint32_t byte = isUnder ? static_cast<uint32_t>(y) : beside, alpha = i & 255;
-                ASSERT_EQ(coverage[i], byte == 255 ? alpha : alpha * byte / 256) << i << " of row " << y;
-            }
-        }
+    for (uint32_t i = 0; i < mask.data.count(); ++i) mask.data[i] = static_cast<uint8_t>(i / 256);
+    Pixels layer(256);
+    for (uint32_t alpha = 0; alpha < 256; ++alpha) layer[alpha] = alpha << 24;
+    uint8_t coverage[256];
+    for (uint32_t y = 0; y < 256; ++y) {
+        CoverageRow(layer.data(), 256, mask, 0, static_cast<int32_t>(y), coverage);
+        for (uint32_t alpha = 0; alpha < 256; ++alpha)
+            ASSERT_EQ(coverage[alpha], y == 255 ? alpha : alpha * y / 256) << alpha << " of row " << y;
     }
 }
 

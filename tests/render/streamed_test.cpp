@@ -2,12 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <tuple>
 
 #include "render/streamed_render.h"
-#include "tests/support/document_builder.h"
-#include "tools/sample_blocks.h"
+#include "tests/render/random_document.h"
 
 namespace tessary::test {
 namespace {
@@ -40,67 +38,10 @@ PsdReadResult RenderStreamed(const Bytes& file, Pixels& picture, uint64_t* steps
     return result;
 }
 
-// Layers of all kinds and modes, larger and smaller in turn, so that memory is handed on.
-class RandomLayers {
-public:
-    explicit RandomLayers(uint32_t seed) : m_random(seed) {}
-
-    LayerBuilder Next() {
-        static constexpr const char* kModes[] = {"norm", "diss", "mul ", "scrn",
-                                                 "over", "vLit", "hue ", "diff"};
-        const uint32_t kind = Below(8);
-        const int32_t left = static_cast<int32_t>(Below(30)) - 5, top = static_cast<int32_t>(Below(30)) - 5;
-        const Rect bounds = {left, top, left + static_cast<int32_t>(Below(40)),
-                             top + static_cast<int32_t>(Below(40))};
-        LayerBuilder layer(kind == 0 ? Rect{} : bounds);
-        layer.Mode(kModes[Below(8)]).Opacity(Byte());
-        if (kind < 2 || bounds.IsEmpty()) {
-            layer.ChannelData(-1, {}).ChannelData(0, {0, 0});
-        } else {
-            layer.Pixels(Picture(bounds), static_cast<uint16_t>(Below(4)));
-        }
-        if (Below(3) == 0) {
-            const Rect mask = {left + 2, top, left + 12, top + 9};
-            layer.Mask(mask, Below(2) ? 255 : 0, 0, Bytes(90, Byte()));
-        }
-        if (kind == 0 || Below(5) == 0)
-            layer.Block(Below(2) ? "nvrt" : "blnc", ByteWriter().I16(40).Zeros(18));
-        if (Below(4) == 0) layer.Block("lfx2", tools::DropShadow(75, 120, 4, static_cast<int>(Below(9))));
-        if (Below(4) == 0) layer.Block("lfx2", tools::ColorOverlay());
-        if (Below(9) == 0) layer.Hidden();
-        return layer;
-    }
-    uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(m_random()) % limit; }
-
-private:
-    uint8_t Byte() { return Below(2) ? 255 : static_cast<uint8_t>(Below(256)); }
-    Pixels Picture(const Rect& bounds) {
-        Pixels pixels(static_cast<size_t>(bounds.Width() * bounds.Height()));
-        for (uint32_t& pixel : pixels) pixel = PackPixel(Byte(), Below(256), Below(256), Below(256));
-        return pixels;
-    }
-    std::mt19937 m_random;
-};
-
-Bytes RandomFile(uint32_t seed) {
-    RandomLayers random(seed);
-    DocumentBuilder document(kColorRgb, 8, 3, 33, 29), second = document;
-    for (uint32_t i = 0; i < 6; ++i) {
-        const bool isGroup = random.Below(4) == 0;
-        if (isGroup) document.Layer(GroupEnd()).Layer(random.Next());
-        document.Layer(random.Next());
-        if (isGroup) document.Layer(GroupHead("norm", random.Below(2) ? "mul " : "pass"));
-        second.Layer(random.Next());
-    }
-    if (seed % 3 == 0) document.LayersInBlock("Lr16");
-    if (seed % 5 == 0) document.DocumentBlock("Lr16", second.LayerInfo());
-    return document.MergedData({}).Build();
-}
-
 TEST(StreamedRender, DrawsWhatTheWholeDocumentGives) {
     for (uint32_t seed = 0; seed < 300; ++seed) {
         SCOPED_TRACE(seed);
-        const Bytes file = RandomFile(seed);
+        const Bytes file = RandomDocument(seed, 33, 29, false).File();
         const Pixels want = RenderedWhole(file);
         ASSERT_EQ(want.size(), 33u * 29u);
         Pixels got;
@@ -181,33 +122,6 @@ TEST(StreamedRender, LayersDoNotFeelThoseBefore) {
     EXPECT_GT(steps[0], 0u);
     EXPECT_EQ(steps[0], steps[1]);
 }
-
-#if defined(TESSARY_FAULT_INJECTION)
-TEST(StreamedRender, WithoutMemoryGivesThePictureOrNone) {
-    DocumentBuilder document(kColorRgb, 8, 3, 16, 16);
-    const char* const modes[] = {"norm", "diss", "mul "};
-    for (int32_t i = 0; i < 6; ++i) {
-        LayerBuilder layer({i, i, 8 + i, 8 + 2 * i});
-        layer.Pixels(Pixels(static_cast<size_t>(8 * (8 + i)), 0xC0406080u + static_cast<uint32_t>(i) * 9),
-                     static_cast<uint16_t>(i % 4));
-        document.Layer(layer.Mode(modes[i % 3]).Mask({0, 0, 9, 9}, 255, 0, Bytes(81, 128)));
-    }
-    const Bytes file = document.Build();
-    Pixels want, got;
-    FailAllocationNumber(0);
-    ASSERT_EQ(RenderStreamed(file, want), PsdReadResult::kOk);
-    const uint64_t allocations = AllocationCount(), before = LiveAllocations();
-    EXPECT_EQ(want, RenderedWhole(file));
-    for (uint64_t n = 1; n <= allocations; ++n) {
-        FailAllocationNumber(n, n % 2 == 0);
-        got.clear();
-        const PsdReadResult result = RenderStreamed(file, got);
-        FailAllocationNumber(0);
-        EXPECT_TRUE(result != PsdReadResult::kOk || got == want) << n;
-        EXPECT_EQ(LiveAllocations(), before) << n;
-    }
-}
-#endif
 
 }  // namespace
 }  // namespace tessary::test

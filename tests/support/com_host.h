@@ -7,7 +7,7 @@
 
 #include "frontend/codec.h"
 #include "frontend/com_support.h"
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 
 namespace tessary::test {
 

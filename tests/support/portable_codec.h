@@ -10,7 +10,7 @@
 #include "frontend/pixel_copy.h"
 #include "frontend/read_ahead.h"
 #include "frontend/thumbnail_image.h"
-#include "tests/support/memory_stream.h"
+#include "tools/memory_stream.h"
 
 namespace tessary::test {
 

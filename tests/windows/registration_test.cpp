@@ -1,9 +1,6 @@
 #include "frontend/registration.h"
 
-#include <process.h>
-
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <set>
 #include <string>
@@ -388,40 +385,6 @@ TEST_F(Registration, RemembersWhatOthersHadAndPutsItBack) {
     EXPECT_EQ(Difference({}, PutBackAll(InstallRemembering(106, {}, true))), "");
     Lines want = kEmpty;
     EXPECT_EQ(Difference(want, Snapshot()), "");
-}
-
-// Its exit status. Each call is a process and a module of its own, as in life.
-intptr_t RegSvr32(const wchar_t* options, const Text& dll) {
-    const wchar_t* const program = L"C:\\windows\\system32\\regsvr32.exe";
-    return _wspawnl(_P_WAIT, program, program, L"/s", options, (L"\"" + dll + L"\"").c_str(), nullptr);
-}
-
-TEST(RegSvr32, LetsTheImagingComponentFindTheDecoder) {
-    // Nothing in this folder's name may be taken for a quote, a variable or a letter of another code page.
-    const std::filesystem::path folder =
-        std::filesystem::temp_directory_path() / L"it's 100% \x00E9\x4E2D %%x";
-    const Text dll = folder / L"AMD64" / L"Tessary.dll", document = folder / L"picture.dat";
-    std::filesystem::create_directories(folder / L"AMD64");
-    ASSERT_TRUE(CopyFileW(DllPath().c_str(), dll.c_str(), FALSE));
-    const Bytes bytes = DocumentBuilder(kColorRgb, 8, 3, 4, 3).Build();
-    std::ofstream(std::filesystem::path(document), std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-
-    const auto open = [&] {
-        const auto factory = Create<IWICImagingFactory>(CLSID_WICImagingFactory, IID_IWICImagingFactory);
-        ComPtr<IWICBitmapDecoder> decoder;
-        return factory->CreateDecoderFromFilename(document.c_str(), nullptr, GENERIC_READ,
-                                                  WICDecodeMetadataCacheOnDemand, decoder.Put());
-    };
-    RegSvr32(L"/u", dll);
-    for (const Text& server : {DllPath(), dll}) {
-        EXPECT_EQ(open(), WINCODEC_ERR_COMPONENTNOTFOUND);
-        EXPECT_EQ(RegSvr32(L"", server), 0);
-        EXPECT_EQ(open(), S_OK) << server;
-        EXPECT_EQ(RegSvr32(L"/u", server), 0);
-    }
-    CoFreeUnusedLibrariesEx(0, 0);
-    std::filesystem::remove_all(folder);
 }
 
 }  // namespace

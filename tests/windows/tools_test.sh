@@ -46,6 +46,17 @@ expect 1 'not registered' tessary-setup status
 expect 1 'use "tessary-setup install"' tessary-setup repair
 expect 0 'not registered' tessary-setup uninstall
 
+# Nothing in this folder's name may be taken for a quote, a variable or a letter of another code page.
+strange="it's 100% é中 %%x/AMD64"
+mkdir -p "$strange"
+cp AMD64/Tessary.dll "$strange"
+for folder in AMD64 "$strange"; do
+    expect 1 'cannot open' wicview sound.psd
+    in_wine regsvr32 /s "Z:$PWD/$folder/Tessary.dll"
+    expect 0 'Photoshop Document Decoder' wicview sound.psd
+    in_wine regsvr32 /s /u "Z:$PWD/$folder/Tessary.dll"
+done
+
 registry add 'HKLM\Software\Classes\.psd' /ve /d Foreign.Document
 registry add 'HKLM\Software\Classes\Foreign.Document\ShellEx\{E357FCCD-A995-4576-B01F-234630154E96}' /ve /d '{1}'
 expect 0 'registered for this machine' tessary-setup install

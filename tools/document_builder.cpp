@@ -1,4 +1,4 @@
-#include "tests/support/document_builder.h"
+#include "tools/document_builder.h"
 
 #include <zlib.h>
 

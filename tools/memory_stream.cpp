@@ -1,4 +1,4 @@
-#include "tests/support/memory_stream.h"
+#include "tools/memory_stream.h"
 
 #include <algorithm>
 #include <cstring>

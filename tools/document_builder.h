@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "document/psd_document.h"
-#include "tests/support/memory_stream.h"
+#include "tools/memory_stream.h"
 
 namespace tessary::test {
 
