@@ -29,7 +29,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const uint32_t code : {kPropertyEffects, kPropertyOldEffects}) {
         // Large radii draw nothing that small ones do not, they only take their time.
         auto* effects = FindProperty<EffectsRecord>(layer, code);
-        if (effects) effects->dropShadow.size %= 16, effects->outerGlow.size %= 16;
+        if (!effects) continue;
+        for (ShadowSettings* shadow : {&effects->dropShadow, &effects->innerShadow}) shadow->size %= 16;
+        for (GlowSettings* glow : {&effects->outerGlow, &effects->innerGlow}) glow->size %= 16;
+        for (int32_t* reach :
+             {&effects->satin.size, &effects->stroke.size, &effects->bevel.size, &effects->bevel.soften})
+            *reach %= 16;
     }
     static_cast<void>(Render(&document, 0, 0, 24, 24, 1));
     return 0;
