@@ -76,8 +76,8 @@ bool MayKeepBytes(uint64_t bytes, uint64_t arrivedBytes);
 bool KeepEffect(Allowance& allowance, uint64_t bytes);
 
 // 7. A stream may deliver for ever, and loops that count what is in a file would go on with it. Sizes are
-// signed, so a document ends before 2 GiB; what lies between planes that are read by turns comes twice.
-inline constexpr uint64_t kMostDeliveredBytes = (uint64_t{1} << 31) + (uint64_t{1} << 20);
+// signed, so a document ends before this.
+inline constexpr uint64_t kMostDeliveredBytes = uint64_t{1} << 31;
 
 // 8. No document that is shown has as many alpha channels, and the record of an empty name takes hundreds of
 // bytes for its single one.

@@ -98,17 +98,6 @@ int32_t Skip(PsdDocument& document, int32_t count) {
 
 void SkipTo(PsdDocument& document, uint32_t position) { Skip(document, BytesUntil(document, position)); }
 
-bool SeekTo(PsdDocument& document, uint32_t position) {
-    PsdByteReader& reader = document.reader;
-    if (position == reader.position) return true;
-    LARGE_INTEGER place;
-    place.QuadPart = position;
-    if (!reader.stream || FAILED(reader.stream->Seek(place, STREAM_SEEK_SET, nullptr))) return false;
-    reader.filled = reader.cursor = 0;
-    reader.position = position;
-    return true;
-}
-
 uint32_t InputLeft(const PsdDocument& document) {
     const uint32_t size = static_cast<uint32_t>(std::max(document.streamSize, 0));
     const uint32_t position = document.reader.position;

@@ -1,5 +1,6 @@
-// The buffered reader inside PsdDocument and the primitive reads on it. All file integers are big-endian.
-// What returns no result does not fail: a short read gives 0 and the bytes that did arrive are consumed.
+// The buffered, forward-only reader inside PsdDocument and the primitive reads on it. All file integers are
+// big-endian. What returns no result does not fail: a short read gives 0 and the bytes that did arrive are
+// consumed.
 #pragma once
 
 #include <cstddef>
@@ -19,9 +20,6 @@ int32_t Skip(PsdDocument& document, int32_t count);
 
 // Skips forward to a position; does nothing when the reader is there already or beyond.
 void SkipTo(PsdDocument& document, uint32_t position);
-
-// Goes to a position, backwards as well. False when the stream cannot: then the reader stays where it is.
-bool SeekTo(PsdDocument& document, uint32_t position);
 
 inline uint32_t Position(const PsdDocument& document) { return document.reader.position; }
 

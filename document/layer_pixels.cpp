@@ -24,13 +24,13 @@ struct ChannelPlan {
 bool IsMaskId(int16_t id) { return id == -2 || id == -3; }
 
 // kRoleCount for ids that no pixel is made of.
-uint8_t RoleOf(int16_t id, const PlaneBlock& block) {
+uint32_t RoleOf(int16_t id, const PlaneBlock& block) {
     if (!ConvertsPlanes(block)) return kRoleCount;
     if (id == -1)
         return block.planeCount == PlanesWithTransparency(block.colorMode) ? kRoleAlpha : kRoleCount;
     const bool isColor =
         id >= 0 && static_cast<uint32_t>(id) < ColorPlanesUsed(block.colorMode, block.planeCount);
-    return isColor ? static_cast<uint8_t>(kRoleColor + id) : uint8_t{kRoleCount};
+    return isColor ? kRoleColor + static_cast<uint32_t>(id) : uint32_t{kRoleCount};
 }
 
 // The number of planes that the mode's conversion goes by. A transparency counts beside the mode's full set
@@ -139,7 +139,7 @@ PsdReadResult ReadChannel(PsdDocument& document, PsdLayer& layer, const PsdChann
     if (result != PsdReadResult::kOk) return result;
 
     const bool isMask = channel.id == (plan.hasRealMask ? -3 : -2);
-    const uint8_t role = RoleOf(channel.id, plan.assembly.block);
+    const uint32_t role = RoleOf(channel.id, plan.assembly.block);
     const bool isBelieved = IsBelieved(shape, length, compression);
     if (isMask && plan.wantsMask && length != 0 && shape.rows != 0 && isBelieved) {
         plan.wantsMask = false;
@@ -147,7 +147,8 @@ PsdReadResult ReadChannel(PsdDocument& document, PsdLayer& layer, const PsdChann
     } else if (plan.rolesLeft >> role & 1) {
         plan.rolesLeft ^= 1u << role;
         plan.assembly.isKept = plan.assembly.isKept && isBelieved;
-        result = AddPlanes(plan.assembly, {&decoder, 1}, &role, document.allowance, document.sparePixels);
+        result = AddPlane(plan.assembly, decoder, static_cast<uint8_t>(role), document.allowance,
+                          document.sparePixels);
     }
     if (result == PsdReadResult::kOk) result = DropPlanes(decoder);
     if (result != PsdReadResult::kOk) return result;

@@ -49,32 +49,19 @@ PixelAssembly AssemblyOf(const PsdDocument& document) {
     return assembly;
 }
 
-bool CanTurnBack(PsdDocument& document) {
-    const uint32_t position = Position(document);
-    return SeekTo(document, position - 1) && SeekTo(document, position);
-}
-
-// The planes are decoded side by side, unless they are one zip stream or come from a stream that only goes
-// forward.
-PsdReadResult AssembleMerged(PsdDocument& document, std::span<PlaneDecoder> decoders, uint64_t input,
+PsdReadResult AssembleMerged(PsdDocument& document, PlaneDecoder& decoder, uint64_t input,
                              uint32_t expansion) {
     PixelAssembly assembly = AssemblyOf(document);
     assembly.isKept = MayBecomePixels(assembly.block, input, expansion);
-    const uint32_t count = assembly.planeCount;
-    uint8_t roles[kMostPlanes] = {};
-    for (uint32_t i = 0; i < count; ++i) {
-        const bool isColor = i < ColorPlanesUsed(assembly.block.colorMode, assembly.block.planeCount);
-        roles[i] = static_cast<uint8_t>(isColor ? kRoleColor + i : uint32_t{kRoleAlpha});
-    }
-    const bool areApart = count > 1 && expansion != kMostExpansion && CanTurnBack(document);
-    const uint32_t atOnce = areApart ? count : 1;
-    decoders = decoders.first(atOnce);
-    PsdReadResult result = SplitPlanes(decoders, document.height);
+    const uint32_t colors = ColorPlanesUsed(assembly.block.colorMode, assembly.block.planeCount);
     Owned<uint32_t> none;
-    for (uint32_t i = 0; i < count && result == PsdReadResult::kOk; i += atOnce)
-        result = AddPlanes(assembly, decoders, roles + i, document.allowance, none);
-    if (result != PsdReadResult::kOk) return result;
-    result = FinishPixels(assembly, document.allowance, none, document.mergedPixels);
+    for (uint32_t i = 0; i < assembly.planeCount; ++i) {
+        const uint32_t role = i < colors ? kRoleColor + i : uint32_t{kRoleAlpha};
+        const PsdReadResult result =
+            AddPlane(assembly, decoder, static_cast<uint8_t>(role), document.allowance, none);
+        if (result != PsdReadResult::kOk) return result;
+    }
+    PsdReadResult result = FinishPixels(assembly, document.allowance, none, document.mergedPixels);
     if (result == PsdReadResult::kOk && !document.mergedPixels && IsVouchedFor(document))
         result = PsdReadResult::kOutOfMemory;
     return result;
@@ -96,13 +83,12 @@ PsdReadResult ReadMergedImage(PsdDocument& document) {
 
     const uint64_t rows = uint64_t{document.height} * document.channels;
     const PlaneShape shape = {document.width, rows, document.depth};
-    PlaneDecoder decoders[kMostPlanes];
-    PsdReadResult result =
-        BeginPlanes(decoders[0], document, input, compression, shape, !IsVouchedFor(document));
+    PlaneDecoder decoder;
+    PsdReadResult result = BeginPlanes(decoder, document, input, compression, shape, !IsVouchedFor(document));
     if (result != PsdReadResult::kOk) return result;
 
-    if (isKept) result = AssembleMerged(document, decoders, input, expansion);
-    if (result == PsdReadResult::kOk) result = DropPlanes(decoders[0]);
+    if (isKept) result = AssembleMerged(document, decoder, input, expansion);
+    if (result == PsdReadResult::kOk) result = DropPlanes(decoder);
     if (result == PsdReadResult::kOk) document.soundMergedAt = position;
     return result;
 }

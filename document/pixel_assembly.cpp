@@ -55,16 +55,14 @@ void ExtendCoveredRows(PixelAssembly& assembly, const Step& step, const uint8_t*
     assembly.coveredBottom = step.row + step.rows;
 }
 
-// Converts a bundle and the rows of the planes behind it, or zeros for rows that did not come.
-void ConvertStep(PixelAssembly& assembly, const Step& step, const uint8_t* roles,
-                 std::span<const uint8_t* const> rows) {
+// Converts a bundle and the last plane's rows, or zeros for rows that did not come.
+void ConvertStep(PixelAssembly& assembly, const Step& step, uint8_t lastRole, const uint8_t* rows) {
     PlaneBlock block = assembly.block;
     block.height = static_cast<uint32_t>(step.rows);
     block.depth = std::min(block.depth, 8u);
     uint32_t* const out = assembly.pixels.get() + step.row * block.width;
     const auto place = [&](uint8_t role, const uint8_t* plane) {
-        (role == kRoleAlpha ? block.alpha : block.color[role - kRoleColor]) =
-            plane ? plane : assembly.zeroRows;
+        (role == kRoleAlpha ? block.alpha : block.color[role - kRoleColor]) = plane;
     };
     if (assembly.arrived != 0) {
         const uint8_t* bundle = BundleAt(assembly, step.row);
@@ -74,9 +72,10 @@ void ConvertStep(PixelAssembly& assembly, const Step& step, const uint8_t* roles
             bundle = assembly.bundleRows;
         }
         for (uint32_t i = 0; i < assembly.arrived; ++i)
-            place(assembly.roles[i], step.row < assembly.rows[i] ? bundle + i * step.bytes : nullptr);
+            place(assembly.roles[i],
+                  step.row < assembly.rows[i] ? bundle + i * step.bytes : assembly.zeroRows);
     }
-    for (size_t i = 0; i < rows.size(); ++i) place(roles[i], rows[i]);
+    if (lastRole != kRoleCount) place(lastRole, rows ? rows : assembly.zeroRows);
     if (ConvertsPlanes(assembly.block)) {
         ConvertPlanes(block, out);
     } else {
@@ -87,26 +86,11 @@ void ConvertStep(PixelAssembly& assembly, const Step& step, const uint8_t* roles
 
 // False when a stream that claimed to be longer ends within the first window of the data, and what there is
 // of it cannot fill the pixels.
-bool HasEnoughInput(const PixelAssembly& assembly, std::span<PlaneDecoder> decoders) {
+bool HasEnoughInput(const PixelAssembly& assembly, PlaneDecoder& decoder) {
     if (assembly.pixels) return true;
-    if (decoders.empty()) return MayBecomePixels(assembly.block, 0, 1);
-    SectionSource& source = decoders[0].source;
-    Peek(source, SectionSource::kWindowBytes);  // nothing has been decoded yet
-    return !source.isShort || MayBecomePixels(assembly.block, source.arrived, kMostExpansion);
-}
-
-PsdReadResult GiveUp(PixelAssembly& assembly, std::span<PlaneDecoder> decoders) {
-    assembly.isKept = false;
-    PsdReadResult result = PsdReadResult::kOk;
-    for (size_t i = 0; i < decoders.size() && result == PsdReadResult::kOk; ++i)
-        result = DropPlanes(decoders[i]);
-    return result;
-}
-
-uint64_t ArrivedBytes(std::span<const PlaneDecoder> decoders) {
-    uint64_t bytes = 0;
-    for (const PlaneDecoder& decoder : decoders) bytes += decoder.source.arrived;
-    return bytes;
+    if (assembly.planeCount == 0) return MayBecomePixels(assembly.block, 0, 1);
+    Peek(decoder.source, SectionSource::kWindowBytes);  // nothing has been decoded yet
+    return !decoder.source.isShort || MayBecomePixels(assembly.block, decoder.source.arrived, kMostExpansion);
 }
 
 }  // namespace
@@ -116,50 +100,50 @@ bool MayBecomePixels(const PlaneBlock& block, uint64_t input, uint32_t expansion
     return bytes && MayKeepPixels({*bytes, input, SamplesIn(input * expansion, block.depth)});
 }
 
-PsdReadResult AddPlanes(PixelAssembly& assembly, std::span<PlaneDecoder> decoders, const uint8_t* roles,
-                        Allowance& allowance, Owned<uint32_t>& spare) {
-    if (!assembly.isKept || !HasEnoughInput(assembly, decoders)) return GiveUp(assembly, decoders);
+PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t role, Allowance& allowance,
+                       Owned<uint32_t>& spare) {
+    assembly.isKept = assembly.isKept && HasEnoughInput(assembly, decoder);
+    if (!assembly.isKept) return DropPlanes(decoder);
     if (!TakeMemory(assembly, spare)) return PsdReadResult::kOutOfMemory;
-    const size_t count = decoders.size();
-    const bool areLast = assembly.arrived + count >= assembly.planeCount;
-    const uint64_t samplesBefore = count == 0 ? 0 : FilledSamples(decoders[0]);
-    const uint64_t bytesBefore = ArrivedBytes(decoders);
+    const bool isLast = assembly.arrived + 1 >= assembly.planeCount;
+    const uint64_t samplesBefore = FilledSamples(decoder), bytesBefore = decoder.source.arrived;
     uint64_t filled = assembly.filledPixels, came = 0;
     for (uint64_t row = 0; row < assembly.block.height;) {
         const Step step = StepAt(assembly.block, row);
         row += step.rows;
-        const uint8_t* rows[kMostPlanes] = {};
-        for (size_t i = 0; i < count; ++i) {
-            if (HasEnded(decoders[i])) continue;
-            const PsdReadResult result = NextRows(decoders[i], step.rows, rows[i]);
+        const uint8_t* rows = nullptr;
+        if (!HasEnded(decoder)) {
+            const PsdReadResult result = NextRows(decoder, step.rows, rows);
             if (result != PsdReadResult::kOk) return result;
             came = row;
-            filled = std::max(filled, FilledSamples(decoders[i]) - samplesBefore);
+        } else if (!isLast) {
+            break;
         }
-        if (came < row && !areLast) break;
-        const uint64_t bytes = assembly.inputBytes + ArrivedBytes(decoders) - bytesBefore;
+        filled = std::max(filled, FilledSamples(decoder) - samplesBefore);
+        const uint64_t bytes = assembly.inputBytes + decoder.source.arrived - bytesBefore;
         if (!MayFill(allowance, {row * assembly.block.width * sizeof(uint32_t), bytes, filled},
-                     assembly.chargedBytes))
-            return GiveUp(assembly, decoders);
-        if (areLast) {
-            ConvertStep(assembly, step, roles, {rows, count});
+                     assembly.chargedBytes)) {
+            assembly.isKept = false;
+            return DropPlanes(decoder);
+        }
+        if (isLast) {
+            ConvertStep(assembly, step, role, rows);
         } else {
-            std::memcpy(BundleAt(assembly, step.row) + assembly.arrived * step.bytes, rows[0], step.bytes);
+            std::memcpy(BundleAt(assembly, step.row) + assembly.arrived * step.bytes, rows, step.bytes);
         }
     }
     assembly.filledPixels = filled;
-    assembly.inputBytes += ArrivedBytes(decoders) - bytesBefore;
-    for (size_t i = 0; i < count; ++i) {
-        assembly.rows[assembly.arrived] = came;
-        assembly.roles[assembly.arrived++] = roles[i];
-    }
+    assembly.inputBytes += decoder.source.arrived - bytesBefore;
+    assembly.rows[assembly.arrived] = came;
+    assembly.roles[assembly.arrived++] = role;
     return PsdReadResult::kOk;
 }
 
 PsdReadResult FinishPixels(PixelAssembly& assembly, Allowance& allowance, Owned<uint32_t>& spare,
                            Owned<uint32_t>& pixels) {
     if (assembly.planeCount == 0) {
-        const PsdReadResult result = AddPlanes(assembly, {}, nullptr, allowance, spare);
+        PlaneDecoder nothing;
+        const PsdReadResult result = AddPlane(assembly, nothing, kRoleCount, allowance, spare);
         if (result != PsdReadResult::kOk) return result;
     }
     // Planes that were given up halfway have left their bytes in the memory.

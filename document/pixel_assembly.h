@@ -44,13 +44,12 @@ struct PixelAssembly {
 // Whether so many bytes, each worth so many of a plane at most, can fill the pixels of a block.
 bool MayBecomePixels(const PlaneBlock& block, uint64_t input, uint32_t expansion);
 
-// Decodes planes of assembly.block's size side by side, and joins them to the others: one plane, or all of
-// them. Pixels that the allowance does not cover are not kept. kInflateFailed, kOutOfMemory.
-//   decoders  of each; may hold further planes behind that one
-//   roles     as many
-//   spare     memory of pixels to be used again where it is enough, whatever it holds; or null
-PsdReadResult AddPlanes(PixelAssembly& assembly, std::span<PlaneDecoder> decoders, const uint8_t* roles,
-                        Allowance& allowance, Owned<uint32_t>& spare);
+// Decodes a plane of assembly.block's size and joins it to the others. Pixels that the allowance does not
+// cover are not kept. kInflateFailed, kOutOfMemory.
+//   decoder  may hold further planes behind this one
+//   spare    memory of pixels to be used again where it is enough, whatever it holds; or null
+PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t role, Allowance& allowance,
+                       Owned<uint32_t>& spare);
 
 // Gives out the pixels when all planes have been added, also when there are none; null when they are not
 // kept. kOutOfMemory.

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "document/big_endian.h"
-#include "document/byte_reader.h"
 #include "document/prediction.h"
 #include "render/color_convert.h"
 
@@ -177,7 +176,7 @@ PsdReadResult BeginZip(PlaneDecoder& decoder) {
 PsdReadResult BeginPlanes(PlaneDecoder& decoder, PsdDocument& document, uint64_t sourceBytes,
                           uint16_t compression, const PlaneShape& shape, bool endIsSound) {
     if (CompressionExpansion(compression) == 0) return PsdReadResult::kBadCompression;
-    if (!BeginSection(decoder.source, document, Position(document), sourceBytes))
+    if (!BeginSection(decoder.source, document, sourceBytes))
         return PsdReadResult::kOutOfMemory;
     decoder.shape = shape;
     decoder.storedRowBytes = static_cast<size_t>(PlaneRowBytes(shape.width, shape.depth));
@@ -190,29 +189,6 @@ PsdReadResult BeginPlanes(PlaneDecoder& decoder, PsdDocument& document, uint64_t
     case kCompressionPackBits: decoder.storedRows = PackedRows; return BeginPacked(decoder);
     default: decoder.storedRows = InflatedRows; return BeginZip(decoder);
     }
-}
-
-PsdReadResult SplitPlanes(std::span<PlaneDecoder> decoders, uint64_t rows) {
-    const PlaneDecoder& first = decoders[0];
-    const SectionSource& section = first.source;
-    const uint64_t waiting = section.end - section.begin, bytes = section.left + waiting;
-    const uint8_t* counts = first.rowCounts;
-    const uint64_t rawBytes = CheckedProduct({rows, first.storedRowBytes}).value_or(bytes);
-    uint64_t at = 0;
-    for (PlaneDecoder& decoder : decoders.subspan(1)) {
-        for (uint64_t row = 0; row < rows && counts; ++row, counts += 2) at += LoadU16(counts);
-        if (!counts) at += std::min(rawBytes, bytes);
-        at = std::min(at, bytes);
-        const uint32_t position = static_cast<uint32_t>(section.position - waiting + at);
-        if (!BeginSection(decoder.source, *section.document, position, bytes - at))
-            return PsdReadResult::kOutOfMemory;
-        decoder.shape = first.shape;
-        decoder.storedRows = first.storedRows;
-        decoder.storedRowBytes = first.storedRowBytes;
-        decoder.rowsLeft = first.storedRowBytes == 0 ? 0 : rows;
-        decoder.rowCounts = counts;
-    }
-    return PsdReadResult::kOk;
 }
 
 size_t RowsAtOnce(uint32_t width, uint32_t depth) {

@@ -50,10 +50,6 @@ struct PlaneDecoder {
 PsdReadResult BeginPlanes(PlaneDecoder& decoder, PsdDocument& document, uint64_t sourceBytes,
                           uint16_t compression, const PlaneShape& shape, bool endIsSound = false);
 
-// Gives each plane of so many rows a decoder of its own, where the first has begun with all of them and has
-// not decoded any: raw and packed ones, whose places are known. kOutOfMemory.
-PsdReadResult SplitPlanes(std::span<PlaneDecoder> decoders, uint64_t rows);
-
 // Rows of planes that are decoded and converted at once, so that they stay in the caches.
 size_t RowsAtOnce(uint32_t width, uint32_t depth);
 

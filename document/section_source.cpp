@@ -12,9 +12,7 @@ namespace {
 size_t Fetch(SectionSource& source, uint8_t* to, size_t count) {
     const size_t wanted = static_cast<size_t>(std::min<uint64_t>(count, source.left));
     if (wanted == 0) return 0;
-    const size_t got =
-        SeekTo(*source.document, source.position) ? Read(*source.document, to, wanted) : size_t{0};
-    source.position = Position(*source.document);
+    const size_t got = Read(*source.document, to, wanted);
     source.arrived += got;
     source.isShort |= got < wanted;
     source.left = source.isShort ? 0 : source.left - got;
@@ -23,11 +21,10 @@ size_t Fetch(SectionSource& source, uint8_t* to, size_t count) {
 
 }  // namespace
 
-bool BeginSection(SectionSource& source, PsdDocument& document, uint32_t position, uint64_t count) {
+bool BeginSection(SectionSource& source, PsdDocument& document, uint64_t count) {
     if (!source.window)
         source.window = AllocateZeroed<uint8_t>({SectionSource::kWindowBytes + SectionSource::kSlackBytes});
     source.document = &document;
-    source.position = position;
     source.left = count;
     source.arrived = 0;
     source.isShort = false;
@@ -54,8 +51,7 @@ size_t CopyTo(SectionSource& source, uint8_t* to, size_t count) {
 }
 
 void Drain(SectionSource& source) {
-    if (source.left != 0 && SeekTo(*source.document, source.position))
-        Skip(*source.document, static_cast<int32_t>(source.left));
+    if (source.left != 0) Skip(*source.document, static_cast<int32_t>(source.left));
     source.left = 0;
     source.begin = source.end = 0;
 }

@@ -1,4 +1,4 @@
-// A stated number of the document's bytes, a window at a time. Several can be read by turns.
+// A stated number of the reader's bytes, a window at a time.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +10,10 @@
 namespace tessary {
 
 struct SectionSource {
-    static constexpr size_t kWindowBytes = 5u << 14;  // stays in the caches; more than the reader buffers
+    static constexpr size_t kWindowBytes = 1u << 17;  // stays in the caches
     static constexpr size_t kSlackBytes = 128;        // that may be read behind what Peek gives
 
     PsdDocument* document = nullptr;  // borrowed
-    uint32_t position = 0;            // in the file, of the byte that the reader is asked for next
     uint64_t left = 0;                // that the reader may still be asked for
     uint64_t arrived = 0;             // from the reader, so far
     bool isShort = false;             // the reader had less than was stated
@@ -22,9 +21,8 @@ struct SectionSource {
     Owned<uint8_t> window;            // stays from one section to the next
 };
 
-// Begins with `count` bytes, below 2 GiB, from a position of the file on. False without memory for the
-// window.
-bool BeginSection(SectionSource& source, PsdDocument& document, uint32_t position, uint64_t count);
+// Begins with the next `count` bytes of the reader, below 2 GiB. False without memory for the window.
+bool BeginSection(SectionSource& source, PsdDocument& document, uint64_t count);
 
 // The next bytes, up to `count` (at most the window's) as far as they arrive. They stay unused, and where
 // they are until the next call.

@@ -23,7 +23,7 @@ ROWS = [
     ("document/allowance.h", "kMostAlphaNames = 4096;", "kMostAlphaNames = 40960;"),
     ("document/allowance.h", "kMostTilePixels = uint64_t{1} << 24;", "kMostTilePixels = uint64_t{1} << 26;"),
     ("document/allowance.h", "kMostThumbnailBytes = uint64_t{64} << 20;", "kMostThumbnailBytes = uint64_t{256} << 20;"),
-    ("document/allowance.h", "kMostDeliveredBytes = (uint64_t{1} << 31)", "kMostDeliveredBytes = (uint64_t{1} << 48)"),
+    ("document/allowance.h", "kMostDeliveredBytes = uint64_t{1} << 31;", "kMostDeliveredBytes = uint64_t{1} << 48;"),
     # --- the rest of document/
     ("document/prediction.cpp", "for (; i + 16 <= count; i += 16) {", "for (; i + 16 < count; i += 32) {"),
     ("document/prediction.cpp", "_mm_srli_si128(sum, 15)", "_mm_srli_si128(sum, 14)"),

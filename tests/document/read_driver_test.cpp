@@ -35,8 +35,8 @@ TEST(ByteReader, GivesTheBytesHoweverTheyAreDelivered) {
     EXPECT_EQ(Read(boasting.document, got.data(), 4), 0u);
     EXPECT_EQ(boasting.document.reader.delivered, 0u);
     StreamReader endless(Bytes(1 << 17, 7));
-    endless.document.reader.delivered = (uint64_t{1} << 31) + (1u << 20) - 1;
-    EXPECT_EQ(ReadU8(endless.document), 7) << "not yet two gigabytes and what is read twice";
+    endless.document.reader.delivered = (uint64_t{1} << 31) - 1;
+    EXPECT_EQ(ReadU8(endless.document), 7) << "not yet two gigabytes";
     endless.document.reader.buffer.Reset();
     EXPECT_EQ(ReadU8(endless.document), 0) << "no file is so long";
     EXPECT_EQ(ReadU32(cut.document), 0u);
