@@ -53,6 +53,7 @@ PsdReadResult AssembleMerged(PsdDocument& document, PlaneDecoder& decoder, uint6
                              uint32_t expansion) {
     PixelAssembly assembly = AssemblyOf(document);
     assembly.isKept = MayBecomePixels(assembly.block, input, expansion);
+    WaitPacked(assembly, decoder);
     const uint32_t colors = ColorPlanesUsed(assembly.block.colorMode, assembly.block.planeCount);
     Owned<uint32_t> none;
     for (uint32_t i = 0; i < assembly.planeCount; ++i) {

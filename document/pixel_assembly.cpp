@@ -4,6 +4,9 @@
 #include <cstring>
 #include <utility>
 
+#include "document/big_endian.h"
+#include "document/packbits.h"
+
 namespace tessary {
 namespace {
 
@@ -24,11 +27,12 @@ Step StepAt(const PlaneBlock& block, uint64_t row) {
 bool TakeMemory(PixelAssembly& assembly, Owned<uint32_t>& spare) {
     if (assembly.pixels) return true;
     const PlaneBlock& block = assembly.block;
-    const uint64_t reduced = StepAt(block, 0).bytes;
-    assembly.buffers = AllocateZeroed<uint8_t>({(1 + 4) * reduced});
+    const uint64_t reduced = StepAt(block, 0).bytes, bundle = 4 * reduced + SectionSource::kSlackBytes;
+    assembly.buffers = AllocateZeroed<uint8_t>({reduced + (assembly.rowCounts ? 2 : 1) * bundle});
     if (!assembly.buffers) return false;
     assembly.zeroRows = assembly.buffers.get();
     assembly.bundleRows = assembly.zeroRows + reduced;
+    assembly.packedRows = assembly.bundleRows + bundle;
 
     const auto pixels = CheckedProduct({block.width, block.height});
     if (pixels && spare.count() >= *pixels && spare) {
@@ -45,6 +49,66 @@ uint8_t* BundleAt(const PixelAssembly& assembly, uint64_t row) {
     const size_t width = assembly.block.width, stored = assembly.planeCount - 1;
     uint8_t* const memory = reinterpret_cast<uint8_t*>(assembly.pixels.get());
     return memory + (4 - stored) * width * assembly.block.height + stored * width * row;
+}
+
+// Bytes of so many planes in a row of a packed bundle.
+size_t PackedBytes(const PixelAssembly& assembly, uint64_t row, size_t planes) {
+    size_t bytes = 0;
+    for (size_t i = 0; i < planes; ++i)
+        bytes += LoadU16(assembly.rowCounts + 2 * (i * assembly.block.height + row));
+    return bytes;
+}
+
+// Stores rows of a plane that others will follow. What does not come of packed rows stays zero, as fresh
+// memory is, and is unpacked to zeros.
+PsdReadResult StoreStep(PixelAssembly& assembly, PlaneDecoder& decoder, const Step& step) {
+    if (!assembly.rowCounts) {
+        const uint8_t* rows = nullptr;
+        const PsdReadResult result = NextRows(decoder, step.rows, rows);
+        if (result != PsdReadResult::kOk) return result;
+        std::memcpy(BundleAt(assembly, step.row) + assembly.arrived * step.bytes, rows, step.bytes);
+        return PsdReadResult::kOk;
+    }
+    for (uint64_t row = step.row; row < step.row + step.rows; ++row) {
+        const std::span<const uint8_t> packed = NextPackedRow(decoder);
+        uint8_t* const place = assembly.packedBundle + PackedBytes(assembly, row, assembly.arrived);
+        if (!packed.empty()) std::memcpy(place, packed.data(), packed.size());
+        assembly.packedBundle += PackedBytes(assembly, row, assembly.planeCount - 1);
+    }
+    decoder.rowsLeft -= step.rows;
+    return PsdReadResult::kOk;
+}
+
+// The bundle of a step. The last ones lie where their own pixels go, and are copied.
+const uint8_t* BundleOf(PixelAssembly& assembly, const Step& step) {
+    if (!assembly.rowCounts) {
+        const uint8_t* const bundle = BundleAt(assembly, step.row);
+        const uint32_t* const pixelsEnd =
+            assembly.pixels.get() + (step.row + step.rows) * assembly.block.width;
+        if (bundle >= reinterpret_cast<const uint8_t*>(pixelsEnd)) return bundle;
+        std::memcpy(assembly.bundleRows, bundle, assembly.arrived * step.bytes);
+        return assembly.bundleRows;
+    }
+    size_t bytes = 0;
+    for (size_t i = 0; i < step.rows; ++i) bytes += PackedBytes(assembly, step.row + i, assembly.arrived);
+    const uint8_t* packed = assembly.packedBundle;
+    assembly.packedBundle += bytes;
+    assembly.packedLeft -= bytes;
+    if (assembly.packedLeft < SectionSource::kSlackBytes)
+        packed = static_cast<const uint8_t*>(std::memcpy(assembly.packedRows, packed, bytes));
+    const size_t width = assembly.block.width;
+    uint8_t* out = assembly.bundleRows;
+    for (size_t plane = 0; plane < assembly.arrived; ++plane) {
+        const uint8_t* in = packed;
+        for (size_t i = 0; i < step.rows; ++i, out += width) {
+            const size_t before = PackedBytes(assembly, step.row + i, plane);
+            const size_t with = PackedBytes(assembly, step.row + i, plane + 1);
+            const size_t came = UnpackBits({in + before, with - before}, {out, width});
+            std::memset(out + came, 0, width - came);
+            in += PackedBytes(assembly, step.row + i, assembly.arrived);
+        }
+    }
+    return assembly.bundleRows;
 }
 
 // Takes note of rows that are not transparent throughout.
@@ -65,12 +129,7 @@ void ConvertStep(PixelAssembly& assembly, const Step& step, uint8_t lastRole, co
         (role == kRoleAlpha ? block.alpha : block.color[role - kRoleColor]) = plane;
     };
     if (assembly.arrived != 0) {
-        const uint8_t* bundle = BundleAt(assembly, step.row);
-        // The last bundles lie where their own pixels go.
-        if (bundle < reinterpret_cast<const uint8_t*>(out + step.rows * block.width)) {
-            std::memcpy(assembly.bundleRows, bundle, assembly.arrived * step.bytes);
-            bundle = assembly.bundleRows;
-        }
+        const uint8_t* const bundle = BundleOf(assembly, step);
         for (uint32_t i = 0; i < assembly.arrived; ++i)
             place(assembly.roles[i],
                   step.row < assembly.rows[i] ? bundle + i * step.bytes : assembly.zeroRows);
@@ -100,6 +159,23 @@ bool MayBecomePixels(const PlaneBlock& block, uint64_t input, uint32_t expansion
     return bytes && MayKeepPixels({*bytes, input, SamplesIn(input * expansion, block.depth)});
 }
 
+void WaitPacked(PixelAssembly& assembly, const PlaneDecoder& decoder) {
+    const PlaneBlock& block = assembly.block;
+    const bool hasShortRows = block.width <= SectionSource::kWindowBytes;
+    if (!decoder.rowCounts || block.depth != 8 || assembly.planeCount < 2 || !hasShortRows) return;
+    assembly.rowCounts = decoder.rowCounts;
+    const uint32_t stored = assembly.planeCount - 1;
+    bool fits = true;
+    for (uint64_t row = 0; row < block.height; ++row) {
+        const size_t bytes = PackedBytes(assembly, row, stored);
+        fits = fits && bytes <= sizeof(uint32_t) * block.width;
+        assembly.packedBytes += bytes;
+    }
+    if (fits && assembly.packedBytes <= uint64_t{stored} * block.width * block.height) return;
+    assembly.rowCounts = nullptr;
+    assembly.packedBytes = 0;
+}
+
 PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t role, Allowance& allowance,
                        Owned<uint32_t>& spare) {
     assembly.isKept = assembly.isKept && HasEnoughInput(assembly, decoder);
@@ -107,13 +183,17 @@ PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t r
     if (!TakeMemory(assembly, spare)) return PsdReadResult::kOutOfMemory;
     const bool isLast = assembly.arrived + 1 >= assembly.planeCount;
     const uint64_t samplesBefore = FilledSamples(decoder), bytesBefore = decoder.source.arrived;
+    assembly.packedLeft = assembly.packedBytes;
+    assembly.packedBundle = reinterpret_cast<uint8_t*>(assembly.pixels.get()) - assembly.packedBytes +
+                            sizeof(uint32_t) * assembly.block.width * assembly.block.height;
     uint64_t filled = assembly.filledPixels, came = 0;
     for (uint64_t row = 0; row < assembly.block.height;) {
         const Step step = StepAt(assembly.block, row);
         row += step.rows;
         const uint8_t* rows = nullptr;
         if (!HasEnded(decoder)) {
-            const PsdReadResult result = NextRows(decoder, step.rows, rows);
+            const PsdReadResult result =
+                isLast ? NextRows(decoder, step.rows, rows) : StoreStep(assembly, decoder, step);
             if (result != PsdReadResult::kOk) return result;
             came = row;
         } else if (!isLast) {
@@ -126,11 +206,7 @@ PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t r
             assembly.isKept = false;
             return DropPlanes(decoder);
         }
-        if (isLast) {
-            ConvertStep(assembly, step, role, rows);
-        } else {
-            std::memcpy(BundleAt(assembly, step.row) + assembly.arrived * step.bytes, rows, step.bytes);
-        }
+        if (isLast) ConvertStep(assembly, step, role, rows);
     }
     assembly.filledPixels = filled;
     assembly.inputBytes += decoder.source.arrived - bytesBefore;

@@ -36,10 +36,21 @@ struct PixelAssembly {
     uint64_t coveredTop = 0;          // all rows outside are known to be transparent
     uint64_t coveredBottom = 0;
 
-    Owned<uint8_t> buffers;  // rows of a step: of zeros, and of a bundle
+    // With row counts the stored planes wait as they are packed, in smaller bundles at the end of the memory.
+    const uint8_t* rowCounts = nullptr;  // of all rows, plane by plane, 16 bits each; borrowed
+    uint64_t packedBytes = 0;            // of all bundles
+    uint64_t packedLeft = 0;             // of those from the next row on
+    uint8_t* packedBundle = nullptr;     // of the next row
+
+    Owned<uint8_t> buffers;  // rows of a step: of zeros, of a bundle, and of one that is packed
     uint8_t* zeroRows = nullptr;
     uint8_t* bundleRows = nullptr;
+    uint8_t* packedRows = nullptr;
 };
+
+// Lets the planes that the decoder begins with wait packed where that takes less memory, and no bundle more
+// than its row of pixels. They are to be added in the order of the file.
+void WaitPacked(PixelAssembly& assembly, const PlaneDecoder& decoder);
 
 // Whether so many bytes, each worth so many of a plane at most, can fill the pixels of a block.
 bool MayBecomePixels(const PlaneBlock& block, uint64_t input, uint32_t expansion);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "document/big_endian.h"
+#include "document/packbits.h"
 #include "document/prediction.h"
 #include "render/color_convert.h"
 
@@ -14,13 +15,6 @@ constexpr size_t kPieceBytes = 1u << 17;  // that are inflated at once; they sta
 constexpr size_t kStepBytes = 1u << 14;
 constexpr uint64_t kLeastBytes = 12288;
 
-// Copies in steps of 16, so up to 15 bytes more than `count`.
-void CopyInSteps(uint8_t* to, const uint8_t* from, size_t count) {
-    size_t i = 0;
-    do std::memcpy(to + i, from + i, 16);
-    while ((i += 16) < count);
-}
-
 // Makes room for `need` bytes. Grows by doubling; what the buffer held is lost.
 bool Grow(Owned<uint8_t>& buffer, uint64_t need) {
     if (buffer && need <= buffer.count()) return true;
@@ -28,33 +22,6 @@ bool Grow(Owned<uint8_t>& buffer, uint64_t need) {
     buffer.Reset();
     buffer = AllocateZeroed<uint8_t>({size});
     return static_cast<bool>(buffer);
-}
-
-// Unpacks one PackBits row. Runs are cut at the end of the row and of their bytes. May read and write
-// SectionSource::kSlackBytes behind both. Returns the bytes that came.
-size_t UnpackBits(std::span<const uint8_t> input, std::span<uint8_t> output) {
-    const uint8_t* in = input.data();
-    const uint8_t* const inEnd = in + input.size();
-    uint8_t* out = output.data();
-    uint8_t* const outEnd = out + output.size();
-    while (inEnd - in >= 2 && out < outEnd) {
-        const uint32_t head = *in++;
-        if (head < 128) {
-            CopyInSteps(out, in, head + 1);
-            in += head + 1;
-            out += head + 1;
-        } else if (head > 128) {
-            uint8_t value[16];
-            std::memset(value, *in++, sizeof value);
-            size_t i = 0;
-            do std::memcpy(out + i, value, 16);
-            while ((i += 16) < 257 - head);
-            out += 257 - head;
-        }
-    }
-    // Only the last bytes copied can have come from behind the input.
-    if (in > inEnd) out -= in - inEnd;
-    return static_cast<size_t>(std::min(out, outEnd) - output.data());
 }
 
 // --- the four ways to stored rows; zip and predicted zip are one but for what follows inflating
@@ -87,13 +54,7 @@ PsdReadResult PackedRows(PlaneDecoder& decoder, size_t count, const uint8_t*& ro
     uint8_t* out = buffer;
     for (size_t row = 0; row < count; ++row, out += rowBytes) {
         size_t written = 0;
-        if (decoder.rowCounts) {
-            const size_t stored = LoadU16(decoder.rowCounts);
-            decoder.rowCounts += 2;
-            const std::span<const uint8_t> packed = Peek(decoder.source, stored);
-            written = UnpackBits(packed, {out, rowBytes});
-            Use(decoder.source, packed.size());
-        }
+        if (decoder.rowCounts) written = UnpackBits(NextPackedRow(decoder), {out, rowBytes});
         decoder.filledBytes += written;
         std::memset(out + written, 0, rowBytes - written);
     }
@@ -176,8 +137,7 @@ PsdReadResult BeginZip(PlaneDecoder& decoder) {
 PsdReadResult BeginPlanes(PlaneDecoder& decoder, PsdDocument& document, uint64_t sourceBytes,
                           uint16_t compression, const PlaneShape& shape, bool endIsSound) {
     if (CompressionExpansion(compression) == 0) return PsdReadResult::kBadCompression;
-    if (!BeginSection(decoder.source, document, sourceBytes))
-        return PsdReadResult::kOutOfMemory;
+    if (!BeginSection(decoder.source, document, sourceBytes)) return PsdReadResult::kOutOfMemory;
     decoder.shape = shape;
     decoder.storedRowBytes = static_cast<size_t>(PlaneRowBytes(shape.width, shape.depth));
     decoder.isPredicted = compression == kCompressionZipPrediction;
@@ -208,6 +168,13 @@ PsdReadResult NextRows(PlaneDecoder& decoder, size_t count, const uint8_t*& rows
     ReduceSamples(rows, decoder.shape.depth, count * decoder.shape.width, decoder.rowBuffer.get());
     rows = decoder.rowBuffer.get();
     return PsdReadResult::kOk;
+}
+
+std::span<const uint8_t> NextPackedRow(PlaneDecoder& decoder) {
+    const std::span<const uint8_t> packed = Peek(decoder.source, LoadU16(decoder.rowCounts));
+    decoder.rowCounts += 2;
+    Use(decoder.source, packed.size());
+    return packed;
 }
 
 bool HasEnded(const PlaneDecoder& decoder) {

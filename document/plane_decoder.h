@@ -58,6 +58,10 @@ size_t RowsAtOnce(uint32_t width, uint32_t depth);
 // place, or in `buffer`, until the next call. kInflateFailed, kOutOfMemory.
 PsdReadResult NextRows(PlaneDecoder& decoder, size_t count, const uint8_t*& rows);
 
+// The next of packed rows, with their counts, as it is stored and as far as it comes; until the next call.
+// The caller counts rowsLeft.
+std::span<const uint8_t> NextPackedRow(PlaneDecoder& decoder);
+
 // Nothing more will come out of the data; rows that are left are zero.
 bool HasEnded(const PlaneDecoder& decoder);
 

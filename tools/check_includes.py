@@ -13,8 +13,8 @@ RANKS = {
     "document": [
         (0, "platform checked_math big_endian psd_result plane_format allowance"),
         (1, "psd_document byte_reader"),
-        (2, "section_source inflater prediction plane_decoder pixel_assembly descriptor blend_keys image_resources "
-            "layer_record layer_pixels layer_section merged_image patterns tagged_blocks read_driver"),
+        (2, "section_source inflater packbits prediction plane_decoder pixel_assembly descriptor blend_keys "
+            "image_resources layer_record layer_pixels layer_section merged_image patterns tagged_blocks read_driver"),
     ],
     "render": [
         (0, "pixel image_ops integer_hsl color_convert lab_convert"),  # these know no document
