@@ -342,19 +342,18 @@ bool Prepare(Measuring& m) {
     return true;
 }
 
-// The steps that add pixels to those before them. Returns how many.
+// The steps that add pixels to those before them, which may be those beyond the plane. Returns how many.
 size_t ChooseSteps(const CoveragePlane& plane, uint32_t (&steps)[std::size(kSteps)]) {
     size_t count = 0;
     uint32_t before = 256;
     for (const uint32_t step : kSteps) {
         const uint8_t least = static_cast<uint8_t>(step), most = static_cast<uint8_t>(before - 1);
-        uint8_t any = 0;
+        uint8_t any = step == 255 && plane.isCoveredBeyond;
         for (const uint8_t coverage : plane.bytes.span())
             any |= static_cast<uint8_t>(coverage >= least) & static_cast<uint8_t>(coverage <= most);
         if (any) steps[count++] = step;
         before = step;
     }
-    if (count == 0 && plane.isCoveredBeyond) steps[count++] = kSteps[0];
     return count;
 }
 

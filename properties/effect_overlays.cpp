@@ -110,7 +110,7 @@ PsdReadResult DrawPatternOverlay(const EffectJob& job, EffectBuffer& buffer) {
     PatternPlace place = PlaceTiles(job.layer, overlay.linked, overlay.phase);
     place.angleDegrees = overlay.angleDegrees;
     place.scalePercent = overlay.scalePercent;
-    place.pixels = job.layer.image.count();
+    place.pixels = static_cast<size_t>(job.layer.width) * static_cast<size_t>(job.layer.height);
     return DrawOverlay(job, PatternPaint(FindPattern(job.document, overlay.pattern.identifier), place),
                        buffer);
 }

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -73,8 +74,9 @@ long PeakMemory() {
     std::FILE* file = std::fopen("/proc/self/status", "r");
     long peak = 0;
     char line[256];
-    while (file && peak == 0 && std::fgets(line, sizeof line, file))
-        static_cast<void>(std::sscanf(line, "VmHWM: %ld", &peak));
+    while (file && peak == 0 && std::fgets(line, sizeof line, file)) {
+        if (std::strncmp(line, "VmHWM:", 6) == 0) peak = std::strtol(line + 6, nullptr, 10);
+    }
     if (file) std::fclose(file);
     return peak;
 }

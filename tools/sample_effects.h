@@ -82,6 +82,7 @@ inline Items Gradient(const std::vector<uint32_t>& colors, int32_t midpoint = 50
 // A contour through points of a byte each.
 inline Items Contour(const std::vector<std::pair<int, int>>& points) {
     std::vector<Items> elements;
+    elements.reserve(points.size());
     for (const auto& [x, y] : points) elements.push_back(Items().Pixels("Hrzn", x).Pixels("Vrtc", y));
     return Items().List("Crv ", elements);
 }

@@ -129,7 +129,7 @@ inline test::Bytes ThumbnailOf(const test::Bytes& document) {
         for (const double sample :
              {0.299 * r + 0.587 * g + 0.114 * b, 128 - 0.168736 * r - 0.331264 * g + 0.5 * b,
               128 + 0.5 * r - 0.418688 * g - 0.081312 * b})
-            samples.push_back(static_cast<uint8_t>(std::clamp(std::lround(sample), 0l, 255l)));
+            samples.push_back(static_cast<uint8_t>(std::clamp(std::lround(sample), 0L, 255L)));
     }
     const test::Bytes jpeg = JpegWriter::Write(samples, width, height);
     test::ByteWriter data;

@@ -230,6 +230,9 @@ TEST(Growing, KeepsTheFractionsOfEdges) {
     };
     for (const auto& [columns, coverage, halves, at, want] : cases)
         EXPECT_EQ(GrownCoverage(Distances(coverage, columns, halves)[at], halves), want) << columns << at;
+    std::vector<uint8_t> faint(25);
+    faint[2] = 1;
+    EXPECT_EQ(Distances(faint, 5, 2, true)[3], 510u) << "what lies beyond is fuller than the pixel beside";
 }
 
 TEST(EffectBlur, IsTheConvolutionItClaimsToBe) {
