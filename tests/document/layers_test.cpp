@@ -467,5 +467,28 @@ TEST(MergedImage, IsTheSameWhileItArrives) {
     }
 }
 
+// Packed rows wait where pixels go. One row's are longer than its pixels, by bytes that stand for nothing.
+TEST(MergedImage, MayHavePackedRowsOfAnyLength) {
+    constexpr uint32_t kWidth = 16384, kHeight = 8;
+    for (const uint32_t padding : {0u, 20000u, 60000u}) {
+        ByteWriter counts, rows;
+        counts.U16(1);
+        Pixels want(kWidth * kHeight, 0xFF000000);
+        for (uint32_t i = 0; i < 3 * kHeight; ++i) {
+            const uint32_t unused = i % kHeight == kHeight - 1 ? padding : 0, value = 7 * i + 1;
+            rows.Raw(Bytes(unused, 0x80));
+            for (uint32_t x = 0; x < kWidth; x += 128) rows.U8(0x81).U8(value);
+            counts.U16(unused + kWidth / 64);
+            for (uint32_t x = 0; x < kWidth; ++x)
+                want[i % kHeight * kWidth + x] |= value << (16 - i / kHeight * 8);
+        }
+        DocumentBuilder document(kColorRgb, 8, 3, kWidth, kHeight);
+        document.Resource(1057, {0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1});
+        const Opened opened = OpenBytes(document.MergedData(counts.Raw(rows)).Build(), kReadMerged);
+        ASSERT_TRUE(opened.document);
+        EXPECT_TRUE(Values(opened.document->mergedPixels) == want) << padding;
+    }
+}
+
 }  // namespace
 }  // namespace tessary::test
