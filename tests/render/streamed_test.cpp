@@ -98,7 +98,7 @@ TEST(StreamedRender, LowestLayerOfCanvasSize) {
 // What one layer leaves in the memory that the next one takes shows nowhere, and costs it nothing.
 TEST(StreamedRender, LayersDoNotFeelThoseBefore) {
     const Rect tall = {0, 0, 64, 600};  // the colour that comes first ends with a step of rows
-    DocumentBuilder cut(kColorRgb, 8, 3, 64, 600), large(kColorRgb, 8, 3, 1, 1);
+    DocumentBuilder cut(kColorRgb, 8, 3, 65, 600), large(kColorRgb, 8, 3, 1, 1);
     LayerBuilder layer(tall);
     layer.ChannelData(0, ByteWriter().U16(0).Raw(Bytes(64 * 256, 200)));
     for (const int16_t id : {int16_t{1}, int16_t{2}, int16_t{-1}}) layer.Channel(id, Bytes(64 * 600, 99));
