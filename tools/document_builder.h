@@ -32,7 +32,7 @@ public:
     ByteWriter& Raw(const Bytes& bytes) {
         return m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end()), *this;
     }
-    ByteWriter& Zeros(size_t count) { return m_bytes.resize(m_bytes.size() + count), *this; }
+    ByteWriter& Zeros(size_t count) { return Raw(Bytes(count)); }
     ByteWriter& RectTlbr(const Rect& r) { return I32(r.top).I32(r.left).I32(r.bottom).I32(r.right); }
     // Length byte, text, zeros up to the alignment.
     ByteWriter& Pascal(std::string_view text, size_t alignment) {
