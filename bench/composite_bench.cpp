@@ -12,6 +12,7 @@
 #include "properties/effect_blur.h"
 #include "render/composite.h"
 #include "render/kernels.h"
+#include "render/painted_tiles.h"
 #include "render/render.h"
 
 namespace tessary {
@@ -70,6 +71,7 @@ void OneLayer(benchmark::State& state) {
     FillLayer(layer, mode, 1);
     const Owned<uint32_t> canvas = RandomPixels(2, variant == kTransparentCanvas ? 0 : 0xFF000000);
     document.canvas = AllocateZeroed<uint32_t>({kPixels});
+    static_cast<void>(ClearTiles(document));
     if (variant == kMasked) {
         layer.mask.bounds = layer.bounds;
         layer.mask.disabled = false;

@@ -449,14 +449,15 @@ struct PsdDocument {
     Owned<uint32_t> mergedPixels;  // width x height, or null when the read mode passes it over
 
     Owned<uint32_t> canvas;       // width x height, made by Render
+    Owned<uint8_t> paintedTiles;  // of the canvas, see painted_tiles.h; made with it
     Owned<uint8_t> noiseMap;      // width x height, made when the first layer that dissolves is drawn
     uint64_t noiseSeed = 0;       // 0 takes the clock
     Owned<uint32_t> sparePixels;  // of a layer that was drawn, for the next one's
     Allowance allowance;
 };
 
-// Whom a document hands its layers to while it is read. With one, a layer's pixels are there only while
-// `layer` runs, which may move them out.
+// Whom a document hands its layers to while it is read. What `layer` does not move out or free stays with
+// the layer, as it does without a sink.
 struct LayerSink {
     // A layer info begins; all its records are read, and groups are linked. A second one in the same document
     // takes the place of the first.

@@ -187,9 +187,10 @@ bool HasEffects(const PsdLayer& layer) {
 bool NeedsPatterns(const PsdLayer& layer) {
     const EffectsRecord* effects = EnabledEffects(layer);
     if (!effects) return false;
-    const StrokeSettings& stroke = effects->stroke;
-    return effects->patternOverlay.enabled || (stroke.enabled && stroke.paint == StrokeSettings::kPattern) ||
-           (effects->bevel.enabled && effects->bevel.useTexture);
+    return IsEnabled<&EffectsRecord::patternOverlay>(*effects) ||
+           (IsEnabled<&EffectsRecord::stroke>(*effects) &&
+            effects->stroke.paint == StrokeSettings::kPattern) ||
+           (IsEnabled<&EffectsRecord::bevel>(*effects) && effects->bevel.useTexture);
 }
 
 PsdReadResult DrawEffectsBelow(PsdDocument& document, PsdLayer& layer, const Rect& area) {

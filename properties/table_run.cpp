@@ -5,6 +5,7 @@
 #include "properties/apply_adjustment.h"
 #include "render/coverage.h"
 #include "render/kernels.h"
+#include "render/painted_tiles.h"
 
 namespace tessary {
 namespace {
@@ -68,13 +69,14 @@ void DrawDeferredTables(Owned<TableRun>& run, PsdDocument& document) {
     if (!run || run[0].count == 0) return;
     TableRun& waiting = run[0];
     const BlendRowFunction blendRow = WidestKernels().selectBlendRow(kBlendNormal, true, false);
-    const Rect& area = waiting.area;
-    const size_t width = static_cast<size_t>(area.Width());
-    for (int32_t y = area.top; y < area.bottom; ++y) {
-        uint32_t* row = document.canvas.get() + static_cast<size_t>(y) * document.width + area.left;
-        for (size_t x = 0; x < width; x += kBlendRunPixels)
-            DrawPixels(waiting, row + x, std::min(kBlendRunPixels, width - x), blendRow);
-    }
+    EachPainted(document, waiting.area, [&](const Rect& rect) {
+        const size_t width = static_cast<size_t>(rect.Width());
+        for (int32_t y = rect.top; y < rect.bottom; ++y) {
+            uint32_t* row = document.canvas.get() + static_cast<size_t>(y) * document.width + rect.left;
+            for (size_t x = 0; x < width; x += kBlendRunPixels)
+                DrawPixels(waiting, row + x, std::min(kBlendRunPixels, width - x), blendRow);
+        }
+    });
     waiting.count = 0;
 }
 

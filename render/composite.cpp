@@ -6,6 +6,7 @@
 #include "render/coverage.h"
 #include "render/kernels.h"
 #include "render/noise_map.h"
+#include "render/painted_tiles.h"
 
 namespace tessary {
 
@@ -43,6 +44,7 @@ PsdReadResult CompositeLayer(PsdDocument& document, const CompositeSource& sourc
         if (result != PsdReadResult::kOk) return result;
     }
     const uint8_t* noise = document.noiseMap.get();
+    MarkPainted(document, area);
 
     const BlendRowFunction blendRow = WidestKernels().selectBlendRow(mode, fast, ranges);
     const BlendSettings settings = {EffectiveOpacity(source.opacity, source.fillOpacity, group), gate.keep,

@@ -9,6 +9,7 @@
 #include "render/composite.h"
 #include "render/coverage.h"
 #include "render/image_ops.h"
+#include "render/painted_tiles.h"
 
 namespace tessary {
 
@@ -36,6 +37,10 @@ Rect UnmaskedPart(const PsdLayer& layer, const Rect& area) {
     return hides ? Intersect(part, layer.mask.bounds) : part;
 }
 
+bool Acts(const PsdDocument& document, PsdLayer& layer) {
+    return layer.layerKind >= kLayerLevels && AdjustmentActs(document, layer);
+}
+
 uint64_t AreaOf(const Rect& rect) {
     return rect.IsEmpty() ? 0 : static_cast<uint64_t>(rect.Width()) * static_cast<uint64_t>(rect.Height());
 }
@@ -50,13 +55,27 @@ uint64_t BlendingSteps(const PsdLayer& layer) {
 constexpr uint64_t kAdjustmentSteps = 10000;
 constexpr uint64_t kCurveSteps = 1500000;
 
-bool MayAdjust(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
+uint64_t StepsInside(const Rect& rect, uint64_t perPixel) {
+    return StepsOver(static_cast<uint64_t>(rect.Width()), static_cast<uint64_t>(rect.Height()), perPixel);
+}
+
+bool MayAdjust(PsdDocument& document, const PsdLayer& layer, uint64_t drawing) {
     const uint64_t building = layer.rebuildTables && layer.layerKind == kLayerCurves ? kCurveSteps : 0;
-    const uint64_t drawing =
-        area.IsEmpty() ? 0
-                       : StepsOver(static_cast<uint64_t>(area.Width()), static_cast<uint64_t>(area.Height()),
-                                   AdjustmentStepsPerPixel(layer) + BlendingSteps(layer));
     return SpendSteps(document.allowance, kAdjustmentSteps + building + drawing);
+}
+
+// Of an adjustment that works on pixels of its own all inside the area are charged.
+bool MayAdjustAll(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
+    const uint64_t perPixel = AdjustmentStepsPerPixel(layer) + BlendingSteps(layer);
+    return MayAdjust(document, layer, area.IsEmpty() ? 0 : StepsInside(area, perPixel));
+}
+
+// Of others those where something has been painted, and a look at each tile.
+bool MayAdjustPainted(PsdDocument& document, const PsdLayer& layer, const Rect& area) {
+    const uint64_t perPixel = AdjustmentStepsPerPixel(layer) + BlendingSteps(layer);
+    uint64_t steps = AreaOf(area) / (kTileColumns * kTileRows);
+    EachPainted(document, area, [&](const Rect& rect) { steps += StepsInside(rect, perPixel); });
+    return MayAdjust(document, layer, steps);
 }
 
 // Of a layer with pixels of its own those that no data fills are charged.
@@ -79,32 +98,35 @@ PsdReadResult DrawPixels(PsdDocument& document, const PsdLayer& layer, const Rec
     return isHidden ? PsdReadResult::kOk : CompositeLayer(document, CompositeSourceOf(layer), part);
 }
 
-// Draws an adjustment without pixels and effects of its own, as many rows at a time as stay in the cache. A
-// buffer of document size, as effects would need it, costs more than the adjustment.
+// Draws an adjustment without pixels and effects of its own, where something has been painted, and as many
+// rows at a time as stay in the cache. A buffer of document size, as effects would need it, costs more than
+// the adjustment.
 PsdReadResult DrawAdjustment(Rendering& rendering, PsdLayer& layer) {
     PsdDocument& document = *rendering.document;
     CoverDocument(document, layer);
     const Rect part = UnmaskedPart(layer, rendering.area);
-    if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjust(document, layer, part) ||
+    if (!HasPixelsToDraw(layer) || part.IsEmpty() || !MayAdjustPainted(document, layer, part) ||
         DeferTables(rendering.tables, document, layer, part))
         return PsdReadResult::kOk;
     DrawDeferredTables(rendering.tables, document);
     constexpr int64_t kStripPixels = 1 << 16;
-    const int64_t rows = std::clamp<int64_t>(kStripPixels / part.Width(), 1, part.Height());
-    const Owned<uint32_t> pixels =
-        AllocateZeroed<uint32_t>({static_cast<uint64_t>(part.Width()), static_cast<uint64_t>(rows)});
+    const uint64_t most = static_cast<uint64_t>(std::max(kStripPixels, part.Width()));
+    const Owned<uint32_t> pixels = AllocateZeroed<uint32_t>({std::min(most, AreaOf(part))});
     if (!pixels) return PsdReadResult::kOk;
     PsdReadResult result = PsdReadResult::kOk;
     CompositeSource source = CompositeSourceOf(layer);
     source.pixels = pixels.get();
-    source.rowPixels = static_cast<size_t>(part.Width());
-    Rect strip = part;
-    for (; strip.top < part.bottom && result == PsdReadResult::kOk; strip.top = strip.bottom) {
-        strip.bottom = static_cast<int32_t>(std::min(strip.top + rows, int64_t{part.bottom}));
-        if (!RecolorCanvas(document, layer, strip, pixels.get(), source.rowPixels)) break;
-        source.bounds = source.covered = strip;
-        result = CompositeLayer(document, source, strip);
-    }
+    EachPainted(document, part, [&](const Rect& rect) {
+        const int64_t rows = std::max<int64_t>(kStripPixels / rect.Width(), 1);
+        source.rowPixels = static_cast<size_t>(rect.Width());
+        Rect strip = rect;
+        for (; strip.top < rect.bottom && result == PsdReadResult::kOk; strip.top = strip.bottom) {
+            strip.bottom = static_cast<int32_t>(std::min(strip.top + rows, int64_t{rect.bottom}));
+            if (!RecolorCanvas(document, layer, strip, pixels.get(), source.rowPixels)) return;
+            source.bounds = source.covered = strip;
+            result = CompositeLayer(document, source, strip);
+        }
+    });
     return result;
 }
 
@@ -121,7 +143,7 @@ PsdReadResult DrawWithEffects(PsdDocument& document, PsdLayer& layer, const Rect
 // An adjustment without pixels of its own gets a buffer of document size for its effects. It is not kept: a
 // file of a few kilobytes can hold thousands of adjustments. The next render makes it again.
 PsdReadResult DrawAdjustmentWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
-    if (!MayAdjust(document, layer, area)) return PsdReadResult::kOk;
+    if (!MayAdjustAll(document, layer, area)) return PsdReadResult::kOk;
     ApplyAdjustment(document, layer, area);
     const PsdReadResult result = DrawWithEffects(document, layer, area);
     layer.image.Reset();
@@ -138,6 +160,10 @@ bool MayHaveCanvas(const PsdDocument& document) {
 // Of the groups around it a layer heeds its own only.
 bool IsDrawn(const PsdLayer& layer) { return Shows(layer) && (!layer.parent || Shows(*layer.parent)); }
 
+bool ChangesCanvas(const PsdDocument& document, PsdLayer& layer) {
+    return IsDrawn(layer) && (layer.image || Acts(document, layer));
+}
+
 PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rect& wanted, uint64_t seed) {
     const Rect whole = {0, 0, static_cast<int32_t>(document.width), static_cast<int32_t>(document.height)};
     const Rect area = Intersect(wanted, whole);
@@ -148,6 +174,7 @@ PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rec
         if (!document.canvas) return PsdReadResult::kOutOfMemory;
         if (area != whole) FillRect(document.canvas.get(), document.width, whole, kBackground);
     }
+    if (!ClearTiles(document)) return PsdReadResult::kOutOfMemory;
     FillRect(document.canvas.get(), document.width, area, kBackground);
     document.noiseSeed = seed;
     rendering = {&document, area, {}};
@@ -161,6 +188,8 @@ bool BeginRenderOnLayer(Rendering& rendering, PsdDocument& document, PsdLayer& l
     const bool isPlain =
         IsDrawn(layer) && layer.layerKind < kLayerLevels && !HasEffects(layer) && IsPlain(document, layer);
     if (!isCanvas || !isPlain || layer.filledPixels < pixels || !MayHaveCanvas(document)) return false;
+    if (!ClearTiles(document)) return false;
+    MarkPainted(document, whole);
     // Over an empty canvas a plain pixel comes out as it is, unless it is transparent.
     ReplaceTransparent(layer.image.get(), layer.image.count(), kBackground);
     document.canvas = std::move(layer.image);
@@ -171,15 +200,14 @@ bool BeginRenderOnLayer(Rendering& rendering, PsdDocument& document, PsdLayer& l
 
 PsdReadResult DrawLayer(Rendering& rendering, PsdLayer& layer) {
     PsdDocument& document = *rendering.document;
-    if (!IsDrawn(layer)) return PsdReadResult::kOk;
-    const bool acts = layer.layerKind >= kLayerLevels && AdjustmentActs(document, layer);
-    if (!layer.image && !acts) return PsdReadResult::kOk;
+    if (!ChangesCanvas(document, layer)) return PsdReadResult::kOk;
     if (!layer.image && !HasEffects(layer)) return DrawAdjustment(rendering, layer);
     DrawDeferredTables(rendering.tables, document);
     if (!layer.image) return DrawAdjustmentWithEffects(document, layer, rendering.area);
     if (!MayDrawPixels(document, layer, rendering.area)) return PsdReadResult::kOk;
-    if (acts) {
-        if (!MayAdjust(document, layer, Intersect(rendering.area, layer.bounds))) return PsdReadResult::kOk;
+    if (Acts(document, layer)) {
+        if (!MayAdjustAll(document, layer, Intersect(rendering.area, layer.bounds)))
+            return PsdReadResult::kOk;
         ApplyAdjustment(document, layer, rendering.area);
     }
     return DrawWithEffects(document, layer, rendering.area);

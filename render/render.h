@@ -28,8 +28,11 @@ PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rec
 // it has to be plain, of the canvas's size, and filled. False where it is not; then nothing has happened.
 bool BeginRenderOnLayer(Rendering& rendering, PsdDocument& document, PsdLayer& layer, uint64_t seed);
 
-// Whether the layer and the group it is in are shown; DrawLayer does nothing with others.
+// Whether the layer and the group it is in are shown.
 bool IsDrawn(const PsdLayer& layer);
+
+// Whether it is also one that has pixels or acts on those below; DrawLayer does nothing with others.
+bool ChangesCanvas(const PsdDocument& document, PsdLayer& layer);
 
 // Draws the layer with its adjustment and its effects. What the allowance does not cover is left out.
 // kOutOfMemory, for want of the dissolve pattern only.

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "document/byte_reader.h"
 #include "properties/draw_effects.h"
 
 namespace tessary {
@@ -19,11 +20,12 @@ void LetGo(PsdDocument& document, PsdLayer& layer) {
     layer.image.Reset();
     layer.mask.data.Reset();
     layer.propertyList.Clear();
-    document.allowance.kept = {};
 }
 
-void Begin(PsdDocument&, void* context) {
+void Begin(PsdDocument& document, void* context) {
     StreamedRender& render = RenderOf(context);
+    ExpectCanvas(document.allowance, uint64_t{document.width} * document.height,
+                 InputSeen(document) + InputLeft(document));
     render.firstWaiting = nullptr;
     render.rendering = {};
     ++render.layerInfos;
@@ -42,28 +44,34 @@ PsdReadResult EnsureCanvas(StreamedRender& render, PsdDocument& document) {
     return BeginRender(render.rendering, document, WholeOf(document), render.seed);
 }
 
-PsdReadResult DrawAndLetGo(StreamedRender& render, PsdDocument& document, PsdLayer& layer) {
-    PsdReadResult result = PsdReadResult::kOk;
-    if (render.rendering.document || !BeginRenderOnLayer(render.rendering, document, layer, render.seed)) {
-        result = EnsureCanvas(render, document);
-        if (result == PsdReadResult::kOk) result = DrawLayer(render.rendering, layer);
+PsdReadResult DrawOne(StreamedRender& render, PsdDocument& document, PsdLayer& layer) {
+    if (!ChangesCanvas(document, layer)) return PsdReadResult::kOk;
+    if (!render.rendering.document && BeginRenderOnLayer(render.rendering, document, layer, render.seed))
+        return PsdReadResult::kOk;
+    const PsdReadResult result = EnsureCanvas(render, document);
+    return result == PsdReadResult::kOk ? DrawLayer(render.rendering, layer) : result;
+}
+
+// Draws the layers that wait, up to `end`, and keeps none of them.
+//   isEnd  nothing more will come, so nothing waits any longer
+PsdReadResult DrawWaiting(StreamedRender& render, PsdDocument& document, const PsdLayer* end, bool isEnd) {
+    for (; render.firstWaiting && render.firstWaiting != end; ++render.firstWaiting) {
+        PsdLayer& layer = *render.firstWaiting;
+        if (!isEnd && ChangesCanvas(document, layer) && MustWait(render, document, layer))
+            return PsdReadResult::kOk;
+        const PsdReadResult result = DrawOne(render, document, layer);
+        LetGo(document, layer);
+        if (result != PsdReadResult::kOk) return result;
     }
-    LetGo(document, layer);
-    return result;
+    render.firstWaiting = nullptr;
+    document.allowance.kept = {};
+    return PsdReadResult::kOk;
 }
 
 PsdReadResult Draw(PsdDocument& document, PsdLayer& layer, void* context) {
     StreamedRender& render = RenderOf(context);
-    if (!IsDrawn(layer)) {
-        layer.propertyList.Clear();
-        return PsdReadResult::kOk;
-    }
-    if (render.firstWaiting) return PsdReadResult::kOk;
-    if (MustWait(render, document, layer)) {
-        render.firstWaiting = &layer;
-        return PsdReadResult::kOk;
-    }
-    return DrawAndLetGo(render, document, layer);
+    if (!render.firstWaiting) render.firstWaiting = &layer;
+    return DrawWaiting(render, document, &layer + 1, false);
 }
 
 }  // namespace
@@ -71,12 +79,8 @@ PsdReadResult Draw(PsdDocument& document, PsdLayer& layer, void* context) {
 LayerSink SinkOf(StreamedRender& render) { return {Begin, IsDrawn, Draw, &render}; }
 
 PsdReadResult EndStreamedRender(StreamedRender& render, PsdDocument& document) {
-    PsdReadResult result = PsdReadResult::kOk;
-    PsdLayer* const end = document.layers.get() + document.layers.count();
-    for (PsdLayer* layer = render.firstWaiting; layer && layer != end && result == PsdReadResult::kOk;
-         ++layer) {
-        result = DrawAndLetGo(render, document, *layer);
-    }
+    const PsdLayer* const end = document.layers.get() + document.layers.count();
+    PsdReadResult result = DrawWaiting(render, document, end, true);
     if (result == PsdReadResult::kOk) result = EnsureCanvas(render, document);
     if (result == PsdReadResult::kOk) EndRender(render.rendering);
     return result;

@@ -18,7 +18,8 @@ RANKS = {
     ],
     "render": [
         (0, "pixel image_ops integer_hsl color_convert lab_convert"),  # these know no document
-        (3, "pixel_vectors hsl_vectors blend_functions blend_loops blend_rows kernels coverage composite noise_map"),
+        (3, "pixel_vectors hsl_vectors blend_functions blend_loops blend_rows kernels coverage composite noise_map "
+            "painted_tiles"),
         (5, "render streamed_render"),
     ],
     "properties": [(4, "")],
