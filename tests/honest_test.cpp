@@ -4,10 +4,9 @@
 
 #include "document/plane_format.h"
 #include "frontend/document_pixels.h"
-#include "render/streamed_render.h"
+#include "render/render.h"
 #include "tools/document_builder.h"
 #include "tools/sample_blocks.h"
-#include "tools/sample_effects.h"
 
 #if !defined(TESSARY_HONEST_PART)
 #define TESSARY_HONEST_PART 1  // sides are divided by it where the build is slow
@@ -160,35 +159,6 @@ TEST(Honest, InvertsAndMixersAreAllApplied) {
     Check(Piled(Canvas(Px(8000), Px(8000), kNone), sparse), false, [](const Pixels&, int32_t x, int32_t y) {
         return x < Px(6000) && y < Px(6000) ? 0xFFEFDFCF : kBackground;
     });
-}
-
-// A layer waits where it needs a pattern, or there is nothing yet that vouches for a large canvas.
-TEST(Honest, LayersWaitNoLongerThanTheyMust) {
-    const auto patterned = [](LayerBuilder layer, uint32_t percent) {
-        const tools::EffectItems overlay = {"patternFill", tools::Items().Shown("Nrml", percent)};
-        return layer.Block("lfx2", tools::EffectsBlock({&overlay, 1}));
-    };
-    const LayerBuilder dot = Shape({0, 0, 4, 4}, kInk);
-    const std::tuple<const char*, LayerBuilder, bool> lowest[] = {
-        {"end of a group", GroupEnd(), false},
-        {"dot", dot, false},
-        {"pattern that does not show", patterned(dot, 0), false},
-        {"pattern of nothing", patterned(Empty({0, 0, 4, 4}), 100), false},
-        {"pattern", patterned(dot, 100), true},
-    };
-    for (const auto& [label, layer, waits] : lowest) {
-        const Bytes file =
-            Piled(Canvas(kAll.right, kAll.bottom, kNone), {{1, layer}, {1, Shape(kAll, kRed)}});
-        MemoryStream stream(file);
-        StreamedRender render;
-        const LayerSink sink = SinkOf(render);
-        Owned<PsdDocument> document;
-        ASSERT_EQ(OpenDocument(document, &stream, kReadEverything, {kMergedChecked, 0, &sink}),
-                  PsdReadResult::kOk);
-        EXPECT_EQ(render.firstWaiting != nullptr, waits) << label;
-        ASSERT_EQ(EndStreamedRender(render, *document), PsdReadResult::kOk);
-        EXPECT_EQ(document->canvas[4], kRed) << label;
-    }
 }
 
 TEST(Honest, SixHundredCurvesAddOrTakeOne) {

@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <tuple>
 
+#include "document/plane_format.h"
 #include "render/streamed_render.h"
 #include "tests/render/random_document.h"
+#include "tools/sample_effects.h"
 
 namespace tessary::test {
 namespace {
@@ -121,6 +123,37 @@ TEST(StreamedRender, LayersDoNotFeelThoseBefore) {
     }
     EXPECT_GT(steps[0], 0u);
     EXPECT_EQ(steps[0], steps[1]);
+}
+
+// A layer waits where it needs a pattern, or there is nothing yet that vouches for a large canvas.
+TEST(StreamedRender, LayersWaitNoLongerThanTheyMust) {
+    constexpr uint32_t kSide = 5800, kRed = 0xFFFF0000;
+    const auto patterned = [](LayerBuilder layer, uint32_t percent) {
+        const tools::EffectItems overlay = {"patternFill", tools::Items().Shown("Nrml", percent)};
+        return layer.Block("lfx2", tools::EffectsBlock({&overlay, 1}));
+    };
+    const Rect small = {0, 0, 4, 4};
+    const LayerBuilder dot = LayerBuilder(small).Solid(0xFF00FF00);
+    const std::tuple<const char*, LayerBuilder, bool> lowest[] = {
+        {"end of a group", GroupEnd(), false},
+        {"dot", dot, false},
+        {"pattern that does not show", patterned(dot, 0), false},
+        {"pattern of nothing", patterned(LayerBuilder(small).ChannelData(0, {0, 0}), 100), false},
+        {"pattern", patterned(dot, 100), true},
+    };
+    LayerBuilder paper({0, 0, kSide, kSide});
+    paper.ChannelData(0, ByteWriter().U16(kCompressionZip).Raw(Zip(Bytes(size_t{kSide} * kSide, 255))));
+    for (const auto& [label, layer, waits] : lowest) {
+        MemoryStream stream(DocumentBuilder(kColorRgb, 8, 3, kSide, kSide).Layer(layer).Layer(paper).Build());
+        StreamedRender render;
+        const LayerSink sink = SinkOf(render);
+        Owned<PsdDocument> document;
+        ASSERT_EQ(OpenDocument(document, &stream, kReadEverything, {kMergedChecked, 0, &sink}),
+                  PsdReadResult::kOk);
+        EXPECT_EQ(render.firstWaiting != nullptr, waits) << label;
+        ASSERT_EQ(EndStreamedRender(render, *document), PsdReadResult::kOk);
+        EXPECT_EQ(document->canvas[4], kRed) << label;
+    }
 }
 
 }  // namespace
