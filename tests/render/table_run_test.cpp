@@ -10,7 +10,7 @@ namespace tessary::test {
 namespace {
 
 // One row more than is recoloured at a time, and longer ones than are drawn at a time.
-constexpr uint32_t kWidth = 600, kHeight = 110, kCount = kWidth * kHeight;
+constexpr uint32_t kWidth = 1100, kHeight = 60, kCount = kWidth * kHeight;
 constexpr Rect kWhole = {0, 0, kWidth, kHeight};
 
 // Every alpha with every value of every channel, under a random pile of adjustments. Under a mask that hides
@@ -59,6 +59,29 @@ TEST(TableRun, ChangesWhatItsAdjustmentsChangeOneByOne) {
         }
         const auto got = together.document->canvas.span(), want = apart.document->canvas.span();
         EXPECT_TRUE(std::ranges::equal(got, want)) << seed;
+    }
+}
+
+TEST(TableRun, ReachesWhateverHasBeenPainted) {
+    constexpr int32_t kSide = 600;
+    for (const Rect& bounds : {Rect{0, 0, kSide, kSide}, {300, 20, 490, 190}, {255, 63, 257, 65}}) {
+        for (const bool isAlone : {false, true}) {
+            LayerBuilder invert = LayerBuilder(Rect{}).ChannelData(0, {}).Block("nvrt", {});
+            if (isAlone) invert.Mask({0, 0, 1, 1}, 255, 0).Channel(-2, {255});
+            const auto picture = LayerBuilder(bounds).Solid(0xFF102030);
+            const Opened opened = OpenBytes(
+                DocumentBuilder(kColorRgb, 8, 3, kSide, kSide).Layer(picture).Layer(invert).Build());
+            ASSERT_EQ(Render(opened.document.get(), 0, 0, kSide, kSide), PsdReadResult::kOk);
+            int wrong = 0;
+            for (int32_t i = 0; i < kSide * kSide; ++i) {
+                const int32_t x = i % kSide, y = i / kSide;
+                const bool isInside =
+                    x >= bounds.left && x < bounds.right && y >= bounds.top && y < bounds.bottom;
+                wrong +=
+                    opened.document->canvas[static_cast<size_t>(i)] != (isInside ? 0xFFEFDFCF : kBackground);
+            }
+            EXPECT_EQ(wrong, 0) << bounds.left << isAlone;
+        }
     }
 }
 
