@@ -126,6 +126,7 @@ PsdReadResult ReadMask(PlaneDecoder& decoder, PsdLayerMask& mask, Allowance& all
 PsdReadResult ReadChannel(PsdDocument& document, PsdLayer& layer, const PsdChannelInfo& channel,
                           ChannelPlan& plan, PlaneDecoder& decoder) {
     if (channel.dataLength > InputLeft(document)) return PsdReadResult::kShortRead;
+    const uint32_t end = WrapAdd(Position(document), channel.dataLength);
     uint16_t compression = kCompressionRaw;
     uint32_t length = 0;
     if (channel.dataLength < kCodeBytes) {
@@ -151,8 +152,9 @@ PsdReadResult ReadChannel(PsdDocument& document, PsdLayer& layer, const PsdChann
                           document.sparePixels);
     }
     if (result == PsdReadResult::kOk) result = DropPlanes(decoder);
-    if (result != PsdReadResult::kOk) return result;
-    return decoder.source.isShort ? PsdReadResult::kShortRead : PsdReadResult::kOk;
+    const bool isShort =
+        decoder.source.isShort || (result == PsdReadResult::kOk && Position(document) != end);
+    return isShort ? PsdReadResult::kShortRead : result;
 }
 
 }  // namespace
