@@ -37,10 +37,10 @@ struct PixelAssembly {
     uint64_t coveredBottom = 0;
 
     // With row counts the stored planes wait as they are packed, in smaller bundles at the end of the memory.
-    const uint8_t* rowCounts = nullptr;  // of all rows, plane by plane, 16 bits each; borrowed
-    uint64_t packedBytes = 0;            // of all bundles
-    uint64_t packedLeft = 0;             // of those from the next row on
-    uint8_t* packedBundle = nullptr;     // of the next row
+    const uint8_t* rowCounts = nullptr;        // of all rows, plane by plane, 16 bits each; borrowed
+    uint64_t packedBytes = 0;                  // of all bundles
+    uint64_t packedLeft = 0;                   // of those from the next row on
+    uint64_t filledSamples[kMostPlanes] = {};  // of each stored plane, as far as it is unpacked
 
     Owned<uint8_t> buffers;  // rows of a step: of zeros, of a bundle, and of one that is packed
     uint8_t* zeroRows = nullptr;
