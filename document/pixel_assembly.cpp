@@ -140,7 +140,7 @@ void ConvertStep(PixelAssembly& assembly, const Step& step, const uint8_t* bundl
     };
     for (uint32_t i = 0; i < assembly.arrived; ++i)
         place(assembly.roles[i], step.row < assembly.rows[i] ? bundle + i * step.bytes : assembly.zeroRows);
-    if (lastRole != kRoleCount) place(lastRole, rows ? rows : assembly.zeroRows);
+    if (lastRole != kRoleOther) place(lastRole, rows ? rows : assembly.zeroRows);
     if (ConvertsPlanes(assembly.block)) {
         ConvertPlanes(block, out);
     } else {
@@ -153,7 +153,6 @@ void ConvertStep(PixelAssembly& assembly, const Step& step, const uint8_t* bundl
 // of it cannot fill the pixels.
 bool HasEnoughInput(const PixelAssembly& assembly, PlaneDecoder& decoder) {
     if (assembly.pixels) return true;
-    if (assembly.planeCount == 0) return MayBecomePixels(assembly.block, 0, 1);
     Peek(decoder.source, SectionSource::kWindowBytes);  // nothing has been decoded yet
     return !decoder.source.isShort || MayBecomePixels(assembly.block, decoder.source.arrived, kMostExpansion);
 }
@@ -226,18 +225,6 @@ PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t r
     }
     assembly.rows[assembly.arrived] = came;
     assembly.roles[assembly.arrived++] = role;
-    return PsdReadResult::kOk;
-}
-
-PsdReadResult FinishPixels(PixelAssembly& assembly, Allowance& allowance, Owned<uint32_t>& spare,
-                           Owned<uint32_t>& pixels) {
-    if (assembly.planeCount == 0) {
-        PlaneDecoder nothing;
-        const PsdReadResult result = AddPlane(assembly, nothing, kRoleCount, allowance, spare);
-        if (result != PsdReadResult::kOk) return result;
-    }
-    // Planes that were given up halfway have left their bytes in the memory.
-    if (assembly.isKept) pixels = std::move(assembly.pixels);
     return PsdReadResult::kOk;
 }
 

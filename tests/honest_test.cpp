@@ -234,6 +234,8 @@ TEST(Honest, ChannelsOfEveryKindArePlaced) {
     DocumentBuilder merged(kColorRgb, 8, 3, Px(10000), Px(10000));
     Check(merged.MergedData(Flat(Px(10000), 3 * Px(10000), 128, kCompressionZip)).Build(), false,
           All(kPaper));
+    DocumentBuilder inks(kColorMultichannel, 16, 3, Px(6000), Px(6000));  // are not converted
+    Check(inks.MergedData(Flat(2 * Px(6000), 3 * Px(6000), 128)).Build(), false, All(kNone));
 }
 
 TEST(Honest, ManyLayersShowWhatIsLeftOfThem) {
