@@ -23,14 +23,15 @@ struct ChannelPlan {
 
 bool IsMaskId(int16_t id) { return id == -2 || id == -3; }
 
-// kRoleCount for ids that no pixel is made of.
+// kRoleCount for masks.
 uint32_t RoleOf(int16_t id, const PlaneBlock& block) {
-    if (!ConvertsPlanes(block)) return kRoleCount;
+    if (IsMaskId(id)) return kRoleCount;
+    if (!ConvertsPlanes(block)) return kRoleOther;
     if (id == -1)
-        return block.planeCount == PlanesWithTransparency(block.colorMode) ? kRoleAlpha : kRoleCount;
+        return block.planeCount == PlanesWithTransparency(block.colorMode) ? kRoleAlpha : kRoleOther;
     const bool isColor =
         id >= 0 && static_cast<uint32_t>(id) < ColorPlanesUsed(block.colorMode, block.planeCount);
-    return isColor ? kRoleColor + static_cast<uint32_t>(id) : uint32_t{kRoleCount};
+    return isColor ? kRoleColor + static_cast<uint32_t>(id) : uint32_t{kRoleOther};
 }
 
 // The number of planes that the mode's conversion goes by. A transparency counts beside the mode's full set
@@ -73,8 +74,9 @@ ChannelPlan PlanOf(const PsdDocument& document, const PsdLayer& layer, bool isWa
     for (const PsdChannelInfo& channel : layer.channels.span()) {
         plan.hasRealMask = plan.hasRealMask || (channel.id == -3 && layer.mask.hasReal);
         const uint32_t role = RoleOf(channel.id, block);
-        if (role != kRoleCount) plan.rolesLeft |= 1u << role;
+        if (role < kRoleOther) plan.rolesLeft |= 1u << role;
     }
+    if (plan.rolesLeft == 0) plan.rolesLeft = 1u << kRoleOther;
     assembly.planeCount = static_cast<uint32_t>(std::popcount(plan.rolesLeft));
     plan.wantsMask = isWanted && document.depth >= 8;
     assembly.isKept = isWanted && MayHavePixels(layer, block);
@@ -126,6 +128,7 @@ PsdReadResult ReadMask(PlaneDecoder& decoder, PsdLayerMask& mask, Allowance& all
 PsdReadResult ReadChannel(PsdDocument& document, PsdLayer& layer, const PsdChannelInfo& channel,
                           ChannelPlan& plan, PlaneDecoder& decoder) {
     if (channel.dataLength > InputLeft(document)) return PsdReadResult::kShortRead;
+    const uint32_t end = WrapAdd(Position(document), channel.dataLength);
     uint16_t compression = kCompressionRaw;
     uint32_t length = 0;
     if (channel.dataLength < kCodeBytes) {
@@ -151,8 +154,9 @@ PsdReadResult ReadChannel(PsdDocument& document, PsdLayer& layer, const PsdChann
                           document.sparePixels);
     }
     if (result == PsdReadResult::kOk) result = DropPlanes(decoder);
-    if (result != PsdReadResult::kOk) return result;
-    return decoder.source.isShort ? PsdReadResult::kShortRead : PsdReadResult::kOk;
+    const bool isShort =
+        decoder.source.isShort || (result == PsdReadResult::kOk && Position(document) != end);
+    return isShort ? PsdReadResult::kShortRead : result;
 }
 
 }  // namespace
@@ -170,9 +174,8 @@ PsdReadResult ReadLayerPixels(PsdDocument& document, PsdLayer& layer, PlaneDecod
         if (result != PsdReadResult::kOk) return result;
     }
     PixelAssembly& assembly = plan.assembly;
-    const PsdReadResult result =
-        FinishPixels(assembly, document.allowance, document.sparePixels, layer.image);
-    if (result != PsdReadResult::kOk || !layer.image) return result;
+    if (!assembly.isKept) return PsdReadResult::kOk;
+    layer.image = std::move(assembly.pixels);
     const uint64_t pixels = uint64_t{assembly.block.width} * assembly.block.height;
     layer.filledPixels = std::min(assembly.filledPixels, pixels);
     CountFilled(document.allowance, layer.filledPixels);

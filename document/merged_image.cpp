@@ -41,11 +41,12 @@ PixelAssembly AssemblyOf(const PsdDocument& document) {
     block.planeCount = document.colorMode == kColorMultichannel ? document.channels : document.colorChannels;
     block.palette = document.palette.span();
     block.transparencyIndex = document.resources.transparencyIndex;
+    assembly.planeCount = 1;
     if (!ConvertsPlanes(block)) return assembly;
     const uint32_t withTransparency = PlanesWithTransparency(block.colorMode);
     const bool isTransparent = withTransparency != 0 && block.planeCount == withTransparency;
     const uint32_t used = ColorPlanesUsed(block.colorMode, block.planeCount) + (isTransparent ? 1 : 0);
-    assembly.planeCount = std::min<uint32_t>(used, document.channels);
+    assembly.planeCount = std::clamp<uint32_t>(document.channels, 1, used);
     return assembly;
 }
 
@@ -62,10 +63,8 @@ PsdReadResult AssembleMerged(PsdDocument& document, PlaneDecoder& decoder, uint6
             AddPlane(assembly, decoder, static_cast<uint8_t>(role), document.allowance, none);
         if (result != PsdReadResult::kOk) return result;
     }
-    PsdReadResult result = FinishPixels(assembly, document.allowance, none, document.mergedPixels);
-    if (result == PsdReadResult::kOk && !document.mergedPixels && IsVouchedFor(document))
-        result = PsdReadResult::kOutOfMemory;
-    return result;
+    if (assembly.isKept) document.mergedPixels = std::move(assembly.pixels);
+    return assembly.isKept || !IsVouchedFor(document) ? PsdReadResult::kOk : PsdReadResult::kOutOfMemory;
 }
 
 }  // namespace

@@ -51,6 +51,13 @@ uint8_t* BundleAt(const PixelAssembly& assembly, uint64_t row) {
     return memory + (4 - stored) * width * assembly.block.height + stored * width * row;
 }
 
+// The packed bundle of the next row.
+uint8_t* PackedBundle(const PixelAssembly& assembly) {
+    const PlaneBlock& block = assembly.block;
+    return reinterpret_cast<uint8_t*>(assembly.pixels.get() + size_t{block.width} * block.height) -
+           assembly.packedLeft;
+}
+
 // Bytes of so many planes in a row of a packed bundle.
 size_t PackedBytes(const PixelAssembly& assembly, uint64_t row, size_t planes) {
     size_t bytes = 0;
@@ -71,15 +78,16 @@ PsdReadResult StoreStep(PixelAssembly& assembly, PlaneDecoder& decoder, const St
     }
     for (uint64_t row = step.row; row < step.row + step.rows; ++row) {
         const std::span<const uint8_t> packed = NextPackedRow(decoder);
-        uint8_t* const place = assembly.packedBundle + PackedBytes(assembly, row, assembly.arrived);
+        uint8_t* const place = PackedBundle(assembly) + PackedBytes(assembly, row, assembly.arrived);
         if (!packed.empty()) std::memcpy(place, packed.data(), packed.size());
-        assembly.packedBundle += PackedBytes(assembly, row, assembly.planeCount - 1);
+        assembly.packedLeft -= PackedBytes(assembly, row, assembly.planeCount - 1);
     }
     decoder.rowsLeft -= step.rows;
     return PsdReadResult::kOk;
 }
 
-// The bundle of a step. The last ones lie where their own pixels go, and are copied.
+// The bundle of a step; what is unpacked is counted. The last ones lie where their own pixels go, and are
+// copied.
 const uint8_t* BundleOf(PixelAssembly& assembly, const Step& step) {
     if (!assembly.rowCounts) {
         const uint8_t* const bundle = BundleAt(assembly, step.row);
@@ -91,8 +99,7 @@ const uint8_t* BundleOf(PixelAssembly& assembly, const Step& step) {
     }
     size_t bytes = 0;
     for (size_t i = 0; i < step.rows; ++i) bytes += PackedBytes(assembly, step.row + i, assembly.arrived);
-    const uint8_t* packed = assembly.packedBundle;
-    assembly.packedBundle += bytes;
+    const uint8_t* packed = PackedBundle(assembly);
     assembly.packedLeft -= bytes;
     if (assembly.packedLeft < SectionSource::kSlackBytes)
         packed = static_cast<const uint8_t*>(std::memcpy(assembly.packedRows, packed, bytes));
@@ -105,8 +112,10 @@ const uint8_t* BundleOf(PixelAssembly& assembly, const Step& step) {
             const size_t with = PackedBytes(assembly, step.row + i, plane + 1);
             const size_t came = UnpackBits({in + before, with - before}, {out, width});
             std::memset(out + came, 0, width - came);
+            if (step.row < assembly.rows[plane]) assembly.filledSamples[plane] += came;
             in += PackedBytes(assembly, step.row + i, assembly.arrived);
         }
+        assembly.filledPixels = std::max(assembly.filledPixels, assembly.filledSamples[plane]);
     }
     return assembly.bundleRows;
 }
@@ -120,7 +129,8 @@ void ExtendCoveredRows(PixelAssembly& assembly, const Step& step, const uint8_t*
 }
 
 // Converts a bundle and the last plane's rows, or zeros for rows that did not come.
-void ConvertStep(PixelAssembly& assembly, const Step& step, uint8_t lastRole, const uint8_t* rows) {
+void ConvertStep(PixelAssembly& assembly, const Step& step, const uint8_t* bundle, uint8_t lastRole,
+                 const uint8_t* rows) {
     PlaneBlock block = assembly.block;
     block.height = static_cast<uint32_t>(step.rows);
     block.depth = std::min(block.depth, 8u);
@@ -128,13 +138,9 @@ void ConvertStep(PixelAssembly& assembly, const Step& step, uint8_t lastRole, co
     const auto place = [&](uint8_t role, const uint8_t* plane) {
         (role == kRoleAlpha ? block.alpha : block.color[role - kRoleColor]) = plane;
     };
-    if (assembly.arrived != 0) {
-        const uint8_t* const bundle = BundleOf(assembly, step);
-        for (uint32_t i = 0; i < assembly.arrived; ++i)
-            place(assembly.roles[i],
-                  step.row < assembly.rows[i] ? bundle + i * step.bytes : assembly.zeroRows);
-    }
-    if (lastRole != kRoleCount) place(lastRole, rows ? rows : assembly.zeroRows);
+    for (uint32_t i = 0; i < assembly.arrived; ++i)
+        place(assembly.roles[i], step.row < assembly.rows[i] ? bundle + i * step.bytes : assembly.zeroRows);
+    if (lastRole != kRoleOther) place(lastRole, rows ? rows : assembly.zeroRows);
     if (ConvertsPlanes(assembly.block)) {
         ConvertPlanes(block, out);
     } else {
@@ -147,9 +153,20 @@ void ConvertStep(PixelAssembly& assembly, const Step& step, uint8_t lastRole, co
 // of it cannot fill the pixels.
 bool HasEnoughInput(const PixelAssembly& assembly, PlaneDecoder& decoder) {
     if (assembly.pixels) return true;
-    if (assembly.planeCount == 0) return MayBecomePixels(assembly.block, 0, 1);
     Peek(decoder.source, SectionSource::kWindowBytes);  // nothing has been decoded yet
     return !decoder.source.isShort || MayBecomePixels(assembly.block, decoder.source.arrived, kMostExpansion);
+}
+
+// Whether the allowance covers what has been made of the rows above this one. Packed rows that wait only take
+// the memory of their bundles; what they fill is counted when they are unpacked.
+bool MayGoOn(PixelAssembly& assembly, uint64_t row, bool isLast, Allowance& allowance) {
+    KeptPixels own = {0, assembly.inputBytes, assembly.filledPixels};
+    if (!isLast && assembly.rowCounts) {
+        own.bytes = assembly.packedBytes - assembly.packedLeft;
+        return MayKeepPixels(allowance.kept + own);
+    }
+    own.bytes = row * assembly.block.width * sizeof(uint32_t);
+    return MayFill(allowance, own, assembly.chargedBytes);
 }
 
 }  // namespace
@@ -182,11 +199,9 @@ PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t r
     if (!assembly.isKept) return DropPlanes(decoder);
     if (!TakeMemory(assembly, spare)) return PsdReadResult::kOutOfMemory;
     const bool isLast = assembly.arrived + 1 >= assembly.planeCount;
-    const uint64_t samplesBefore = FilledSamples(decoder), bytesBefore = decoder.source.arrived;
+    const uint64_t samplesBefore = FilledSamples(decoder);
     assembly.packedLeft = assembly.packedBytes;
-    assembly.packedBundle = reinterpret_cast<uint8_t*>(assembly.pixels.get()) - assembly.packedBytes +
-                            sizeof(uint32_t) * assembly.block.width * assembly.block.height;
-    uint64_t filled = assembly.filledPixels, came = 0;
+    uint64_t came = 0;
     for (uint64_t row = 0; row < assembly.block.height;) {
         const Step step = StepAt(assembly.block, row);
         row += step.rows;
@@ -199,31 +214,17 @@ PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t r
         } else if (!isLast) {
             break;
         }
-        filled = std::max(filled, FilledSamples(decoder) - samplesBefore);
-        const uint64_t bytes = assembly.inputBytes + decoder.source.arrived - bytesBefore;
-        if (!MayFill(allowance, {row * assembly.block.width * sizeof(uint32_t), bytes, filled},
-                     assembly.chargedBytes)) {
+        const uint8_t* const bundle = isLast && assembly.arrived != 0 ? BundleOf(assembly, step) : nullptr;
+        assembly.inputBytes += std::exchange(decoder.source.arrived, 0);
+        assembly.filledPixels = std::max(assembly.filledPixels, FilledSamples(decoder) - samplesBefore);
+        if (!MayGoOn(assembly, row, isLast, allowance)) {
             assembly.isKept = false;
             return DropPlanes(decoder);
         }
-        if (isLast) ConvertStep(assembly, step, role, rows);
+        if (isLast) ConvertStep(assembly, step, bundle, role, rows);
     }
-    assembly.filledPixels = filled;
-    assembly.inputBytes += decoder.source.arrived - bytesBefore;
     assembly.rows[assembly.arrived] = came;
     assembly.roles[assembly.arrived++] = role;
-    return PsdReadResult::kOk;
-}
-
-PsdReadResult FinishPixels(PixelAssembly& assembly, Allowance& allowance, Owned<uint32_t>& spare,
-                           Owned<uint32_t>& pixels) {
-    if (assembly.planeCount == 0) {
-        PlaneDecoder nothing;
-        const PsdReadResult result = AddPlane(assembly, nothing, kRoleCount, allowance, spare);
-        if (result != PsdReadResult::kOk) return result;
-    }
-    // Planes that were given up halfway have left their bytes in the memory.
-    if (assembly.isKept) pixels = std::move(assembly.pixels);
     return PsdReadResult::kOk;
 }
 

@@ -17,14 +17,15 @@ namespace tessary {
 // Which plane of the image a plane is.
 enum PlaneRole : uint8_t {
     kRoleAlpha,
-    kRoleColor,  // and the colours behind it, up to four
-    kRoleCount = kRoleColor + 4,
+    kRoleColor,                   // and the colours behind it, up to four
+    kRoleOther = kRoleColor + 4,  // none, but it is decoded when there is nothing else
+    kRoleCount,
 };
 
 struct PixelAssembly {
     PlaneBlock block;         // mode, stored depth, size, palette and number of planes of the image
-    uint32_t planeCount = 0;  // that will be added, in any order
-    bool isKept = true;       // false: the planes are only decoded
+    uint32_t planeCount = 0;  // that will be added, in any order; at least one
+    bool isKept = true;       // false: the planes are only decoded, and the pixels are of no use
     Owned<uint32_t> pixels;   // width x height words and perhaps more
 
     uint32_t arrived = 0;  // planes
@@ -37,10 +38,10 @@ struct PixelAssembly {
     uint64_t coveredBottom = 0;
 
     // With row counts the stored planes wait as they are packed, in smaller bundles at the end of the memory.
-    const uint8_t* rowCounts = nullptr;  // of all rows, plane by plane, 16 bits each; borrowed
-    uint64_t packedBytes = 0;            // of all bundles
-    uint64_t packedLeft = 0;             // of those from the next row on
-    uint8_t* packedBundle = nullptr;     // of the next row
+    const uint8_t* rowCounts = nullptr;        // of all rows, plane by plane, 16 bits each; borrowed
+    uint64_t packedBytes = 0;                  // of all bundles
+    uint64_t packedLeft = 0;                   // of those from the next row on
+    uint64_t filledSamples[kMostPlanes] = {};  // of each stored plane, as far as it is unpacked
 
     Owned<uint8_t> buffers;  // rows of a step: of zeros, of a bundle, and of one that is packed
     uint8_t* zeroRows = nullptr;
@@ -61,10 +62,5 @@ bool MayBecomePixels(const PlaneBlock& block, uint64_t input, uint32_t expansion
 //   spare    memory of pixels to be used again where it is enough, whatever it holds; or null
 PsdReadResult AddPlane(PixelAssembly& assembly, PlaneDecoder& decoder, uint8_t role, Allowance& allowance,
                        Owned<uint32_t>& spare);
-
-// Gives out the pixels when all planes have been added, also when there are none; null when they are not
-// kept. kOutOfMemory.
-PsdReadResult FinishPixels(PixelAssembly& assembly, Allowance& allowance, Owned<uint32_t>& spare,
-                           Owned<uint32_t>& pixels);
 
 }  // namespace tessary

@@ -51,8 +51,9 @@ size_t CopyTo(SectionSource& source, uint8_t* to, size_t count) {
 }
 
 void Drain(SectionSource& source) {
-    if (source.left != 0) Skip(*source.document, static_cast<int32_t>(source.left));
-    source.left = 0;
+    if (source.left > 1) Skip(*source.document, static_cast<int32_t>(source.left - 1));
+    source.left = std::min<uint64_t>(source.left, 1);
+    Fetch(source, source.window.get(), 1);  // to skip can lead beyond the end
     source.begin = source.end = 0;
 }
 

@@ -15,7 +15,7 @@ struct SectionSource {
 
     PsdDocument* document = nullptr;  // borrowed
     uint64_t left = 0;                // that the reader may still be asked for
-    uint64_t arrived = 0;             // from the reader, so far
+    uint64_t arrived = 0;             // from the reader, until they are counted for pixels
     bool isShort = false;             // the reader had less than was stated
     size_t begin = 0, end = 0;        // of what has arrived and is not used yet
     Owned<uint8_t> window;            // stays from one section to the next

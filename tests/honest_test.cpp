@@ -78,6 +78,11 @@ Bytes Flat(int64_t width, int64_t height, uint32_t value, uint16_t compression =
     for (int64_t y = 0; y < height; ++y) packed.Raw(row.bytes());
     return packed;
 }
+// Packed planes that end behind so many of their rows.
+Bytes FirstRows(int64_t rows, int64_t width, int64_t height, uint32_t value) {
+    const Bytes all = Flat(width, height, value);
+    return Bytes(all.begin(), all.begin() + 2 + 2 * height + rows * ((width + 127) / 128 * 2));
+}
 LayerBuilder Shape(const Rect& bounds, uint32_t argb, uint16_t compression = kCompressionPackBits) {
     LayerBuilder layer(bounds);
     for (int16_t id = -1; id <= 2; ++id) {
@@ -202,17 +207,24 @@ TEST(Honest, LayersAreDrawnWhateverTheMergedImage) {
 }
 
 TEST(Honest, PlanesThatEndEarlyAreBlackFromThere) {
-    const int32_t side = Px(9088), half = side / 2;
-    const Bytes raw = Flat(side, side - 1, 200, kCompressionRaw);
-    Bytes packed = Flat(side, side, 200);
-    packed.resize(packed.size() - (packed.size() - 2 - 2 * size_t(side)) / 2);
-    for (const auto& [plane, rows] : {std::pair{raw, side - 1}, {packed, half}}) {
+    const int32_t side = Px(9088), half = side / 2, large = Px(11000), part = large / 100 * 38;
+    const std::tuple<int32_t, int32_t, Bytes> cases[] = {
+        {side, side - 1, Flat(side, side - 1, 200, kCompressionRaw)},
+        {side, half, FirstRows(half, side, side, 200)},
+        {large, part, FirstRows(part, large, large, 200)}};  // it takes every byte to be enough
+    const auto until = [](int32_t end, uint32_t color) {
+        return [=](const Pixels&, int32_t, int32_t y) { return y < end ? color : kOpaque; };
+    };
+    for (const auto& [size, rows, plane] : cases) {
         SCOPED_TRACE(rows);
-        DocumentBuilder document(kColorGrayscale, 8, 1, uint32_t(side), uint32_t(side));
-        document.HasRealMergedData(false).MergedData(Flat(side, side, 0));
-        Check(document.Layer(LayerBuilder({0, 0, side, side}).ChannelData(0, plane)).Build(), true,
-              [end = rows](const Pixels&, int32_t, int32_t y) { return y < end ? 0xFFC8C8C8 : kOpaque; });
+        DocumentBuilder document(kColorGrayscale, 8, 1, uint32_t(size), uint32_t(size));
+        document.HasRealMergedData(false).MergedData(Flat(size, size, 0));
+        Check(document.Layer(LayerBuilder({0, 0, size, size}).ChannelData(0, plane)).Build(), true,
+              until(rows, 0xFFC8C8C8));
     }
+    DocumentBuilder merged(kColorRgb, 8, 3, Px(12000), Px(12000));
+    merged.MergedData(FirstRows(Px(6000), Px(12000), 3 * Px(12000), 200));
+    Check(merged.Build(), false, until(Px(6000), 0xFFC80000));
 }
 
 TEST(Honest, ChannelsOfEveryKindArePlaced) {
@@ -227,6 +239,8 @@ TEST(Honest, ChannelsOfEveryKindArePlaced) {
     DocumentBuilder merged(kColorRgb, 8, 3, Px(10000), Px(10000));
     Check(merged.MergedData(Flat(Px(10000), 3 * Px(10000), 128, kCompressionZip)).Build(), false,
           All(kPaper));
+    DocumentBuilder inks(kColorMultichannel, 16, 3, Px(6000), Px(6000));  // are not converted
+    Check(inks.MergedData(Flat(2 * Px(6000), 3 * Px(6000), 128)).Build(), false, All(kNone));
 }
 
 TEST(Honest, ManyLayersShowWhatIsLeftOfThem) {

@@ -422,6 +422,23 @@ TEST(LayerPixels, AreTheSameInPieces) {
     }
 }
 
+// Of a stream that does not know where it ends; also when nobody looks at the channel.
+TEST(LayerPixels, ChannelsThatAreCutShortEndTheOpen) {
+    for (uint16_t compression = 0; compression < 4; ++compression) {
+        for (const int16_t id : {int16_t{0}, int16_t{9}}) {
+            LayerBuilder layer({0, 0, 500, 500});
+            layer.ChannelData(1, {0, 0}).Channel(id, Picture(250000), compression);
+            Bytes file = Rgb().Layer(layer).MergedData({}).Build();
+            file.erase(file.end() - 40000, file.end());
+            MemoryStream stream(std::move(file));
+            stream.hasSize = true;
+            stream.size = uint64_t{1} << 63;
+            Owned<PsdDocument> opened;
+            EXPECT_EQ(OpenDocument(opened, &stream, 0), kShortRead) << id << ", " << compression;
+        }
+    }
+}
+
 // Large enough that planes wait for one another in several places, and that input, inflated rows and steps
 // end in the middle of each other; and rows that are too long for it. All planes decoded first give the
 // pixels that are wanted.
@@ -464,6 +481,7 @@ TEST(MergedImage, IsTheSameWhileItArrives) {
         Pixels want(width * height);
         ConvertPlanes(block, want.data());
         EXPECT_TRUE(Values(opened->mergedPixels) == want);
+        EXPECT_TRUE(part != 8 || opened->allowance.stepsSpent == 0) << "nothing is unfilled";
     }
 }
 

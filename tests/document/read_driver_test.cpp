@@ -193,6 +193,7 @@ TEST(ReadDriver, HeadersGiveTheirCodes) {
         {W().Raw(Head(good, 30)).U32(13).Text("8BIM").U16(1).Zeros(7), kBadResourceSignature},
         {W().Raw(Head(good, 30)).U32(912).Text("8BIM").U16(1039).U16(0).U32(900), kOk},
         {DocumentBuilder(0, 1, 1, 0, 0xFFFFFFFF).MergedData({}).Build(), kOk},
+        {DocumentBuilder(7, 16, 3, 6000, 6000).MergedData({0, 0}).Build(), kOutOfMemory},  // nothing there
     };
     for (const auto& test : cases) {
         const Opened opened = OpenBytes(test.first);
