@@ -16,8 +16,6 @@ constexpr uint64_t kFreeBytes = 128 * kMebibyte;
 constexpr uint64_t kFreeRowBytes = 300'000 * 4;
 constexpr uint64_t kPixelBytesPerInputByte = 256;
 constexpr uint64_t kBytesPerPixel = 4;
-constexpr uint64_t kFreeBytesTogether = 448 * kMebibyte;
-constexpr uint64_t kBytesTogetherPerInputByte = 512;
 
 constexpr uint64_t kFreeSteps = uint64_t{10} * 1000 * 1000 * 1000 / TESSARY_SLOWED_DOWN;
 constexpr uint64_t kStepsPerFilledPixel = 250;
@@ -30,13 +28,6 @@ constexpr uint64_t kFreeKeptBytes = 4 * kMebibyte;
 constexpr uint64_t kMostKeptEffectBytes = 8 * kMebibyte;
 
 uint64_t Product(uint64_t a, uint64_t b) { return CheckedProduct({a, b}).value_or(UINT64_MAX); }
-
-// A filled pixel is one of its layer and one of the canvas, beside so many bytes.
-bool FitsBesideCanvas(const Allowance& allowance, uint64_t bytes, uint64_t filledPixels,
-                      uint64_t bytesPerPixel) {
-    const uint64_t paidFor = Product(filledPixels, 2 * kBytesPerPixel + bytesPerPixel);
-    return bytes <= paidFor || bytes - paidFor <= allowance.besideCanvas;
-}
 
 }  // namespace
 
@@ -60,14 +51,7 @@ bool MayKeepPixels(const KeptPixels& pixels) {
 bool MayWorkOn(const Allowance& allowance, uint64_t bytes, uint32_t bytesPerPixel, uint64_t inputBytes) {
     constexpr uint64_t kBuffers = 3;
     const uint64_t pixels = Product(allowance.filledPixels, bytesPerPixel) / (kBytesPerPixel * kBuffers);
-    return MayKeepPixels(bytes / kBuffers, inputBytes, pixels) &&
-           FitsBesideCanvas(allowance, allowance.kept.bytes + bytes, allowance.filledPixels, bytesPerPixel);
-}
-
-void ExpectCanvas(Allowance& allowance, uint64_t canvasPixels, uint64_t fileBytes) {
-    const uint64_t beyond = fileBytes - std::min(fileBytes, kMebibyte);
-    const uint64_t together = kFreeBytesTogether + Product(beyond, kBytesTogetherPerInputByte);
-    allowance.besideCanvas = together - std::min(together, Product(canvasPixels, kBytesPerPixel));
+    return MayKeepPixels(bytes / kBuffers, inputBytes, pixels);
 }
 
 void CountFilled(Allowance& allowance, uint64_t pixels) { allowance.filledPixels += pixels; }
@@ -80,8 +64,7 @@ bool SpendSteps(Allowance& allowance, uint64_t steps) {
 }
 
 bool MayFill(Allowance& allowance, const KeptPixels& pixels, uint64_t& chargedBytes) {
-    const KeptPixels all = allowance.kept + pixels;
-    if (!MayKeepPixels(all) || !FitsBesideCanvas(allowance, all.bytes, all.filledPixels, 0)) return false;
+    if (!MayKeepPixels(allowance.kept + pixels)) return false;
     const uint64_t unfilled = pixels.bytes - std::min(pixels.bytes, kBytesPerPixel * pixels.filledPixels);
     if (unfilled <= chargedBytes) return true;
     if (!SpendSteps(allowance, (unfilled - chargedBytes) * kStepsPerUnfilledByte)) return false;

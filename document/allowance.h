@@ -22,11 +22,10 @@ inline KeptPixels operator+(const KeptPixels& a, const KeptPixels& b) {
 struct Allowance {
     KeptPixels kept;  // of all layers that have pixels or masks at the moment
     KeptPixels patterns;
-    uint64_t besideCanvas = UINT64_MAX;  // bytes, see ExpectCanvas
-    uint64_t filledPixels = 0;           // of layers, that stored data has really filled
-    uint64_t stepsSpent = 0;             // see SpendSteps
-    uint64_t recordBytes = 0;            // of all property lists
-    uint64_t keptEffectBytes = 0;        // of effects that are kept for the next Render
+    uint64_t filledPixels = 0;     // of layers, that stored data has really filled
+    uint64_t stepsSpent = 0;       // see SpendSteps
+    uint64_t recordBytes = 0;      // of all property lists
+    uint64_t keptEffectBytes = 0;  // of effects that are kept for the next Render
 };
 
 // 1. A size is believed up to 128 MiB. Beyond that the bytes that can still arrive have to be able to fill
@@ -49,11 +48,6 @@ inline bool MayKeepPixels(uint64_t bytes, uint64_t inputBytes, uint64_t filledPi
 // What an effect works on, all its buffers together, may be three such buffers, and beyond that what the
 // bytes of the file and the filled pixels are worth at so many bytes a pixel.
 bool MayWorkOn(const Allowance& allowance, uint64_t bytes, uint32_t bytesPerPixel, uint64_t inputBytes);
-
-// All that is there at a time (the canvas, layers, masks and what an effect works on) may take 448 MiB
-// together, and 512 bytes for each byte of the file beyond its first mebibyte. Pixels that data has filled
-// do not count: the file really expands to them. Called before the first layer that goes onto the canvas.
-void ExpectCanvas(Allowance& allowance, uint64_t canvasPixels, uint64_t fileBytes);
 
 // 3. Drawing: pixels that data has filled are paid for. Adjustments, effects, unfilled pixels and masks are
 // charged in steps of about a nanosecond against ten seconds and 250 steps for every filled pixel. SpendSteps

@@ -144,6 +144,7 @@ PsdReadResult DrawWithEffects(PsdDocument& document, PsdLayer& layer, const Rect
 // file of a few kilobytes can hold thousands of adjustments. The next render makes it again.
 PsdReadResult DrawAdjustmentWithEffects(PsdDocument& document, PsdLayer& layer, const Rect& area) {
     if (!MayAdjustAll(document, layer, area)) return PsdReadResult::kOk;
+    document.sparePixels.Reset();  // may be as large, and the effects larger still
     ApplyAdjustment(document, layer, area);
     const PsdReadResult result = DrawWithEffects(document, layer, area);
     layer.image.Reset();
@@ -168,13 +169,13 @@ PsdReadResult BeginRender(Rendering& rendering, PsdDocument& document, const Rec
     const Rect whole = {0, 0, static_cast<int32_t>(document.width), static_cast<int32_t>(document.height)};
     const Rect area = Intersect(wanted, whole);
     if (area.IsEmpty()) return PsdReadResult::kEmptyArea;
+    if (!document.canvas && !MayHaveCanvas(document)) return PsdReadResult::kOutOfMemory;
+    if (!ClearTiles(document)) return PsdReadResult::kOutOfMemory;
     if (!document.canvas) {
-        if (!MayHaveCanvas(document)) return PsdReadResult::kOutOfMemory;
         document.canvas = AllocateZeroed<uint32_t>({document.width, document.height});
         if (!document.canvas) return PsdReadResult::kOutOfMemory;
         if (area != whole) FillRect(document.canvas.get(), document.width, whole, kBackground);
     }
-    if (!ClearTiles(document)) return PsdReadResult::kOutOfMemory;
     FillRect(document.canvas.get(), document.width, area, kBackground);
     document.noiseSeed = seed;
     rendering = {&document, area, {}};

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "document/byte_reader.h"
 #include "properties/draw_effects.h"
 
 namespace tessary {
@@ -22,10 +21,8 @@ void LetGo(PsdDocument& document, PsdLayer& layer) {
     layer.propertyList.Clear();
 }
 
-void Begin(PsdDocument& document, void* context) {
+void Begin(PsdDocument&, void* context) {
     StreamedRender& render = RenderOf(context);
-    ExpectCanvas(document.allowance, uint64_t{document.width} * document.height,
-                 InputSeen(document) + InputLeft(document));
     render.firstWaiting = nullptr;
     render.rendering = {};
     ++render.layerInfos;

@@ -248,11 +248,6 @@ Bytes LargestEffect(const char* name) {
 }
 
 void WriteLargestEffects(const Writer& write) {
-    // Canvas, layer and effect, of which each may be as large.
-    const Bytes stroke = LargestEffect("strokes");
-    write("canvas-layer-and-stroke", Layered(5600, 1, Thin(5600).Block("lfx2", stroke)));
-    write("mebibyte-and-stroke",
-          Layered(9200, 1, Bare(9200, 9200).ChannelData(0, NoRuns()).Block("lfx2", stroke)));
     for (const char* const name : {"strokes", "bursts", "satins", "precise-glows", "inner-shadows",
                                    "turned-patterns", "bevels", "chisels"}) {
         const Bytes block = LargestEffect(name);

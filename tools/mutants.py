@@ -93,8 +93,6 @@ ROWS = [
     ("render/painted_tiles.h", "while (end <= last && marks[end]) ++end;", "while (end < last && marks[end]) ++end;"),
     ("render/streamed_render.cpp", "ChangesCanvas(document, layer) && MustWait", "MustWait"),
     ("render/streamed_render.cpp", "render.firstWaiting = nullptr;\n    document", "document"),
-    ("document/allowance.cpp", "kFreeBytesTogether = 448 * kMebibyte;", "kFreeBytesTogether = 4480 * kMebibyte;"),
-    ("document/allowance.cpp", "const uint64_t paidFor = Product(", "const uint64_t paidFor = 0 * Product("),
     ("render/render.cpp", "(!layer.parent || Shows(*layer.parent))", "true"),
     ("render/image_ops.cpp", "if (alpha == 0) continue;  // no grains", "if (alpha < 0) continue;  // no grains"),
     ("render/image_ops.cpp", "random * steps >> 32) - reach;", "random * steps >> 32);"),

@@ -29,17 +29,6 @@ TEST(Allowance, HoldsUpToItsLimitsAndNotBeyond) {
         Allowance keeping;
         return KeepEffect(keeping, bytes) && KeepEffect(keeping, then);
     };
-    // Beside a canvas of 400 MiB.
-    const auto expecting = [&](uint64_t fileBytes, uint64_t filled) {
-        Allowance beside = allowance(filled);
-        ExpectCanvas(beside, 100 * kMiB, fileBytes);
-        return beside;
-    };
-    const auto fills = [&](uint64_t bytes, uint64_t filled) {
-        Allowance beside = expecting(0, 0);
-        uint64_t charged = 0;
-        return MayFill(beside, {bytes, 0, filled}, charged);
-    };
     constexpr uint64_t kSeconds = 1000 * 1000 * 1000;
     const struct {
         const char* what;
@@ -55,13 +44,6 @@ TEST(Allowance, HoldsUpToItsLimitsAndNotBeyond) {
         {"work", MayWorkOn(allowance(0), 3 * kFree + 2, 4, 0), MayWorkOn(allowance(0), 3 * kFree + 3, 4, 0)},
         {"filled work", MayWorkOn(allowance(12), 3 * (kFree + 20), 5, 0),
          MayWorkOn(allowance(12), 3 * (kFree + 21), 5, 0)},
-        {"work beside a canvas", MayWorkOn(expecting(kMiB, 0), 48 * kMiB, 4, 0),
-         MayWorkOn(expecting(kMiB, 0), 48 * kMiB + 1, 4, 0)},
-        {"of a larger file", MayWorkOn(expecting(kMiB + 2, 0), 48 * kMiB + 1024, 4, 0),
-         MayWorkOn(expecting(kMiB + 2, 0), 48 * kMiB + 1025, 4, 0)},
-        {"of filled pixels", MayWorkOn(expecting(0, 10), 48 * kMiB + 120, 4, 0),
-         MayWorkOn(expecting(0, 10), 48 * kMiB + 121, 4, 0)},
-        {"pixels beside a canvas", fills(48 * kMiB + 80, 10), fills(48 * kMiB + 81, 10)},
         {"steps", spends(0, 10 * kSeconds - 1, 1), spends(0, 10 * kSeconds - 1, 2)},
         {"steps for pixels", spends(4, 10 * kSeconds, 1000), spends(4, 10 * kSeconds, 1001)},
         {"records", records(16 * kMiB - 9, 9, 0), records(16 * kMiB - 9, 10, 0)},
