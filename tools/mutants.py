@@ -62,6 +62,9 @@ ROWS = [
     ("document/merged_image.cpp", "block.planeCount == withTransparency;", "block.planeCount >= withTransparency;",
      "the conversion asks for the exact number of planes again"),
     ("document/patterns.cpp", "length > 0 && units[2 * length - 2] == 0", "false && units[2 * length - 2] == 0"),
+    ("document/layer_pixels.cpp", "decoder.source.isShort || (result", "(result"),
+    ("document/layer_pixels.cpp", "&& Position(document) != end)", "&& Position(document) == end + 1)"),
+    ("document/section_source.cpp", "    Fetch(source, source.window.get(), 1);", "    source.left = 0;"),
     # --- render/
     ("render/blend_functions.h", "return s * d >> 8;", "return (s * d + 255) >> 8;"),
     ("render/blend_functions.h", "(s > 127) & 255", "(s > 128) & 255"),

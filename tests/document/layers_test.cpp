@@ -424,19 +424,29 @@ TEST(LayerPixels, AreTheSameInPieces) {
 
 // Of a stream that does not know where it ends; also when nobody looks at the channel.
 TEST(LayerPixels, ChannelsThatAreCutShortEndTheOpen) {
+    const auto open = [](Bytes file) {
+        MemoryStream stream(std::move(file));
+        stream.hasSize = true;
+        stream.size = uint64_t{1} << 63;
+        Owned<PsdDocument> opened;
+        return OpenDocument(opened, &stream, 0);
+    };
     for (uint16_t compression = 0; compression < 4; ++compression) {
         for (const int16_t id : {int16_t{0}, int16_t{9}}) {
             LayerBuilder layer({0, 0, 500, 500});
             layer.ChannelData(1, {0, 0}).Channel(id, Picture(250000), compression);
             Bytes file = Rgb().Layer(layer).MergedData({}).Build();
             file.erase(file.end() - 40000, file.end());
-            MemoryStream stream(std::move(file));
-            stream.hasSize = true;
-            stream.size = uint64_t{1} << 63;
-            Owned<PsdDocument> opened;
-            EXPECT_EQ(OpenDocument(opened, &stream, 0), kShortRead) << id << ", " << compression;
+            EXPECT_EQ(open(file), kShortRead) << id << ", " << compression;
         }
     }
+    // In the middle of a code that nothing follows.
+    LayerBuilder bare({0, 0, 2, 2});
+    bare.ChannelData(0, ByteWriter().U16(0).Text("MARK")).ChannelData(9, {0, 0});
+    Bytes file = Rgb().Layer(bare).MergedData({}).Build();
+    const std::string_view mark = "MARK";
+    file.erase(std::search(file.begin(), file.end(), mark.begin(), mark.end()) + 5, file.end());
+    EXPECT_EQ(open(file), kShortRead);
 }
 
 // Large enough that planes wait for one another in several places, and that input, inflated rows and steps
