@@ -46,7 +46,8 @@ public:
             // Effects and adjustments without theirs are left out.
             for (const std::string_view key : {"lfx2", "lrFX", "levl", "curv", "brit", "blnc", "hue2", "selc",
                                                "thrs", "nvrt", "post", "mixr", "grdm"})
-                sample.isLossy |= !std::ranges::search(sample.bytes, key).empty();
+                sample.isLossy |= std::search(sample.bytes.begin(), sample.bytes.end(), key.begin(),
+                                              key.end()) != sample.bytes.end();
             // Dissolved pixels are other ones each time.
             if (Use(sample.bytes) != sample.sound) sample.sound.second.clear();
         }
