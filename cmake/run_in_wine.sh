@@ -12,7 +12,9 @@ wine=/usr/lib/wine/wine64 # the program itself, for Debian's "wine" asks for 32-
 [ -x "$wine" ] || wine=$(command -v wine64 || command -v wine)
 if [ ! -e "$WINEPREFIX/system.reg" ]; then
     mkdir -p "$WINEPREFIX"
-    "$wine" wineboot -i >/dev/null 2>&1 || {
+    make_prefix() { "$wine" wineboot -i >/dev/null 2>&1; }
+    # Now and then the first attempt fails on a busy machine; a second one takes up what it left.
+    make_prefix || { wineserver -w && make_prefix; } || {
         echo "run_in_wine.sh: Wine cannot make the prefix $WINEPREFIX" >&2
         exit 1
     }
