@@ -25,8 +25,8 @@ struct CompositeSource {
 CompositeSource CompositeSourceOf(const PsdLayer& layer);
 
 // Composites `source` onto the canvas inside `area` (canvas coordinates, already clipped to the canvas and to
-// the source's bounds), and marks its tiles as painted. Pixels of coverage 0 keep every bit. The first one
-// that dissolves makes the document's noise map: kOutOfMemory without it.
+// the source's bounds), and marks its tiles, which ClearTiles has made, as painted. Pixels of coverage 0 keep
+// every bit. The first one that dissolves makes the document's noise map: kOutOfMemory without it.
 PsdReadResult CompositeLayer(PsdDocument& document, const CompositeSource& source, const Rect& area);
 
 }  // namespace tessary
